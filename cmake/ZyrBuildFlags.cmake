@@ -1,0 +1,12 @@
+# How our own code is compiled. Linked privately and only in the build tree, so that none of it reaches a consumer.
+add_library(zyr_build_flags INTERFACE)
+target_compile_features(zyr_build_flags INTERFACE cxx_std_20)
+target_compile_options(zyr_build_flags INTERFACE -Wall -Wextra -Wshadow -Wconversion)
+target_compile_definitions(zyr_build_flags INTERFACE
+    QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH _FILE_OFFSET_BITS=64)
+
+if(ZYR_SANITIZE)
+    target_compile_options(zyr_build_flags INTERFACE
+        -fsanitize=${ZYR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(zyr_build_flags INTERFACE -fsanitize=${ZYR_SANITIZE})
+endif()
