@@ -17,9 +17,9 @@ namespace Zyr {
 ///
 /// Derive from it and take the values over in onConfigFileChanged(). One thread serves all listeners of the process; it
 /// needs no application object, has every signal blocked and sleeps while no file changes. A change is a change of the
-/// file's bytes: a file rewritten in place, replaced by rename, deleted and created again, or reached through a symbolic
-/// link whose target is swapped is noticed, and the same bytes written again are no change. The thread waits until a
-/// burst of writes has settled, so that one change gives one load. In a forked child nothing is watched.
+/// file's bytes: a file rewritten in place, replaced by rename, deleted and created again, or reached through a
+/// symbolic link whose target is swapped is noticed, and the same bytes written again are no change. The thread waits
+/// until a burst of writes has settled, so that one change gives one load. In a forked child nothing is watched.
 class ZYRTOOLS_EXPORT ConfigFileListener
 {
 public:

@@ -2,6 +2,7 @@
 
 #include <ZyrTools/Export.h>
 
+#include <QtCore/QStandardPaths>
 #include <QtCore/QString>
 #include <QtCore/QVariant>
 
@@ -27,6 +28,16 @@ ZYRTOOLS_EXPORT QVariant settingsText(const QVariant& value);
 /// Creates the directory `dir` with its parents where it is missing. Returns whether it exists now and can be written.
 /// An empty `dir` is the working directory.
 ZYRTOOLS_EXPORT bool checkDirectory(const QString& dir);
+
+/// The application's name, or "Quadel" where it has none.
+ZYRTOOLS_EXPORT QString applicationName();
+
+/// The directory for one kind of file, ending in "/". The first non-empty one of: the environment variable `variable`,
+/// the application object's dynamic property of that name, the standard `location`, the directory of the program file.
+ZYRTOOLS_EXPORT QString standardDirectory(const char* variable, QStandardPaths::StandardLocation location);
+
+/// What the exception being handled says. To be called from within a catch block only.
+ZYRTOOLS_EXPORT QString currentExceptionText();
 
 /// Writes "`subject`: `problem`" as one line to standard error, line breaks within replaced by blanks.
 ZYRTOOLS_EXPORT void reportProblem(const QString& subject, const QString& problem) noexcept;

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <ZyrLogger/Export.h>
+
+#include <QtCore/QString>
+
+namespace Zyr {
+
+class Logger;
+class LogMessage;
+
+/// A logger of its own for one class of the application: class Valve of the application pump writes pump_Valve.log and
+/// reads pump_Valve_Log.ini.
+///
+/// The calls may be used from any thread; construction and destruction must not overlap with them. Two class loggers of
+/// one name get the same files, and only the first one writes.
+class ZYRLOGGER_EXPORT ClassLogger
+{
+public:
+    explicit ClassLogger(QString className);
+    ClassLogger(const ClassLogger&) = delete;
+    ClassLogger& operator=(const ClassLogger&) = delete;
+
+    /// Waits a second, and until what was logged has been handed to the file.
+    virtual ~ClassLogger();
+
+    /// The logger behind it, for listeners, filters and the location of the file. It lives as long as this object.
+    Logger& getLogger() const;
+
+    /// Each starts a message without source file and line, which the caller fills and ends with endl().
+    [[nodiscard]] LogMessage& cLogEmerg(const QString& text);
+    [[nodiscard]] LogMessage& cLogAlert(const QString& text);
+    [[nodiscard]] LogMessage& cLogCritical(const QString& text);
+    [[nodiscard]] LogMessage& cLogError(const QString& text);
+    [[nodiscard]] LogMessage& cLogWarning(const QString& text);
+    [[nodiscard]] LogMessage& cLogNotice(const QString& text);
+    [[nodiscard]] LogMessage& cLogInfo(const QString& text);
+    [[nodiscard]] LogMessage& cLogDebug(const QString& text);
+    [[nodiscard]] LogMessage& cLogTrace(const QString& text);
+    [[nodiscard]] LogMessage& cLogSystem(const QString& text);
+    [[nodiscard]] LogMessage& cLogTODO(const QString& text);
+
+private:
+    [[nodiscard]] LogMessage& out(unsigned char level, const QString& text);
+
+    Logger* logger;
+};
+
+} // namespace Zyr

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <ZyrLogger/Export.h>
+#include <ZyrLogger/LogLevel.h>
+
+#include <QtCore/QList>
+#include <QtCore/QMap>
+#include <QtCore/QString>
+#include <QtCore/QVariant>
+
+#include <Poco/Timestamp.h>
+
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+namespace Zyr {
+
+/// One log entry while it is being built: made by Logger::out(), filled by arg() and topic(), ended by endl().
+///
+/// A message is built and ended by one thread at a time, which need not be the one that made it.
+class ZYRLOGGER_EXPORT LogMessage
+{
+    /// Types that a QVariant is not constructed from, or only ambiguously.
+    template <typename T, typename D = std::decay_t<T>>
+    static constexpr bool needsConversion =
+        std::is_same_v<D, long> || std::is_same_v<D, unsigned long> || std::is_same_v<D, std::string> ||
+        std::is_same_v<D, std::string_view> || std::is_same_v<D, const char*> || std::is_same_v<D, char*>;
+
+public:
+    /// Receives a message when it is ended.
+    class Completer
+    {
+    public:
+        Completer();
+        virtual ~Completer();
+
+        /// Called once per ended message, on the thread that ends it. The message is destroyed afterwards: keep no
+        /// reference to it and do not delete it. Exceptions are discarded.
+        virtual void completeMessage(LogMessage& message) = 0;
+    };
+
+    /// `sourceFile` is UTF-8 and may be null; the levels are not checked. Takes the current time.
+    explicit LogMessage(unsigned char messageLevel, const QString& messageText, const char* sourceFile = nullptr,
+                        int sourceLine = 0);
+    LogMessage(const LogMessage&) = delete;
+    LogMessage& operator=(const LogMessage&) = delete;
+
+    /// Drops the entry without completing it.
+    virtual ~LogMessage();
+
+    /// The completer is not owned and must live until endl(); null removes it.
+    void setCompleter(Completer* newCompleter);
+
+    /// Appends the value of the next placeholder: the first call fills "%1". `int`, `long long`, their unsigned
+    /// siblings and `double` are written by the default locale, everything else by QVariant's own conversion.
+    [[nodiscard]] LogMessage& arg(QVariant value);
+
+    /// The same for types that QVariant does not take: texts as UTF-8, `long` by its own conversion (ungrouped).
+    template <typename T, std::enable_if_t<needsConversion<T>, int> = 0>
+    [[nodiscard]] LogMessage& arg(const T& value)
+    {
+        return arg(toVariant(value));
+    }
+
+    /// Sets the value of the placeholder "%key", case-sensitive; a second value replaces the first.
+    [[nodiscard]] LogMessage& topic(const QString& key, QVariant value);
+
+    template <typename T, std::enable_if_t<needsConversion<T>, int> = 0>
+    [[nodiscard]] LogMessage& topic(const QString& key, const T& value)
+    {
+        return topic(key, toVariant(value));
+    }
+
+    /// The topic's value, or an invalid QVariant.
+    QVariant getTopic(const QString& key) const;
+
+    /// The text with placeholders filled in, escaped for a double-quoted field of a one-line record.
+    QString getStr();
+
+    /// Empties everything but the completer and the time.
+    void clear();
+
+    /// Hands the message to its completer and deletes it. Never throws.
+    void endl();
+
+    // The fields, for completers to read; the operations above keep them consistent.
+    Completer* completer = nullptr;
+    QList<QVariant>* args = nullptr;           ///< owned; null until the first arg()
+    QMap<QString, QVariant>* topics = nullptr; ///< owned; null until the first topic()
+    LogLevel level;
+    QString text; ///< with the placeholders
+    QString file;
+    int line;
+    Poco::Timestamp timestamp; ///< when the message was made, not when it was ended
+
+private:
+    static QVariant toVariant(long value) { return QVariant::fromValue(value); }
+    static QVariant toVariant(unsigned long value) { return QVariant::fromValue(value); }
+    static QVariant toVariant(const char* utf8) { return QString::fromUtf8(utf8); }
+    static QVariant toVariant(std::string_view utf8)
+    {
+        return QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
+    }
+};
+
+} // namespace Zyr

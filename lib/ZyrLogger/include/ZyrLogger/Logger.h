@@ -1,0 +1,169 @@
+#pragma once
+
+#include <ZyrLogger/Export.h>
+#include <ZyrLogger/LogMessage.h>
+
+#include <ZyrTools/ConfigFileListener.h>
+
+#include <QtCore/QByteArray>
+#include <QtCore/QList>
+#include <QtCore/QMap>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+
+#include <Poco/Mutex.h>
+
+#include <memory>
+
+namespace Poco {
+class AsyncChannel;
+class FileChannel;
+class FormattingChannel;
+class Logger;
+class PatternFormatter;
+} // namespace Poco
+
+namespace Zyr {
+
+class PocoMessage;
+class SettingsGroup;
+
+/// A logger: completes messages into records and writes them to its log file, as its settings file says.
+///
+/// A record's road: out() makes a LogMessage; its endl() brings it back to completeMessage(), which renders, filters
+/// and maps it to a record; with repeat suppression on, the record passes admission; writeMsgToLog() hands it to POCO,
+/// where it is formatted on this thread, queued, and written to the file by the logger's worker thread; then the
+/// listeners get it.
+///
+/// Every operation may be called from any thread, also while the settings are being loaded again and while POCO's
+/// logging is shut down. Only construction and destruction must not overlap with other use of the same logger. Logging
+/// reports no error to the code that logs. After POCO's logging has been shut down every operation is harmless, and
+/// out() prints the entry's text to standard output instead.
+class ZYRLOGGER_EXPORT Logger : public LogMessage::Completer, private ConfigFileListener
+{
+public:
+    /// Gets each record that passes the level, on the thread that logs it, possibly from several threads at once. It
+    /// may log, and register and unregister listeners, itself included.
+    class LogListener
+    {
+    public:
+        virtual ~LogListener();
+
+        /// `priority` is the name from the settings, `time` local in ISO 8601 with milliseconds.
+        virtual void handleMessage(QString priority, QString time, QString text) = 0;
+
+        /// Called after handleMessage() with the line as the file gets it, without line end.
+        virtual void handleFormatedMessage(QString line);
+    };
+
+    /// Finds the log file, creates its directory, loads the settings file and watches it from then on.
+    ///
+    /// `loggerName` names the POCO logger; a second logger of one name writes nothing. An empty `logFileName` becomes
+    /// the application's name with ".log"; an empty `settingsFileName` the application's name with "_Log.ini". The log
+    /// file's directory is the first non-empty one of: the environment variable QUADEL_CURRENT_LOG_LOCATION, the
+    /// application object's dynamic property of that name, the generic data location, the program's directory.
+    Logger(QString loggerName, QString logFileName, QString settingsFileName);
+    Logger(const Logger&) = delete;
+    Logger& operator=(const Logger&) = delete;
+
+    /// Waits a second, and until what was logged has been handed to the file.
+    ~Logger() override;
+
+    /// The process-wide main logger, made at the first call. It stays valid to the very end of the process: what is
+    /// logged after its own shutdown during static destruction goes to standard output.
+    static Logger& instance();
+
+    /// Starts a message, to be ended with endl(). On a logger that cannot write, prints the text and returns a message
+    /// that ends without effect. `file` is UTF-8 and may be null.
+    [[nodiscard]] LogMessage& out(unsigned char level, const QString& text, const char* file = "", int line = 0);
+
+    /// Called by LogMessage::endl().
+    void completeMessage(LogMessage& message) override;
+
+    /// Writes one finished record to POCO and the listeners. Exceptions of POCO and of listeners reach the caller.
+    void writeMsgToLog(const PocoMessage& record);
+
+    /// Writes the summaries of the repeats that are being held back, and forgets all remembered records. Call it before
+    /// the program ends: the destructor drops them.
+    void flushLog();
+
+    /// The last step of a program that stops logging: writes "Logger shutdown" into the main log and closes this
+    /// logger's file. On any other than the main logger it also shuts POCO's logging down, for the whole process.
+    /// Exceptions of POCO reach the caller.
+    void flushFinal();
+
+    /// The listener is not owned. Registering it twice has no effect.
+    void registerLogListener(LogListener* listener);
+
+    /// When it returns, no other thread is inside the listener, so that it may be deleted. Hold no lock that its
+    /// callbacks take. From inside any listener's callback it does not wait: no new call begins, but the listener must
+    /// not be deleted there.
+    void unregisterLogListener(LogListener* listener);
+
+    /// Drops every entry whose text contains `filter`, case-sensitive; an empty one drops all.
+    void addExcludeFilter(QString filter);
+
+    /// Where the file goes now; empty while there is no file channel.
+    QString getLogFilePath();
+
+    /// Moves the log to another file, until the next load of the settings. Creates its directory. Exceptions of POCO
+    /// reach the caller and leave the file closed until the next record opens it.
+    void setLogFilePath(QString path);
+
+    /// Sets a property of the file channel by POCO's name, until the next load of the settings. Otherwise as
+    /// setLogFilePath().
+    void setLogFileProperty(QString name, QString value);
+
+    /// Applies the settings, building the output chain or what is missing of it. Returns whether missing keys were set.
+    /// Called by onConfigFileChanged().
+    bool createLoggerBySettings(QSettings& settings);
+
+    /// Called when the settings file was loaded; on the watcher's thread but for the first load.
+    bool onConfigFileChanged(QSettings& settings, bool firstLoad) override;
+
+private:
+    class State;
+    struct RepeatLimits;
+
+    bool isMainLogger() const;
+    bool isUsable() const;
+    void retire() noexcept;
+    void closeChain() noexcept;
+    void releaseIncompleteChain() noexcept;
+    void forgetChain() noexcept;
+
+    void admit(const PocoMessage& record, const QByteArray& sourceFile, const RepeatLimits& limits);
+    void remember(const PocoMessage& record, const QByteArray& sourceFile);
+
+    QString applyFilters(QSettings& settings, bool& settingsChanged);
+    bool applyFileChannel(Poco::FileChannel& channel, SettingsGroup& group);
+    void applyFormat(Poco::PatternFormatter& formatter, SettingsGroup& group);
+    void completeChain(const QString& level);
+
+    QString loggerName;
+    QString logFilePath;
+
+    // The output chain, from its end to its beginning. The pointers own nothing once the chain is complete: POCO's
+    // registry holds the logger, and each link holds the next. Until then the logger holds one reference to every
+    // object that it has not handed on yet.
+    Poco::FileChannel* fileChannel = nullptr;
+    Poco::PatternFormatter* patternFormatter = nullptr;
+    Poco::AsyncChannel* asyncChannel = nullptr;
+    Poco::FormattingChannel* formattingChannel = nullptr;
+    Poco::Logger* pocoLogger = nullptr;
+
+    QStringList textFilters;
+    QStringList excludeFilters;
+    bool checkRepeatedMsg = false;
+    quint32 amountRepeatedMsg = 0;
+    quint32 maxRepeatedMsgCounter = 10;
+
+    Poco::Mutex mutex;                   // guards the two containers below; nothing is written while it is held
+    QList<PocoMessage> pendingMessages;  // records already written and still remembered, oldest first
+    QMap<PocoMessage, int> repeatCounts; // the repeats of each, suppressed since it was written
+    QList<LogListener*> listeners;
+
+    const std::unique_ptr<State> state; // how calls from several threads meet
+};
+
+} // namespace Zyr

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QtCore/QString>
+#include <QtCore/QVariant>
+
+#include <span>
+#include <string>
+
+namespace Zyr {
+
+/// A key of the settings that goes to a property of the output chain as it stands.
+struct ChainSetting
+{
+    QLatin1StringView key;
+    const std::string& property;
+    QVariant defaultValue; ///< in the type in which it is written to the file
+};
+
+/// In the order in which they are applied.
+std::span<const ChainSetting> fileChannelSettings();
+std::span<const ChainSetting> formatterSettings();
+
+} // namespace Zyr

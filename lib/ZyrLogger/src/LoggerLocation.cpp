@@ -1,0 +1,45 @@
+// Where and how the log file is written, changed while the program runs.
+
+#include <ZyrLogger/Logger.h>
+
+#include "LoggerState.h"
+
+#include <ZyrLogger/PocoMessage.h>
+#include <ZyrTools/Misc.h>
+
+#include <QtCore/QFileInfo>
+
+#include <Poco/FileChannel.h>
+
+namespace Zyr {
+
+QString Logger::getLogFilePath()
+{
+    auto channel = state->share(fileChannel);
+    return channel ? QString::fromStdString(channel->getProperty(Poco::FileChannel::PROP_PATH)) : QString();
+}
+
+void Logger::setLogFilePath(QString path)
+{
+    const std::lock_guard turn(state->reload);
+    auto channel = state->share(fileChannel);
+    if (!channel)
+        return;
+    Misc::checkDirectory(QFileInfo(path).path());
+    channel->close();
+    channel->setProperty(Poco::FileChannel::PROP_PATH, path.toStdString());
+    channel->open();
+}
+
+void Logger::setLogFileProperty(QString name, QString value)
+{
+    const std::lock_guard turn(state->reload);
+    auto channel = state->share(fileChannel);
+    if (!channel)
+        return;
+    channel->close();
+    channel->setProperty(name.toStdString(), value.toStdString());
+    channel->open();
+}
+
+} // namespace Zyr

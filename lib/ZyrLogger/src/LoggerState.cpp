@@ -1,0 +1,114 @@
+#include "LoggerState.h"
+
+#include <Poco/Logger.h>
+
+#include <algorithm>
+#include <atomic>
+
+#include <unistd.h>
+
+namespace Zyr {
+
+namespace {
+
+constinit std::atomic<bool> pocoIsShutDown = false;
+constinit thread_local int listenerDepth = 0;
+
+constinit std::mutex livingMutex;
+
+} // namespace
+
+std::vector<Logger::State*>& Logger::State::living()
+{
+    // Never destroyed: loggers live and die during static destruction too.
+    static auto& states = *new std::vector<State*>;
+    return states;
+}
+
+Logger::State::State()
+    : process(getpid())
+{
+    const std::lock_guard lock(livingMutex);
+    living().push_back(this);
+}
+
+Logger::State::~State()
+{
+    const std::lock_guard lock(livingMutex);
+    std::erase(living(), this);
+}
+
+bool Logger::State::isShutDown() noexcept
+{
+    return pocoIsShutDown.load(std::memory_order_acquire);
+}
+
+void Logger::State::markShutDown() noexcept
+{
+    pocoIsShutDown.store(true, std::memory_order_release);
+}
+
+void Logger::State::shutPocoDown()
+{
+    markShutDown();
+    {
+        // Whoever asked before the mark holds its logger's guard until it has its own reference to the chain.
+        const std::lock_guard lock(livingMutex);
+        for (State* state : living()) {
+            if (state->isInherited())
+                return; // releasing the chain would wait for a worker thread that this process does not have
+            const std::lock_guard passed(state->guard);
+        }
+    }
+    Poco::Logger::shutdown();
+}
+
+bool Logger::State::isInherited() const noexcept
+{
+    return process != getpid();
+}
+
+bool Logger::State::isInside(const LogListener* listener) const
+{
+    return std::find(callsUnderWay.begin(), callsUnderWay.end(), listener) != callsUnderWay.end();
+}
+
+bool Logger::State::isInsideAnyListener() noexcept
+{
+    return listenerDepth > 0;
+}
+
+Logger::State::ListenerCall::ListenerCall(State& loggerState, const QList<LogListener*>& registered,
+                                          std::vector<const LogListener*>& served)
+    : state(loggerState)
+    , registeredListeners(registered)
+{
+    const std::lock_guard lock(state.guard);
+    const auto next = std::find_if(registered.begin(), registered.end(), [&](const LogListener* candidate) {
+        return candidate && std::find(served.begin(), served.end(), candidate) == served.end();
+    });
+    if (next == registered.end())
+        return;
+    served.push_back(*next);
+    entry = state.callsUnderWay.insert(state.callsUnderWay.end(), *next);
+    current = *next;
+    ++listenerDepth;
+}
+
+Logger::State::ListenerCall::~ListenerCall()
+{
+    if (!current)
+        return;
+    --listenerDepth;
+    const std::lock_guard lock(state.guard);
+    state.callsUnderWay.erase(entry);
+    state.listenerLeft.notify_all();
+}
+
+bool Logger::State::ListenerCall::isStillRegistered() const
+{
+    const std::lock_guard lock(state.guard);
+    return registeredListeners.contains(current);
+}
+
+} // namespace Zyr

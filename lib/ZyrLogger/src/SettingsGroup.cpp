@@ -1,0 +1,64 @@
+#include "SettingsGroup.h"
+
+#include <ZyrTools/Misc.h>
+
+namespace Zyr {
+
+using namespace Qt::StringLiterals;
+
+QString describeSetting(QLatin1StringView group, QLatin1StringView key, const QString& value)
+{
+    return u'[' + group + u"] "_s + key + u" = '"_s + value + u'\'';
+}
+
+SettingsGroup::SettingsGroup(QSettings& fromSettings, QLatin1StringView groupName, bool& settingsChanged,
+                             const QString& settingsFile)
+    : settings(fromSettings)
+    , name(groupName)
+    , changed(settingsChanged)
+    , file(settingsFile)
+{
+    settings.beginGroup(QString(name));
+}
+
+SettingsGroup::~SettingsGroup()
+{
+    settings.endGroup();
+}
+
+bool SettingsGroup::contains(QLatin1StringView key) const
+{
+    return settings.contains(QString(key));
+}
+
+QString SettingsGroup::storedText(QLatin1StringView key, const QString& defaultText) const
+{
+    return Misc::settingsText(settings.value(QString(key), defaultText)).toString();
+}
+
+QVariant SettingsGroup::read(QLatin1StringView key, const QVariant& defaultValue)
+{
+    return Misc::checkSettingsValue(settings, QString(key), changed, defaultValue);
+}
+
+QString SettingsGroup::readText(QLatin1StringView key, const QVariant& defaultValue)
+{
+    return read(key, defaultValue).toString();
+}
+
+quint32 SettingsGroup::readCount(QLatin1StringView key, int defaultValue)
+{
+    const QVariant value = read(key, defaultValue);
+    bool isCount = false;
+    const quint32 count = value.toUInt(&isCount);
+    if (!isCount)
+        report(key, value.toString(), u"is no number from 0 to 4294967295 and counts as 0"_s);
+    return count;
+}
+
+void SettingsGroup::report(QLatin1StringView key, const QString& value, const QString& problem) const
+{
+    Misc::reportProblem(file, describeSetting(name, key, value) + u' ' + problem);
+}
+
+} // namespace Zyr

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QtCore/QSettings>
+#include <QtCore/QString>
+#include <QtCore/QVariant>
+
+namespace Zyr {
+
+/// "[group] key = 'value'"
+QString describeSetting(QLatin1StringView group, QLatin1StringView key, const QString& value);
+
+/// One group of a logger's settings, entered for as long as this object lives.
+class SettingsGroup
+{
+public:
+    /// `settingsChanged` becomes true when a missing key is set. `settingsFile` is what reports name.
+    SettingsGroup(QSettings& fromSettings, QLatin1StringView groupName, bool& settingsChanged,
+                  const QString& settingsFile);
+    ~SettingsGroup();
+    SettingsGroup(const SettingsGroup&) = delete;
+    SettingsGroup& operator=(const SettingsGroup&) = delete;
+
+    bool contains(QLatin1StringView key) const;
+
+    /// The stored text without writing a default.
+    QString storedText(QLatin1StringView key, const QString& defaultText) const;
+
+    /// The stored value; a missing one is set to the default, in the default's type.
+    QVariant read(QLatin1StringView key, const QVariant& defaultValue);
+    QString readText(QLatin1StringView key, const QVariant& defaultValue);
+
+    /// A text that is no number counts as 0, which is reported.
+    quint32 readCount(QLatin1StringView key, int defaultValue);
+
+    /// Says on standard error what is wrong with a value.
+    void report(QLatin1StringView key, const QString& value, const QString& problem) const;
+
+private:
+    QSettings& settings;
+    const QLatin1StringView name;
+    bool& changed;
+    const QString& file;
+};
+
+} // namespace Zyr
