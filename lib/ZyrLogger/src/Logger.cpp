@@ -59,8 +59,16 @@ Logger::Logger(QString name, QString logFileName, QString settingsFileName)
     logFilePath = QFileInfo(directory + fileName).absoluteFilePath();
     Misc::checkDirectory(QFileInfo(logFilePath).absolutePath());
 
-    if (!startConfigFileWatcher())
-        out(Warning, u"Can not watch file '%1'"_s, OwnEntries::file, OwnEntries::cannotWatchLine).arg(fileName).endl();
+    try {
+        if (!startConfigFileWatcher())
+            out(Warning, u"Can not watch file '%1'"_s, OwnEntries::file, OwnEntries::cannotWatchLine)
+                .arg(fileName)
+                .endl();
+    } catch (...) {
+        stopConfigFileWatcher();
+        closeChain(); // the destructor will not run
+        throw;
+    }
 }
 
 Logger::~Logger()
@@ -111,39 +119,41 @@ void Logger::retire() noexcept
         // Taking the chain apart would wait for a worker thread that a forked child does not have: keep it for good.
         if (pocoLogger && !State::isShutDown())
             pocoLogger->duplicate();
-    } else {
-        closeChain();
+    } else if (closeChain() && isMainLogger()) {
+        try {
+            State::shutPocoDown();
+        } catch (...) {
+            // A destructor always finishes.
+        }
     }
     if (isMainLogger())
         State::markShutDown();
 }
 
-void Logger::closeChain() noexcept
+/// Returns whether the chain was complete.
+bool Logger::closeChain() noexcept
 {
     if (auto channel = state->share(fileChannel)) {
         try {
             channel->close();
         } catch (...) {
-            // A destructor always finishes.
+            // Closing is a courtesy to the worker thread; the wait and the rest come all the same.
         }
         channel = nullptr;
         QThread::msleep(drainMilliseconds);
     }
-    if (auto registered = state->share(pocoLogger)) {
+    // Where this is the last reference, its end writes what is queued still.
+    if (const auto registered = state->share(pocoLogger)) {
         try {
             Poco::Logger::destroy(loggerName.toStdString());
         } catch (...) {
+            // POCO knows no such logger any more.
         }
         forgetChain();
-        registered = nullptr; // the last reference: what is queued still is written here
-        try {
-            if (isMainLogger())
-                State::shutPocoDown();
-        } catch (...) {
-        }
-    } else {
-        releaseIncompleteChain();
+        return true;
     }
+    releaseIncompleteChain();
+    return false;
 }
 
 /// Releases the references that this logger still holds: those of a chain that POCO's registry never got.

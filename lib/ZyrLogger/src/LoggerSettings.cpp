@@ -74,6 +74,8 @@ bool Logger::createLoggerBySettings(QSettings& settings)
 {
     const std::lock_guard turn(state->reload);
     state->latestLoad = State::Load::Applied;
+    if (State::isShutDown())
+        return false;
     bool settingsChanged = false;
 
     const QString level = applyFilters(settings, settingsChanged);

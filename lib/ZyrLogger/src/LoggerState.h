@@ -21,7 +21,7 @@ namespace Zyr {
 ///
 /// A thread that uses a link of the chain takes a reference to it under `guard` (share()), so that a shutdown of POCO's
 /// logging, which releases the chain, cannot pull it away.
-class Logger::State
+class ZYRLOGGER_NO_EXPORT Logger::State
 {
 public:
     State();

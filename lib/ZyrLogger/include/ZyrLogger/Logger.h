@@ -128,7 +128,7 @@ private:
     bool isMainLogger() const;
     bool isUsable() const;
     void retire() noexcept;
-    void closeChain() noexcept;
+    bool closeChain() noexcept;
     void releaseIncompleteChain() noexcept;
     void forgetChain() noexcept;
 
