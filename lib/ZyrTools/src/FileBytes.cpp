@@ -1,0 +1,70 @@
+#include "FileBytes.h"
+
+#include "Descriptor.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <system_error>
+
+using namespace Qt::StringLiterals;
+
+namespace Zyr {
+
+namespace {
+
+/// Settings are some kilobytes; whatever is larger got there by mistake and must not fill the memory.
+constexpr qsizetype largestFile = 4 * 1024 * 1024;
+
+qint64 nanoseconds(const timespec& time)
+{
+    return qint64(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+FileBytes unreadable(const QString& reason)
+{
+    return {FileBytes::State::Unreadable, {}, {}, reason};
+}
+
+} // namespace
+
+FileStamp FileStamp::of(const struct stat& status)
+{
+    return {status.st_dev, status.st_ino, nanoseconds(status.st_mtim), nanoseconds(status.st_ctim)};
+}
+
+QString errorText(int error)
+{
+    return QString::fromStdString(std::generic_category().message(error));
+}
+
+FileBytes readFile(const QByteArray& path)
+{
+    // Not blocking, so that a FIFO under that name does not stop the caller.
+    const Descriptor file(::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file)
+        return errno == ENOENT || errno == ENOTDIR ? FileBytes{} : unreadable(errorText(errno));
+    struct stat status = {};
+    if (::fstat(file.get(), &status) != 0)
+        return unreadable(errorText(errno));
+    if (!S_ISREG(status.st_mode))
+        return unreadable(u"not a regular file"_s);
+
+    FileBytes result{FileBytes::State::Read, {}, FileStamp::of(status), {}};
+    char block[4096];
+    for (;;) {
+        const ssize_t count = ::read(file.get(), block, sizeof block);
+        if (count == 0)
+            return result;
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            return unreadable(errorText(errno));
+        result.bytes.append(block, count);
+        if (result.bytes.size() > largestFile)
+            return unreadable(u"larger than 4 MiB"_s);
+    }
+}
+
+} // namespace Zyr

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+struct stat;
+
+namespace Zyr {
+
+/// Which file it was and when it was last touched.
+struct FileStamp
+{
+    quint64 device = 0;
+    quint64 inode = 0;
+    qint64 modified = 0; ///< nanoseconds
+    qint64 changed = 0;  ///< nanoseconds
+
+    static FileStamp of(const struct stat& status);
+    bool operator==(const FileStamp&) const = default;
+};
+
+/// A file's content as one reading found it.
+struct FileBytes
+{
+    enum class State { Missing, Unreadable, Read };
+
+    State state = State::Missing;
+    QByteArray bytes;
+    FileStamp stamp;
+    QString reason; ///< why it is unreadable
+};
+
+/// Reads a regular file. Anything else under that path, and a file too large for settings, is unreadable.
+FileBytes readFile(const QByteArray& path);
+
+/// The text of an errno value.
+QString errorText(int error);
+
+} // namespace Zyr

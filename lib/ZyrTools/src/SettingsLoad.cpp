@@ -1,0 +1,215 @@
+// How a listener's settings are loaded and what counts as a change.
+#include "ConfigFileListener_p.h"
+
+#include "WriteBack.h"
+#include "ZyrTools/Misc.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QFileInfo>
+#include <QtCore/QSettings>
+
+#include <Poco/Exception.h>
+
+#include <atomic>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace Zyr {
+
+namespace {
+
+constexpr std::chrono::seconds longestPatience = 30s;
+
+/// A name that no file can ever have, and that no two settings objects share: what a listener sets stays in memory.
+QString impossibleName()
+{
+    static std::atomic<unsigned> last = 0;
+    return u"/dev/null/settings-%1.ini"_s.arg(++last);
+}
+
+} // namespace
+
+ConfigFileListener::Private::Private(ConfigFileListener* publicSide, const QString& filePath)
+    : WatchClient(QFile::encodeName(filePath))
+    , name(filePath)
+    , q(publicSide)
+{
+}
+
+bool ConfigFileListener::Private::start()
+{
+    Watcher& watcher = Watcher::instance();
+    if (watcher.isForked()) {
+        loadFirst();
+        return false;
+    }
+
+    const auto self = client();
+    QString problem;
+    switch (watcher.begin(self)) {
+    case Watcher::Begin::Started:
+        return true;
+    case Watcher::Begin::Resumed:
+        if (watcher.watch(self, problem))
+            watcher.touch(self); // it may have changed while nobody watched
+        else
+            Misc::reportProblem(name, problem);
+        return problem.isEmpty();
+    case Watcher::Begin::Acquired:
+        break;
+    }
+
+    const QString directory = QFileInfo(name).path();
+    const bool exists = Misc::checkDirectory(directory) || QFileInfo(directory).isDir();
+    loadFirst();
+    bool watched = false;
+    if (exists)
+        watched = watcher.watch(self, problem);
+    else
+        problem = u"cannot be watched: its directory cannot be created"_s;
+    // What changed between the load and the watch caused no event.
+    const bool touched = watched && isNews(readFile(path));
+    watcher.end(self, nextLook);
+    if (touched)
+        watcher.touch(self);
+    if (!problem.isEmpty())
+        Misc::reportProblem(name, problem);
+    return watched;
+}
+
+void ConfigFileListener::Private::stop()
+{
+    Watcher::instance().stop(client());
+}
+
+void ConfigFileListener::Private::loadFailed(std::function<bool()> mendedCheck)
+{
+    Watcher& watcher = Watcher::instance();
+    if (!watcher.isForked() && !watcher.isBusyHere(client()))
+        return;
+    watcher.publish([&] {
+        inForce = false;
+        mended.swap(mendedCheck);
+    });
+}
+
+void ConfigFileListener::Private::loadFirst()
+{
+    FileBytes file = readFile(path);
+    if (file.state == FileBytes::State::Unreadable)
+        Misc::reportProblem(name, u"cannot be read, so defaults are used: "_s + file.reason);
+    patience = 1s;
+    load(std::move(file), true);
+}
+
+std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::look(bool touched)
+{
+    FileBytes file;
+    if (touched) {
+        file = readFile(path);
+        if (!isNews(file))
+            return nextLook;
+        patience = 1s;
+    } else {
+        const bool again = isMended();
+        patience = std::min(2 * patience, longestPatience);
+        if (!again) {
+            nextLook = std::chrono::steady_clock::now() + patience;
+            return nextLook;
+        }
+        file = readFile(path);
+        if (file.state != FileBytes::State::Read)
+            file = seen;
+    }
+    load(std::move(file), false);
+    return nextLook;
+}
+
+/// A file that is missing or cannot be read is no news. What did not take effect is news again once it has been
+/// touched.
+bool ConfigFileListener::Private::isNews(const FileBytes& file) const
+{
+    if (file.state != FileBytes::State::Read)
+        return false;
+    return seen.state == FileBytes::State::Unreadable || file.bytes != seen.bytes ||
+           (!inForce && !(file.stamp == seen.stamp));
+}
+
+bool ConfigFileListener::Private::isMended() const
+{
+    try {
+        return mended && mended();
+    } catch (...) {
+        return false; // asked again later
+    }
+}
+
+void ConfigFileListener::Private::load(FileBytes file, bool firstLoad)
+{
+    std::optional<ParsedSettings> parsed;
+    if (file.state != FileBytes::State::Unreadable) {
+        parsed = parseSettings(file.bytes);
+        if (!parsed) {
+            Misc::reportProblem(name, u"cannot be read: the system has no memory files"_s);
+            file.state = FileBytes::State::Unreadable;
+        } else if (!parsed->wellFormed) {
+            Misc::reportProblem(name, u"is no well-formed settings file; what could be read is used"_s);
+        }
+    }
+    Watcher& watcher = Watcher::instance();
+    std::function<bool()> outdated;
+    watcher.publish([&] {
+        seen = file;
+        inForce = true;
+        outdated.swap(mended);
+    });
+
+    const Outcome outcome = callListener(parsed ? parsed->values : SettingsMap(), firstLoad);
+    std::optional<FileBytes> written;
+    if (outcome.returned && file.state != FileBytes::State::Unreadable)
+        written = writeBack(path, file, outcome.before, outcome.after);
+    watcher.publish([&] {
+        inForce = inForce && outcome.returned;
+        if (written)
+            seen = *written;
+    });
+    nextLook.reset();
+    if (mended)
+        nextLook = std::chrono::steady_clock::now() + patience;
+}
+
+/// Hands the values to the listener and sees what it made of them.
+ConfigFileListener::Private::Outcome ConfigFileListener::Private::callListener(const SettingsMap& values,
+                                                                               bool firstLoad)
+{
+    QSettings settings(impossibleName(), QSettings::IniFormat);
+    for (auto value = values.cbegin(); value != values.cend(); ++value) {
+        if (!value.key().isEmpty())
+            settings.setValue(value.key(), *value);
+    }
+
+    Outcome outcome;
+    outcome.before = allValues(settings);
+    QString reason;
+    try {
+        q->onConfigFileChanged(settings, firstLoad);
+        outcome.returned = true;
+    } catch (const Poco::Exception& exception) {
+        reason = QString::fromStdString(exception.displayText());
+    } catch (const std::exception& exception) {
+        reason = QString::fromUtf8(exception.what());
+    } catch (...) {
+        reason = u"unknown exception"_s;
+    }
+    while (!settings.group().isEmpty())
+        settings.endGroup();
+    outcome.after = allValues(settings);
+    settings.clear(); // nothing is left to be saved when it goes
+    if (!outcome.returned)
+        Misc::reportProblem(name, u"the settings have not been taken over: "_s + reason);
+    return outcome;
+}
+
+} // namespace Zyr

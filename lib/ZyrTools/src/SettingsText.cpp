@@ -1,0 +1,94 @@
+// QSettings as a reader and writer of bytes: the file that it opens is never the one that is watched, since it caches
+// files by size and time stamp and would write over saves of others.
+#include "SettingsText.h"
+
+#include "Descriptor.h"
+#include "FileBytes.h"
+#include "IniText.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QSettings>
+#include <QtCore/QTemporaryDir>
+
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
+
+using namespace Qt::StringLiterals;
+
+namespace Zyr {
+
+namespace {
+
+Descriptor memoryFile(const QByteArray& bytes)
+{
+    Descriptor file(::memfd_create("settings", MFD_CLOEXEC));
+    for (qsizetype written = 0; file && written < bytes.size();) {
+        const ssize_t count = ::write(file.get(), bytes.constData() + written, size_t(bytes.size() - written));
+        if (count < 0 && errno != EINTR)
+            return Descriptor();
+        written += qMax<ssize_t>(count, 0);
+    }
+    return file;
+}
+
+} // namespace
+
+SettingsMap allValues(const QSettings& settings)
+{
+    SettingsMap values;
+    const QStringList keys = settings.allKeys();
+    for (const QString& key : keys)
+        values.insert(key, settings.value(key));
+    return values;
+}
+
+std::optional<ParsedSettings> parseSettings(const QByteArray& bytes)
+{
+    const Descriptor file = memoryFile(readableIni(bytes));
+    // QSettings remembers files by name, size and time stamp, and the descriptor's number comes again.
+    static std::atomic<int> lastTime = 0;
+    const timespec time = {++lastTime, 0};
+    const timespec times[] = {time, time};
+    if (!file || ::futimens(file.get(), times) != 0)
+        return std::nullopt;
+
+    const QString name = u"/proc/self/fd/%1"_s.arg(file.get());
+    if (!QFile::exists(name))
+        return std::nullopt;
+    const QSettings settings(name, QSettings::IniFormat);
+    ParsedSettings result{allValues(settings)};
+    // Asked last, since sections are parsed when their keys are read.
+    result.wellFormed = settings.status() == QSettings::NoError;
+    return result;
+}
+
+std::optional<QByteArray> serialiseSettings(const QByteArray& base, const SettingsMap& values,
+                                            const QStringList& removed, const QString& directory)
+{
+    // Not a memory file: QSettings saves by renaming, and would follow the link in /proc to a name that it then
+    // creates.
+    const QTemporaryDir folder(directory + "/.settings-XXXXXX"_L1);
+    QFile file(folder.filePath(u"settings.ini"_s));
+    if (!folder.isValid() || !file.open(QIODevice::WriteOnly) || file.write(readableIni(base)) < 0)
+        return std::nullopt;
+    file.close();
+    {
+        QSettings settings(file.fileName(), QSettings::IniFormat);
+        for (const QString& key : removed)
+            settings.remove(key);
+        for (auto value = values.cbegin(); value != values.cend(); ++value) {
+            if (!settings.contains(value.key()) || settings.value(value.key()) != *value)
+                settings.setValue(value.key(), *value);
+        }
+        settings.sync();
+        if (settings.status() == QSettings::AccessError)
+            return std::nullopt;
+    }
+    const FileBytes written = readFile(QFile::encodeName(file.fileName()));
+    return written.state == FileBytes::State::Read ? std::optional(written.bytes) : std::nullopt;
+}
+
+} // namespace Zyr

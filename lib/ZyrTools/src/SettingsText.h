@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QMap>
+#include <QtCore/QString>
+#include <QtCore/QStringList>
+#include <QtCore/QVariant>
+
+#include <optional>
+
+QT_BEGIN_NAMESPACE
+class QSettings;
+QT_END_NAMESPACE
+
+namespace Zyr {
+
+using SettingsMap = QMap<QString, QVariant>;
+
+struct ParsedSettings
+{
+    SettingsMap values;
+    bool wellFormed = true;
+};
+
+/// What QSettings reads from the bytes of an INI file; nothing where the system has no memory files to hand them over.
+std::optional<ParsedSettings> parseSettings(const QByteArray& bytes);
+
+/// What QSettings writes when `removed` and `values` are applied to a file with the content `base`. Works in a folder
+/// of its own in `directory`, which it removes; nothing when that fails.
+std::optional<QByteArray> serialiseSettings(const QByteArray& base, const SettingsMap& values,
+                                            const QStringList& removed, const QString& directory);
+
+/// All keys of `settings` and their values.
+SettingsMap allValues(const QSettings& settings);
+
+} // namespace Zyr

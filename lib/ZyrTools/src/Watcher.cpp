@@ -1,0 +1,327 @@
+#include "Watcher.h"
+
+#include "FileBytes.h"
+#include "ZyrTools/Misc.h"
+
+#include <QtCore/QFile>
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace Zyr {
+
+namespace {
+
+/// Signals are the application's; none of its handlers shall run on the thread created here.
+class AllSignalsBlocked
+{
+public:
+    AllSignalsBlocked()
+    {
+        sigset_t all;
+        ::sigfillset(&all);
+        ::pthread_sigmask(SIG_BLOCK, &all, &before);
+    }
+    ~AllSignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before, nullptr); }
+
+private:
+    sigset_t before;
+};
+
+constexpr auto settleTime = 100ms;
+constexpr auto longestSettling = 2s;
+
+} // namespace
+
+WatchClient::~WatchClient() = default;
+
+std::optional<WatchClient::Time> WatchClient::settledAt() const
+{
+    if (!dirty)
+        return std::nullopt;
+    const Time latest = firstTouch + longestSettling;
+    return writerOpen ? latest : std::min(latest, lastTouch + settleTime);
+}
+
+std::optional<WatchClient::Time> WatchClient::dueAt() const
+{
+    const auto settled = settledAt();
+    return settled && nextLook ? std::min(settled, nextLook) : settled ? settled : nextLook;
+}
+
+void WatchClient::touch()
+{
+    lastTouch = std::chrono::steady_clock::now();
+    if (dirty)
+        return;
+    dirty = true;
+    writerOpen = false;
+    firstTouch = lastTouch;
+}
+
+Watcher& Watcher::instance()
+{
+    // Never destroyed, since static objects may stop listening after everything else is gone.
+    static Watcher* const watcher = new Watcher;
+    return *watcher;
+}
+
+Watcher::Watcher()
+{
+    ::pthread_atfork([] { instance().mutex.lock(); }, [] { instance().mutex.unlock(); },
+                     [] {
+                         instance().forked = true;
+                         instance().mutex.unlock();
+                     });
+}
+
+Watcher::Begin Watcher::begin(const Client& client)
+{
+    Lock lock(mutex);
+    if (client->started)
+        return Begin::Started;
+    const auto self = std::this_thread::get_id();
+    if (client->busy && client->busyThread == self) {
+        client->started = true;
+        return Begin::Resumed;
+    }
+    waitUntilIdle(lock, client);
+    if (client->started || client->busy)
+        return Begin::Started;
+    client->started = true;
+    client->busy = true;
+    client->busyThread = self;
+    return Begin::Acquired;
+}
+
+bool Watcher::watch(const Client& client, QString& problem)
+{
+    const std::lock_guard lock(mutex);
+    if (!client->started)
+        return false;
+    int error = ensureRunning();
+    if (error == 0)
+        error = paths->watch(client.get(), client->path);
+    if (error == 0) {
+        clients[client.get()] = client;
+        return true;
+    }
+    client->started = false;
+    problem = u"cannot be watched: "_s + errorText(error);
+    return false;
+}
+
+void Watcher::touch(const Client& client)
+{
+    const std::lock_guard lock(mutex);
+    if (!client->started)
+        return;
+    client->touch();
+    wake();
+}
+
+void Watcher::end(const Client& client, std::optional<Time> nextLook)
+{
+    const std::lock_guard lock(mutex);
+    client->busy = false;
+    client->nextLook = nextLook;
+    changed.notify_all();
+    wake();
+}
+
+void Watcher::stop(const Client& client)
+{
+    if (forked)
+        return;
+    Lock lock(mutex);
+    client->started = false;
+    client->dirty = false;
+    client->nextLook.reset();
+    if (clients.erase(client.get()) > 0)
+        paths->forget(client.get());
+    waitUntilIdle(lock, client);
+    if (clients.empty() && thread.joinable())
+        endThread(lock);
+}
+
+bool Watcher::isBusyHere(const Client& client)
+{
+    const std::lock_guard lock(mutex);
+    return client->busy && client->busyThread == std::this_thread::get_id();
+}
+
+/// Whoever keeps the client busy may itself be waiting, for one that a third keeps busy, and so on back to this thread.
+bool Watcher::waitsForThisThread(const WatchClient* client) const
+{
+    for (std::size_t links = 0; links <= waiting.size(); ++links) {
+        if (!client->busy)
+            return false;
+        if (client->busyThread == std::this_thread::get_id())
+            return true;
+        const auto next = waiting.find(client->busyThread);
+        if (next == waiting.end())
+            return false;
+        client = next->second;
+    }
+    return false;
+}
+
+void Watcher::waitUntilIdle(Lock& lock, const Client& client)
+{
+    while (client->busy && !waitsForThisThread(client.get())) {
+        waiting[std::this_thread::get_id()] = client.get();
+        changed.wait(lock);
+        waiting.erase(std::this_thread::get_id());
+    }
+}
+
+int Watcher::ensureRunning()
+{
+    if (thread.joinable() && !ended) {
+        quit = false;
+        return 0;
+    }
+    if (thread.joinable())
+        thread.join();
+    ended = false;
+    quit = false;
+    auto newPaths = std::make_unique<PathWatch>();
+    if (newPaths->fd() < 0)
+        return errno;
+    Descriptor newWakeUp(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    if (!newWakeUp)
+        return errno;
+    paths = std::move(newPaths);
+    wakeUp = std::move(newWakeUp);
+    try {
+        const AllSignalsBlocked blocked;
+        thread = std::thread(&Watcher::run, this);
+    } catch (const std::system_error& error) {
+        return error.code().value();
+    }
+    return 0;
+}
+
+void Watcher::wake() const
+{
+    if (wakeUp)
+        ::eventfd_write(wakeUp.get(), 1);
+}
+
+void Watcher::endThread(Lock& lock)
+{
+    quit = true;
+    wake();
+    // The thread itself cannot wait for its end, and a callback that it is in need not end soon: the next one joins it.
+    if (thread.get_id() == std::this_thread::get_id() || serving)
+        return;
+    changed.wait(lock, [this] { return ended || !quit; });
+    if (ended && thread.joinable())
+        thread.join();
+}
+
+int Watcher::timeout() const
+{
+    std::optional<Time> next;
+    for (const auto& [address, client] : clients) {
+        const auto due = client->busy ? std::nullopt : client->dueAt();
+        if (due && (!next || *due < *next))
+            next = due;
+    }
+    if (!next)
+        return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*next - std::chrono::steady_clock::now());
+    return int(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 60'000));
+}
+
+std::vector<QByteArray> Watcher::readEvents()
+{
+    std::map<const void*, Client> led; // those whose paths may lead elsewhere now
+    paths->readEvents([&](const PathWatch::Event& event) {
+        const auto found = clients.find(event.owner);
+        if (found == clients.end())
+            return;
+        const Client& client = found->second;
+        client->touch();
+        client->writerOpen = event.written || (client->writerOpen && !event.moved && !event.closed);
+        if (event.pathChanged)
+            led.insert(*found);
+    });
+    // Watched anew before the file is read, so that no later change is missed.
+    std::vector<QByteArray> lost;
+    for (const auto& [address, client] : led) {
+        if (paths->watch(address, client->path) != 0)
+            lost.push_back(client->path);
+    }
+    return lost;
+}
+
+void Watcher::serveDueClients(Lock& lock)
+{
+    const auto now = std::chrono::steady_clock::now();
+    std::vector<Client> due;
+    for (const auto& [address, client] : clients) {
+        const auto time = client->dueAt();
+        if (time && *time <= now)
+            due.push_back(client);
+    }
+    for (const Client& client : due) {
+        if (!client->started || client->busy)
+            continue;
+        const auto settled = client->settledAt();
+        const bool touched = settled && *settled <= now;
+        if (touched)
+            client->dirty = false;
+        client->busy = true;
+        client->busyThread = std::this_thread::get_id();
+        serving = true;
+        lock.unlock();
+        const auto nextLook = client->look(touched);
+        lock.lock();
+        serving = false;
+        client->busy = false;
+        client->nextLook = nextLook;
+        changed.notify_all();
+        if (forked)
+            return;
+    }
+}
+
+void Watcher::run()
+{
+    ::pthread_setname_np(::pthread_self(), "ZyrSettings");
+    Lock lock(mutex);
+    while (!quit && !forked) {
+        pollfd sources[] = {{paths->fd(), POLLIN, 0}, {wakeUp.get(), POLLIN, 0}};
+        const int wait = timeout();
+        lock.unlock();
+        ::poll(sources, std::size(sources), wait);
+        lock.lock();
+        eventfd_t count;
+        ::eventfd_read(wakeUp.get(), &count);
+        const auto lost = readEvents();
+        if (!lost.empty()) {
+            lock.unlock();
+            for (const QByteArray& path : lost)
+                Misc::reportProblem(QFile::decodeName(path), u"cannot be watched as it lies now"_s);
+            lock.lock();
+        }
+        serveDueClients(lock);
+    }
+    if (forked)
+        return;
+    paths.reset();
+    wakeUp = Descriptor();
+    ended = true;
+    changed.notify_all();
+}
+
+} // namespace Zyr

@@ -1,0 +1,129 @@
+#pragma once
+
+#include "PathWatch.h"
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <vector>
+
+namespace Zyr {
+
+/// Something that wants to look at a file when it changes.
+class WatchClient : public std::enable_shared_from_this<WatchClient>
+{
+public:
+    using Time = std::chrono::steady_clock::time_point;
+
+    explicit WatchClient(QByteArray watchedPath)
+        : path(std::move(watchedPath))
+    {
+    }
+    virtual ~WatchClient();
+    WatchClient(const WatchClient&) = delete;
+    WatchClient& operator=(const WatchClient&) = delete;
+
+    /// Called on the watcher's thread, between begin() and end() of its own: the file has changed and settled
+    /// (`touched`) or the time has come that the last call asked for. Returns when to call again in any case.
+    virtual std::optional<Time> look(bool touched) = 0;
+
+    const QByteArray path;
+
+private:
+    friend class Watcher;
+
+    // Guarded by the watcher's mutex.
+    bool started = false;
+    bool busy = false; ///< somebody is between begin() and end()
+    std::thread::id busyThread;
+    std::optional<Time> settledAt() const;
+    std::optional<Time> dueAt() const;
+    void touch();
+
+    bool dirty = false;
+    bool writerOpen = false;
+    Time firstTouch;
+    Time lastTouch;
+    std::optional<Time> nextLook;
+};
+
+/// The one thread of the process that watches files, and the order between it and those who start and stop watching.
+///
+/// The thread runs while there is something to watch. A child made by fork() has no such thread and watches nothing.
+class Watcher
+{
+public:
+    using Time = WatchClient::Time;
+    using Client = std::shared_ptr<WatchClient>;
+
+    static Watcher& instance();
+
+    /// In a forked child everything that the thread has to do with is left as it is.
+    bool isForked() const noexcept { return forked; }
+
+    enum class Begin { Acquired, Started, Resumed };
+    /// Starts a client. Acquired: the caller may touch it alone until end(). Started: it had been started before.
+    /// Resumed: it had been stopped by the callback that is running on this thread, and goes on being watched.
+    Begin begin(const Client& client);
+
+    /// Watches the path of a client that has not been stopped since. Where that cannot be, the client is stopped and
+    /// `problem` tells why.
+    bool watch(const Client& client, QString& problem);
+
+    /// Has a watched client look at its file.
+    void touch(const Client& client);
+
+    /// Ends what begin() acquired. The client's next look is wanted at `nextLook`.
+    void end(const Client& client, std::optional<Time> nextLook);
+
+    /// Stops a client and waits until it is not busy, unless this thread is what keeps it busy.
+    void stop(const Client& client);
+
+    /// Whether this thread is between the client's begin() and end(), that is in its callback.
+    bool isBusyHere(const Client& client);
+
+    /// Changes what a forked child must not find half changed.
+    template <typename Change>
+    void publish(Change&& change)
+    {
+        const std::lock_guard lock(mutex);
+        change();
+    }
+
+private:
+    using Lock = std::unique_lock<std::mutex>;
+
+    Watcher();
+    int ensureRunning();
+    void wake() const;
+    void waitUntilIdle(Lock& lock, const Client& client);
+    bool waitsForThisThread(const WatchClient* client) const;
+    void endThread(Lock& lock);
+
+    void run();
+    int timeout() const;
+    std::vector<QByteArray> readEvents();
+    void serveDueClients(Lock& lock);
+
+    std::mutex mutex;
+    std::condition_variable changed; ///< a client is not busy any more, or the thread has ended
+    std::map<const void*, Client> clients;
+    std::map<std::thread::id, const WatchClient*> waiting; ///< who waits until which client is idle
+    std::unique_ptr<PathWatch> paths;
+    Descriptor wakeUp;
+    std::thread thread;
+    bool quit = false;
+    bool ended = false;
+    bool serving = false; ///< the thread is in a client's look()
+    std::atomic<bool> forked = false;
+};
+
+} // namespace Zyr

@@ -1,0 +1,103 @@
+#include "WriteBack.h"
+
+#include "FileSave.h"
+#include "IniText.h"
+#include "ZyrTools/Misc.h"
+
+#include <QtCore/QFile>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace Zyr {
+
+namespace {
+
+struct Changes
+{
+    SettingsMap set;
+    QStringList removed;
+};
+
+Changes compare(const SettingsMap& before, const SettingsMap& after)
+{
+    Changes changes;
+    for (auto value = after.cbegin(); value != after.cend(); ++value) {
+        const auto old = before.constFind(value.key());
+        if (old == before.cend() || *old != *value)
+            changes.set.insert(value.key(), *value);
+    }
+    for (auto value = before.cbegin(); value != before.cend(); ++value) {
+        if (!after.contains(value.key()))
+            changes.removed.append(value.key());
+    }
+    return changes;
+}
+
+std::optional<SettingsMap> valuesOf(const std::optional<QByteArray>& text)
+{
+    auto parsed = text ? parseSettings(*text) : std::nullopt;
+    return parsed ? std::optional(std::move(parsed->values)) : std::nullopt;
+}
+
+/// The text with the changes made; nothing, and a problem, when that cannot be done without damage.
+std::optional<QByteArray> changedText(const QByteArray& text, Changes changes, const SettingsMap& after,
+                                      const QString& directory, QString& problem)
+{
+    problem = u"missing values could not be added: no space for a temporary file"_s;
+    const auto old = valuesOf(text);
+    const auto added = valuesOf(serialiseSettings({}, changes.set, {}, directory));
+    if (!old || !added)
+        return std::nullopt;
+
+    // A value set to what the file says already, though as another type, is no change.
+    changes.set.removeIf([&](SettingsMap::iterator value) {
+        return old->contains(value.key()) && old->value(value.key()) == added->value(value.key());
+    });
+    const bool onlyAdded =
+        changes.removed.isEmpty() && std::none_of(changes.set.keyBegin(), changes.set.keyEnd(),
+                                                  [&](const QString& key) { return old->contains(key); });
+    if (!onlyAdded)
+        return serialiseSettings(text, after, changes.removed, directory);
+    if (changes.set.isEmpty())
+        return text;
+
+    const auto lines = serialiseSettings({}, changes.set, {}, directory);
+    if (!lines)
+        return std::nullopt;
+    const QByteArray merged = mergeIni(text, *lines);
+    SettingsMap expected = *old;
+    for (auto key = changes.set.keyBegin(); key != changes.set.keyEnd(); ++key)
+        expected.insert(*key, added->value(*key));
+    if (valuesOf(merged) != expected) {
+        problem = u"missing values are not added, since they would change others: check its quotation marks"_s;
+        return std::nullopt;
+    }
+    return merged;
+}
+
+} // namespace
+
+std::optional<FileBytes> writeBack(const QByteArray& path, const FileBytes& loaded, const SettingsMap& before,
+                                   const SettingsMap& after)
+{
+    const Changes changes = compare(before, after);
+    const QByteArray target = followLinks(path);
+    if ((changes.set.isEmpty() && changes.removed.isEmpty()) || !maySave(target))
+        return std::nullopt;
+
+    QString problem;
+    std::optional<FileBytes> saved;
+    const auto text = changedText(loaded.bytes, changes, after, QFile::decodeName(directoryOf(target)), problem);
+    if (text) {
+        problem.clear();
+        if (*text != loaded.bytes)
+            saved = saveFile(target, loaded, *text, problem);
+    }
+    if (!problem.isEmpty())
+        Misc::reportProblem(QFile::decodeName(path), problem);
+    return saved;
+}
+
+} // namespace Zyr
