@@ -1,12 +1,10 @@
 // Where the settings file lies, and the public side of the listener.
 #include "ConfigFileListener_p.h"
 
-#include <QtCore/QCoreApplication>
+#include "ZyrTools/Misc.h"
+
 #include <QtCore/QDir>
-#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
-#include <QtCore/QStandardPaths>
-#include <QtCore/QVariant>
 
 using namespace Qt::StringLiterals;
 
@@ -14,29 +12,12 @@ namespace Zyr {
 
 namespace {
 
-constexpr auto locationName = "QUADEL_CURRENT_CONFIG_LOCATION";
-
-QString settingsDirectory()
-{
-    const QCoreApplication* application = QCoreApplication::instance();
-    QString directory = qEnvironmentVariable(locationName);
-    if (directory.isEmpty() && application)
-        directory = application->property(locationName).toString();
-    if (directory.isEmpty())
-        directory = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
-    if (directory.isEmpty())
-        directory = QFileInfo(QFile::symLinkTarget(u"/proc/self/exe"_s)).path();
-    return directory;
-}
-
 QString settingsPath(const QString& suffix, const QString& fileName)
 {
-    QString name = fileName;
-    if (name.isEmpty()) {
-        name = QCoreApplication::applicationName();
-        name = (name.isEmpty() ? u"Quadel"_s : name) + suffix + u".ini"_s;
-    }
-    return QFileInfo(QDir(settingsDirectory()), name).absoluteFilePath();
+    const QDir directory(
+        Misc::standardDirectory("QUADEL_CURRENT_CONFIG_LOCATION", QStandardPaths::GenericConfigLocation));
+    const QString name = fileName.isEmpty() ? Misc::applicationName() + suffix + u".ini"_s : fileName;
+    return QFileInfo(directory, name).absoluteFilePath();
 }
 
 } // namespace

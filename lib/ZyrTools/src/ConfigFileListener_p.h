@@ -10,7 +10,7 @@
 namespace Zyr {
 
 /// The listener's loads. They are made between the watcher's begin() and end(), so never two at a time.
-class ConfigFileListener::Private final : public WatchClient
+class Q_DECL_HIDDEN ConfigFileListener::Private final : public WatchClient
 {
 public:
     Private(ConfigFileListener* publicSide, const QString& filePath);

@@ -1,13 +1,12 @@
 // Where the family's programs keep their files.
-
-#include <ZyrTools/Misc.h>
+#include "ZyrTools/Misc.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFileInfo>
 
-namespace Zyr::Misc {
-
 using namespace Qt::StringLiterals;
+
+namespace Zyr::Misc {
 
 QString applicationName()
 {

@@ -8,8 +8,6 @@
 #include <QtCore/QFileInfo>
 #include <QtCore/QSettings>
 
-#include <Poco/Exception.h>
-
 #include <atomic>
 #include <utility>
 
@@ -196,12 +194,8 @@ ConfigFileListener::Private::Outcome ConfigFileListener::Private::callListener(c
     try {
         q->onConfigFileChanged(settings, firstLoad);
         outcome.returned = true;
-    } catch (const Poco::Exception& exception) {
-        reason = QString::fromStdString(exception.displayText());
-    } catch (const std::exception& exception) {
-        reason = QString::fromUtf8(exception.what());
     } catch (...) {
-        reason = u"unknown exception"_s;
+        reason = Misc::currentExceptionText();
     }
     while (!settings.group().isEmpty())
         settings.endGroup();
