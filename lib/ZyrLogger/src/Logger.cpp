@@ -98,8 +98,7 @@ bool Logger::isMainLogger() const
 
 bool Logger::isUsable() const
 {
-    const std::lock_guard lock(state->guard);
-    return fileChannel && !State::isShutDown();
+    return state->share(fileChannel);
 }
 
 void Logger::flushFinal()
@@ -116,7 +115,7 @@ void Logger::retire() noexcept
 {
     stopConfigFileWatcher();
     if (state->isInherited()) {
-        // Taking the chain apart would wait for a worker thread that a forked child does not have: keep it for good.
+        // Taking the chain apart would wait for a worker thread that is not there: keep it for good.
         if (pocoLogger && !State::isShutDown())
             pocoLogger->duplicate();
     } else if (closeChain() && isMainLogger()) {

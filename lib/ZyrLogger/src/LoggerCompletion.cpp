@@ -78,6 +78,8 @@ LogMessage& Logger::out(unsigned char level, const QString& text, const char* fi
 
 void Logger::completeMessage(LogMessage& message)
 {
+    if (state->isChainGone())
+        return;
     Poco::AutoPtr<Poco::Logger> target;
     QStringList wanted;
     QStringList unwanted;
@@ -85,7 +87,7 @@ void Logger::completeMessage(LogMessage& message)
     bool suppressRepeats = false;
     {
         const std::lock_guard lock(state->guard);
-        target = State::shareLocked(pocoLogger);
+        target = state->shareLocked(pocoLogger);
         wanted = textFilters;
         unwanted = excludeFilters;
         limits = {amountRepeatedMsg, maxRepeatedMsgCounter};

@@ -57,13 +57,15 @@ void Logger::LogListener::handleFormatedMessage(QString)
 
 void Logger::writeMsgToLog(const PocoMessage& record)
 {
+    if (state->isChainGone())
+        return;
     Poco::AutoPtr<Poco::Logger> target;
     Poco::AutoPtr<Poco::PatternFormatter> formatter;
     {
         const std::lock_guard lock(state->guard);
-        target = State::shareLocked(pocoLogger);
+        target = state->shareLocked(pocoLogger);
         if (!listeners.isEmpty())
-            formatter = State::shareLocked(patternFormatter);
+            formatter = state->shareLocked(patternFormatter);
     }
     if (!target)
         return;

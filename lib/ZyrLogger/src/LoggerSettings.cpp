@@ -46,7 +46,7 @@ bool canBeOpened(const QString& path)
 
 bool Logger::onConfigFileChanged(QSettings& settings, bool firstLoad)
 {
-    if (State::isShutDown())
+    if (state->isChainGone())
         return false;
     bool settingsChanged = false;
     State::Load outcome = State::Load::Applied;
@@ -74,7 +74,7 @@ bool Logger::createLoggerBySettings(QSettings& settings)
 {
     const std::lock_guard turn(state->reload);
     state->latestLoad = State::Load::Applied;
-    if (State::isShutDown())
+    if (state->isChainGone())
         return false;
     bool settingsChanged = false;
 

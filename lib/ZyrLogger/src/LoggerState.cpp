@@ -5,13 +5,14 @@
 #include <algorithm>
 #include <atomic>
 
-#include <unistd.h>
+#include <pthread.h>
 
 namespace Zyr {
 
 namespace {
 
 constinit std::atomic<bool> pocoIsShutDown = false;
+constinit std::atomic<unsigned> forksSoFar = 0;
 constinit thread_local int listenerDepth = 0;
 
 constinit std::mutex livingMutex;
@@ -26,8 +27,10 @@ std::vector<Logger::State*>& Logger::State::living()
 }
 
 Logger::State::State()
-    : process(getpid())
+    : forks(forksSoFar)
 {
+    static const int counted = pthread_atfork(nullptr, nullptr, [] { ++forksSoFar; });
+    static_cast<void>(counted);
     const std::lock_guard lock(livingMutex);
     living().push_back(this);
 }
@@ -51,21 +54,20 @@ void Logger::State::markShutDown() noexcept
 void Logger::State::shutPocoDown()
 {
     markShutDown();
+    if (forksSoFar > 0)
+        return; // releasing an inherited chain would wait for a worker thread that this process does not have
     {
         // Whoever asked before the mark holds its logger's guard until it has its own reference to the chain.
         const std::lock_guard lock(livingMutex);
-        for (State* state : living()) {
-            if (state->isInherited())
-                return; // releasing the chain would wait for a worker thread that this process does not have
+        for (State* state : living())
             const std::lock_guard passed(state->guard);
-        }
     }
     Poco::Logger::shutdown();
 }
 
 bool Logger::State::isInherited() const noexcept
 {
-    return process != getpid();
+    return forks != forksSoFar;
 }
 
 bool Logger::State::isInside(const LogListener* listener) const

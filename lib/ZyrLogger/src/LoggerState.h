@@ -9,8 +9,6 @@
 #include <mutex>
 #include <vector>
 
-#include <sys/types.h>
-
 namespace Zyr {
 
 /// How the calls of several threads on one logger meet.
@@ -29,11 +27,13 @@ public:
     State(const State&) = delete;
     State& operator=(const State&) = delete;
 
-    /// A counted reference to the link that the logger's field `link` points to; null when there is none, or when
-    /// POCO's logging is shut down and the pointer may dangle.
+    /// A counted reference to the link that the logger's field `link` points to; null when there is none or the chain
+    /// is out of reach.
     template <typename Link>
     Poco::AutoPtr<Link> share(Link* const& link)
     {
+        if (isChainGone())
+            return nullptr;
         const std::lock_guard lock(guard);
         return shareLocked(link);
     }
@@ -42,6 +42,8 @@ public:
     template <typename Link, typename Make>
     Poco::AutoPtr<Link> link(Link*& field, Make make)
     {
+        if (isChainGone())
+            return nullptr;
         const std::lock_guard lock(guard);
         if (!field && !isShutDown())
             field = make();
@@ -55,7 +57,11 @@ public:
         return Poco::AutoPtr<Link>(isShutDown() ? nullptr : link, true);
     }
 
-    /// Whether POCO's logging was shut down by this library.
+    /// Whether the chain must not be touched: the pointers to it may dangle after a shutdown, and in a forked child it
+    /// has no worker thread and perhaps a lock that nobody will ever release. Takes no lock.
+    bool isChainGone() const noexcept { return isShutDown() || isInherited(); }
+
+    /// Whether this library has shut POCO's logging down.
     static bool isShutDown() noexcept;
 
     /// Marks POCO's logging as shut down, for every logger of the process.
@@ -64,7 +70,7 @@ public:
     /// The same, then waits until no logger is about to use its chain, and shuts POCO's logging down.
     static void shutPocoDown();
 
-    /// Whether this process is a fork of the one that made the logger. Its worker thread does not exist here.
+    /// Whether this process is a fork of the one that made the logger.
     bool isInherited() const noexcept;
 
     class ListenerCall;
@@ -91,7 +97,7 @@ public:
 private:
     static std::vector<State*>& living();
 
-    const pid_t process;
+    const unsigned forks; ///< that lay between the first logger's process and the one that made this logger
 };
 
 /// One record's visit to the next listener that has not had it. The calling thread counts as being inside that listener
