@@ -165,10 +165,15 @@ int PathWatch::watch(Owner owner, const QByteArray& path)
     for (int walks = 0; walks < mostWalks; ++walks) {
         Walk walk(inotify.get());
         const int error = walk.go(path);
-        if (error == EAGAIN)
-            continue;
-        if (error != 0)
+        if (error != 0) {
+            for (const Walk::Step& step : walk.steps) {
+                if (step.wd >= 0 && inodes.count(step.wd) == 0)
+                    ::inotify_rm_watch(inotify.get(), step.wd);
+            }
+            if (error == EAGAIN)
+                continue;
             return error;
+        }
 
         for (auto& [wd, interests] : inodes)
             interests.erase(owner);
@@ -223,21 +228,20 @@ void PathWatch::handleEvent(int wd, quint32 mask, const char* name, const std::f
     }
 
     const auto found = inodes.find(wd);
-    if (found == inodes.end()) {
-        if (!(mask & IN_IGNORED))
-            ::inotify_rm_watch(inotify.get(), wd); // left by a walk that had to begin again
+    if (found == inodes.end())
         return;
-    }
     constexpr quint32 always = IN_IGNORED | IN_UNMOUNT;
     quint32 wanted = always;
     for (const auto& [owner, interest] : found->second)
         wanted |= interest.mask;
+    // An event that nobody wants any more is handed to all: watching again corrects the mask.
+    const bool unwanted = (mask & wanted) == 0;
     for (const auto& [owner, interest] : found->second) {
         const auto& names = interest.names;
-        // An event that nobody wants any more is handed to all: watching again corrects the mask.
-        const quint32 relevant = mask & wanted ? mask & (interest.mask | always) : mask;
-        if (relevant != 0 && (!name || std::find(names.begin(), names.end(), name) != names.end()))
-            handle({owner, (relevant & ~contentMask) != 0, (relevant & ~(contentMask | IN_ATTRIB)) != 0,
+        const quint32 relevant = mask & (interest.mask | always);
+        const bool counts = relevant != 0 && (!name || std::find(names.begin(), names.end(), name) != names.end());
+        if (unwanted || counts)
+            handle({owner, unwanted || (relevant & ~contentMask) != 0, (relevant & ~(contentMask | IN_ATTRIB)) != 0,
                     (relevant & IN_MODIFY) != 0, (relevant & IN_CLOSE_WRITE) != 0});
     }
     if (mask & IN_IGNORED)

@@ -6,6 +6,7 @@
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
+#include <QtCore/QScopeGuard>
 #include <QtCore/QSettings>
 
 #include <atomic>
@@ -59,6 +60,7 @@ bool ConfigFileListener::Private::start()
         break;
     }
 
+    const auto release = qScopeGuard([&] { watcher.end(self, nextLook); });
     const QString directory = QFileInfo(name).path();
     const bool exists = Misc::checkDirectory(directory) || QFileInfo(directory).isDir();
     loadFirst();
@@ -68,9 +70,7 @@ bool ConfigFileListener::Private::start()
     else
         problem = u"cannot be watched: its directory cannot be created"_s;
     // What changed between the load and the watch caused no event.
-    const bool touched = watched && isNews(readFile(path));
-    watcher.end(self, nextLook);
-    if (touched)
+    if (watched && isNews(readFile(path)))
         watcher.touch(self);
     if (!problem.isEmpty())
         Misc::reportProblem(name, problem);

@@ -22,9 +22,14 @@ namespace Zyr {
 
 namespace {
 
+constexpr unsigned noExecution = 8; // MFD_NOEXEC_SEAL
+
 Descriptor memoryFile(const QByteArray& bytes)
 {
-    Descriptor file(::memfd_create("settings", MFD_CLOEXEC));
+    // Hardened kernels refuse a memory file that could be executed; older ones do not know that flag.
+    Descriptor file(::memfd_create("settings", MFD_CLOEXEC | noExecution));
+    if (!file && errno == EINVAL)
+        file = Descriptor(::memfd_create("settings", MFD_CLOEXEC));
     for (qsizetype written = 0; file && written < bytes.size();) {
         const ssize_t count = ::write(file.get(), bytes.constData() + written, size_t(bytes.size() - written));
         if (count < 0 && errno != EINTR)

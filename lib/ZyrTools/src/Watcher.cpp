@@ -14,7 +14,6 @@
 #include <csignal>
 
 using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
 
 namespace Zyr {
 
@@ -36,36 +35,7 @@ private:
     sigset_t before;
 };
 
-constexpr auto settleTime = 100ms;
-constexpr auto longestSettling = 2s;
-
 } // namespace
-
-WatchClient::~WatchClient() = default;
-
-std::optional<WatchClient::Time> WatchClient::settledAt() const
-{
-    if (!dirty)
-        return std::nullopt;
-    const Time latest = firstTouch + longestSettling;
-    return writerOpen ? latest : std::min(latest, lastTouch + settleTime);
-}
-
-std::optional<WatchClient::Time> WatchClient::dueAt() const
-{
-    const auto settled = settledAt();
-    return settled && nextLook ? std::min(settled, nextLook) : settled ? settled : nextLook;
-}
-
-void WatchClient::touch()
-{
-    lastTouch = std::chrono::steady_clock::now();
-    if (dirty)
-        return;
-    dirty = true;
-    writerOpen = false;
-    firstTouch = lastTouch;
-}
 
 Watcher& Watcher::instance()
 {
@@ -86,19 +56,15 @@ Watcher::Watcher()
 Watcher::Begin Watcher::begin(const Client& client)
 {
     Lock lock(mutex);
+    if (!client->started)
+        waitUntilIdle(lock, client);
     if (client->started)
         return Begin::Started;
-    const auto self = std::this_thread::get_id();
-    if (client->busy && client->busyThread == self) {
-        client->started = true;
-        return Begin::Resumed;
-    }
-    waitUntilIdle(lock, client);
-    if (client->started || client->busy)
-        return Begin::Started;
     client->started = true;
+    if (client->busy)
+        return Begin::Resumed;
     client->busy = true;
-    client->busyThread = self;
+    client->busyThread = std::this_thread::get_id();
     return Begin::Acquired;
 }
 
@@ -132,6 +98,7 @@ void Watcher::end(const Client& client, std::optional<Time> nextLook)
 {
     const std::lock_guard lock(mutex);
     client->busy = false;
+    client->started = clients.count(client.get()) > 0;
     client->nextLook = nextLook;
     changed.notify_all();
     wake();
@@ -158,7 +125,8 @@ bool Watcher::isBusyHere(const Client& client)
     return client->busy && client->busyThread == std::this_thread::get_id();
 }
 
-/// Whoever keeps the client busy may itself be waiting, for one that a third keeps busy, and so on back to this thread.
+/// Whether waiting for the client would never end: this thread keeps it busy, or whoever does is waiting itself, for
+/// one that a third keeps busy, and so on back to this thread.
 bool Watcher::waitsForThisThread(const WatchClient* client) const
 {
     for (std::size_t links = 0; links <= waiting.size(); ++links) {
@@ -187,6 +155,7 @@ int Watcher::ensureRunning()
 {
     if (thread.joinable() && !ended) {
         quit = false;
+        changed.notify_all(); // nobody needs to wait for its end any more
         return 0;
     }
     if (thread.joinable())
@@ -284,7 +253,12 @@ void Watcher::serveDueClients(Lock& lock)
         client->busyThread = std::this_thread::get_id();
         serving = true;
         lock.unlock();
-        const auto nextLook = client->look(touched);
+        std::optional<Time> nextLook;
+        try {
+            nextLook = client->look(touched);
+        } catch (...) {
+            Misc::reportProblem(QFile::decodeName(client->path), Misc::currentExceptionText());
+        }
         lock.lock();
         serving = false;
         client->busy = false;

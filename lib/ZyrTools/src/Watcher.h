@@ -1,12 +1,11 @@
 #pragma once
 
 #include "PathWatch.h"
+#include "WatchClient.h"
 
-#include <QtCore/QByteArray>
 #include <QtCore/QString>
 
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <map>
 #include <memory>
@@ -16,44 +15,6 @@
 #include <vector>
 
 namespace Zyr {
-
-/// Something that wants to look at a file when it changes.
-class WatchClient : public std::enable_shared_from_this<WatchClient>
-{
-public:
-    using Time = std::chrono::steady_clock::time_point;
-
-    explicit WatchClient(QByteArray watchedPath)
-        : path(std::move(watchedPath))
-    {
-    }
-    virtual ~WatchClient();
-    WatchClient(const WatchClient&) = delete;
-    WatchClient& operator=(const WatchClient&) = delete;
-
-    /// Called on the watcher's thread, between begin() and end() of its own: the file has changed and settled
-    /// (`touched`) or the time has come that the last call asked for. Returns when to call again in any case.
-    virtual std::optional<Time> look(bool touched) = 0;
-
-    const QByteArray path;
-
-private:
-    friend class Watcher;
-
-    // Guarded by the watcher's mutex.
-    bool started = false;
-    bool busy = false; ///< somebody is between begin() and end()
-    std::thread::id busyThread;
-    std::optional<Time> settledAt() const;
-    std::optional<Time> dueAt() const;
-    void touch();
-
-    bool dirty = false;
-    bool writerOpen = false;
-    Time firstTouch;
-    Time lastTouch;
-    std::optional<Time> nextLook;
-};
 
 /// The one thread of the process that watches files, and the order between it and those who start and stop watching.
 ///
@@ -70,8 +31,9 @@ public:
     bool isForked() const noexcept { return forked; }
 
     enum class Begin { Acquired, Started, Resumed };
-    /// Starts a client. Acquired: the caller may touch it alone until end(). Started: it had been started before.
-    /// Resumed: it had been stopped by the callback that is running on this thread, and goes on being watched.
+    /// Starts a client. Acquired: the caller has it to itself until end(). Started: it had been started before.
+    /// Resumed: it has been stopped by a callback that is still running and cannot be waited for, mostly since it is
+    /// the caller.
     Begin begin(const Client& client);
 
     /// Watches the path of a client that has not been stopped since. Where that cannot be, the client is stopped and
@@ -81,7 +43,7 @@ public:
     /// Has a watched client look at its file.
     void touch(const Client& client);
 
-    /// Ends what begin() acquired. The client's next look is wanted at `nextLook`.
+    /// Ends what begin() acquired. A client that is not being watched by now is stopped.
     void end(const Client& client, std::optional<Time> nextLook);
 
     /// Stops a client and waits until it is not busy, unless this thread is what keeps it busy.

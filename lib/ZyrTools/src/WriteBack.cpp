@@ -45,7 +45,7 @@ std::optional<SettingsMap> valuesOf(const std::optional<QByteArray>& text)
 std::optional<QByteArray> changedText(const QByteArray& text, Changes changes, const SettingsMap& after,
                                       const QString& directory, QString& problem)
 {
-    problem = u"missing values could not be added: no space for a temporary file"_s;
+    problem = u"missing values cannot be added: its directory takes no temporary files"_s;
     const auto old = valuesOf(text);
     const auto added = valuesOf(serialiseSettings({}, changes.set, {}, directory));
     if (!old || !added)

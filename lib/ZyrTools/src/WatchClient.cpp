@@ -1,0 +1,43 @@
+#include "WatchClient.h"
+
+#include <algorithm>
+
+using namespace std::chrono_literals;
+
+namespace Zyr {
+
+namespace {
+
+/// A file has settled when nothing has happened to it for a while and nobody is known to be writing it.
+constexpr auto settleTime = 100ms;
+constexpr auto longestSettling = 2s;
+
+} // namespace
+
+WatchClient::~WatchClient() = default;
+
+std::optional<WatchClient::Time> WatchClient::settledAt() const
+{
+    if (!dirty)
+        return std::nullopt;
+    const Time latest = firstTouch + longestSettling;
+    return writerOpen ? latest : std::min(latest, lastTouch + settleTime);
+}
+
+std::optional<WatchClient::Time> WatchClient::dueAt() const
+{
+    const auto settled = settledAt();
+    return settled && nextLook ? std::min(settled, nextLook) : settled ? settled : nextLook;
+}
+
+void WatchClient::touch()
+{
+    lastTouch = std::chrono::steady_clock::now();
+    if (dirty)
+        return;
+    dirty = true;
+    writerOpen = false;
+    firstTouch = lastTouch;
+}
+
+} // namespace Zyr
