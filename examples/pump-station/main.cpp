@@ -26,7 +26,7 @@ bool deliver(const QString& path, const char* level)
 {
     QFile file(path);
     return file.open(QIODevice::WriteOnly) &&
-           file.write(QByteArray("[Logger]\nlevel=") + level + "\n\n[LoggerFileChannel]\nrotation=20 K\n") > 0;
+           file.write(QByteArray("[LoggerFileChannel]\nrotation=20 K\n\n[Logger]\nlevel=") + level + '\n') > 0;
 }
 
 } // namespace
@@ -39,6 +39,7 @@ int main(int argc, char** argv)
     const QDir config(app.arguments().value(1) + u"/config"_s);
     const QString stationSettings = config.absoluteFilePath(u"pump_Log.ini"_s);
     if (argc != 2 || !config.mkpath(u"."_s) || !deliver(stationSettings, "information") ||
+        !deliver(config.absoluteFilePath(u"pump_Valve_Log.ini"_s), "information") ||
         !deliver(config.absoluteFilePath(u"pump_Motor_Log.ini"_s), "trace")) {
         std::fputs("usage: pump-station <directory that can be written>\n", stderr);
         return 2;
