@@ -34,7 +34,7 @@ function(zyr_add_library name)
     target_link_options(${name} PRIVATE
         -Wl,--version-script=${export_list} $<$<NOT:$<BOOL:${ZYR_SANITIZE}>>:-Wl,--no-undefined>)
 
-    install(TARGETS ${name} EXPORT ZyrLoggerTargets
+    install(TARGETS ${name} EXPORT ${name}Targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
         FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
 endfunction()
