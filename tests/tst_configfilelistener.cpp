@@ -9,6 +9,7 @@
 
 #include <Poco/Exception.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -126,14 +127,17 @@ void TestConfigFileListener::loadsChangeOnce_data()
     row("rename", old, "put other new; mv other probe.ini");
     row("same size and time", old, "touch -r probe.ini time; put probe.ini new; touch -r time probe.ini");
     row("deleted and created", old, "rm probe.ini;;put probe.ini new");
+    row("deleted and moved there", old, "rm probe.ini;;put other new; mv other probe.ini");
     row("link swapped", "put a old; put b new; link a probe.ini", "link b probe.ini");
     row("link on the way", "mkdir a b; put a/probe.ini old; put b/probe.ini new; link a way", "link b way", below);
     row("link to nothing", "link there probe.ini", "put there new");
     row("link in a circle", "link probe.ini probe.ini", "put other new; mv other probe.ini");
     row("directory replaced", "mkdir way; put way/probe.ini old", "mv way gone;;mkdir way; put way/probe.ini new",
         below);
-    row("directory removed while in use", "mkdir way; put way/probe.ini old",
-        "(cd way; exec sleep 3) & rm way/probe.ini;;rmdir way; mkdir way;;put way/probe.ini new", below);
+    row("directory removed while in use", "mkdir -p way/in; put way/in/probe.ini old",
+        "(cd way/in; exec sleep 5 > /dev/null 2>&1) & rm way/in/probe.ini;;rmdir way/in; mkdir way/in;;"
+        "put way/in/probe.ini new",
+        u"way/in/probe.ini"_s);
 }
 
 void TestConfigFileListener::loadsChangeOnce()
@@ -481,12 +485,27 @@ void TestConfigFileListener::unwatchableIsLoadedAllTheSame()
 {
     const TestPlace place;
     place.write(u"file"_s, "");
+    place.write(probeFile, "[S]\nv=1\n");
     const ErrorText errors(place);
-    SettingsProbe probe(addKey, u"file/probe.ini"_s);
-    QVERIFY(!probe.startConfigFileWatcher());
-    QCOMPARE(probe.loads(), QStringList(u"first "_s));
+    SettingsProbe nowhere(addKey, u"file/probe.ini"_s);
+    QVERIFY(!nowhere.startConfigFileWatcher());
+    QCOMPARE(nowhere.loads(), QStringList(u"first "_s));
     QCOMPARE(errors.read(),
-             QFile::encodeName(probe.configFilePath()) + ": cannot be watched: its directory cannot be created\n");
+             QFile::encodeName(nowhere.configFilePath()) + ": cannot be watched: its directory cannot be created\n");
+
+    SettingsProbe probe;
+    const int next = ::dup(0);
+    ::close(next);
+    rlimit limit = {};
+    QVERIFY(::getrlimit(RLIMIT_NOFILE, &limit) == 0);
+    const rlimit tight = {rlim_t(next) + 2, limit.rlim_max}; // enough to load
+    QVERIFY(::setrlimit(RLIMIT_NOFILE, &tight) == 0);
+    const bool watched = probe.startConfigFileWatcher();
+    QVERIFY(::setrlimit(RLIMIT_NOFILE, &limit) == 0);
+    QVERIFY(!watched);
+    QCOMPARE(probe.loads(), QStringList(u"first 1"_s));
+    QVERIFY(errors.read().endsWith("cannot be watched: Too many open files\n"));
+    QVERIFY(probe.startConfigFileWatcher()); // once there are some again
 }
 
 void TestConfigFileListener::livesUntilStaticDestruction()

@@ -251,13 +251,12 @@ void PathWatch::handleEvent(int wd, quint32 mask, const char* name, const std::f
 void PathWatch::readEvents(const std::function<void(const Event&)>& handle)
 {
     alignas(inotify_event) char buffer[16 * (sizeof(inotify_event) + NAME_MAX + 1)];
-    for (ssize_t size; (size = ::read(inotify.get(), buffer, sizeof buffer)) > 0;) {
-        for (const char* at = buffer; at < buffer + size;) {
-            inotify_event event;
-            std::memcpy(&event, at, sizeof event);
-            handleEvent(event.wd, event.mask, event.len > 0 ? at + sizeof event : nullptr, handle);
-            at += sizeof event + event.len;
-        }
+    const ssize_t size = ::read(inotify.get(), buffer, sizeof buffer);
+    for (const char* at = buffer; at < buffer + size;) {
+        inotify_event event;
+        std::memcpy(&event, at, sizeof event);
+        handleEvent(event.wd, event.mask, event.len > 0 ? at + sizeof event : nullptr, handle);
+        at += sizeof event + event.len;
     }
 }
 

@@ -40,7 +40,7 @@ public:
 
     void forget(Owner owner);
 
-    /// Reads what has happened without waiting.
+    /// Reads some of what has happened, without waiting; fd() stays readable for the rest.
     void readEvents(const std::function<void(const Event&)>& handle);
 
 private:

@@ -51,11 +51,13 @@ bool ConfigFileListener::Private::start()
     case Watcher::Begin::Started:
         return true;
     case Watcher::Begin::Resumed:
-        if (watcher.watch(self, problem))
+        if (watcher.watch(self, problem)) {
             watcher.touch(self); // it may have changed while nobody watched
-        else
+            return true;
+        }
+        if (!problem.isEmpty())
             Misc::reportProblem(name, problem);
-        return problem.isEmpty();
+        return false;
     case Watcher::Begin::Acquired:
         break;
     }

@@ -174,6 +174,8 @@ int Watcher::ensureRunning()
         const AllSignalsBlocked blocked;
         thread = std::thread(&Watcher::run, this);
     } catch (const std::system_error& error) {
+        paths.reset();
+        wakeUp = Descriptor();
         return error.code().value();
     }
     return 0;
