@@ -31,8 +31,10 @@ function(zyr_add_library name)
     # The public headers need C++17 only, so that a consumer may stay behind our own C++20.
     target_compile_features(${name} PUBLIC cxx_std_17)
     target_link_libraries(${name} PUBLIC ${ARG_LINK} PRIVATE $<BUILD_INTERFACE:zyr_build_flags>)
-    target_link_options(${name} PRIVATE
-        -Wl,--version-script=${export_list} $<$<NOT:$<BOOL:${ZYR_SANITIZE}>>:-Wl,--no-undefined>)
+    target_link_options(${name} PRIVATE -Wl,--version-script=${export_list})
+    if(NOT ZYR_SANITIZE) # whose run-time library only the program brings
+        target_link_options(${name} PRIVATE -Wl,--no-undefined)
+    endif()
 
     install(TARGETS ${name} EXPORT ${name}Targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development

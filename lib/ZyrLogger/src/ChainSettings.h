@@ -14,6 +14,9 @@ struct ChainSetting
     QLatin1StringView key;
     const std::string& property;
     QVariant defaultValue; ///< in the type in which it is written to the file
+
+    /// The values that POCO knows where it takes every other one silently for the last of these; else empty.
+    std::span<const QLatin1StringView> known = {};
 };
 
 /// In the order in which they are applied.

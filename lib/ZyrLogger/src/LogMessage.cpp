@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include <cxxabi.h>
+
 namespace Zyr {
 
 LogMessage::Completer::Completer() = default;
@@ -61,6 +63,9 @@ void LogMessage::endl()
     if (completer) {
         try {
             completer->completeMessage(*this);
+        } catch (const abi::__forced_unwind&) {
+            delete this; // the thread is being cancelled, which must go on
+            throw;
         } catch (...) {
             // Logging reports no error to the code that logs.
         }

@@ -8,9 +8,8 @@
 #include <ZyrLogger/PocoMessage.h>
 #include <ZyrTools/Misc.h>
 
-#include <QtCore/QDateTime>
 #include <QtCore/QFileInfo>
-#include <QtCore/QLocale>
+#include <QtCore/QScopedValueRollback>
 #include <QtCore/QStandardPaths>
 #include <QtCore/QThread>
 
@@ -20,7 +19,9 @@
 #include <Poco/Logger.h>
 #include <Poco/PatternFormatter.h>
 
+#include <atomic>
 #include <cstddef>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -35,40 +36,39 @@ constexpr QStringView mainLoggerName = u"MainLogger";
 /// How long the worker thread gets to write what is queued before the chain is taken apart.
 constexpr unsigned long drainMilliseconds = 1000;
 
-/// Qt's static objects that late entries need are made before the first logger, and so outlive it.
-void touchQtStatics()
+QString logFileNameOrDefault(const QString& name)
 {
-    static_cast<void>(QLocale().toString(0.5));
-    static_cast<void>(QDateTime::currentDateTime().toString(Qt::ISODateWithMs));
+    return name.isEmpty() ? Misc::applicationName() + u".log"_s : name;
 }
 
 } // namespace
 
 Logger::Logger(QString name, QString logFileName, QString settingsFileName)
+    : Logger(std::move(name), logFileName, settingsFileName, NotStarted())
+{
+    start(logFileName);
+}
+
+/// Nothing of this can call the application, unlike the first load of the settings.
+Logger::Logger(QString name, const QString& logFileName, const QString& settingsFileName, NotStarted)
     : ConfigFileListener(u"_Log"_s, settingsFileName)
     , loggerName(std::move(name))
-    , state(std::make_unique<State>())
+    , state(std::make_unique<State>(*this))
 {
-    if (State::isShutDown())
-        return;
-    touchQtStatics();
-
     const QString directory =
         Misc::standardDirectory("QUADEL_CURRENT_LOG_LOCATION", QStandardPaths::GenericDataLocation);
-    const QString fileName = logFileName.isEmpty() ? Misc::applicationName() + u".log"_s : logFileName;
-    logFilePath = QFileInfo(directory + fileName).absoluteFilePath();
-    Misc::checkDirectory(QFileInfo(logFilePath).absolutePath());
+    logFilePath = QFileInfo(directory + logFileNameOrDefault(logFileName)).absoluteFilePath();
+}
 
-    try {
-        if (!startConfigFileWatcher())
-            out(Warning, u"Can not watch file '%1'"_s, OwnEntries::file, OwnEntries::cannotWatchLine)
-                .arg(fileName)
-                .endl();
-    } catch (...) {
-        stopConfigFileWatcher();
-        closeChain(); // the destructor will not run
-        throw;
-    }
+void Logger::start(const QString& logFileName)
+{
+    if (state->isChainGone())
+        return;
+    Misc::checkDirectory(QFileInfo(logFilePath).absolutePath());
+    if (!startConfigFileWatcher())
+        out(Warning, u"Can not watch file '%1'"_s, OwnEntries::file, OwnEntries::cannotWatchLine)
+            .arg(logFileNameOrDefault(logFileName))
+            .endl();
 }
 
 Logger::~Logger()
@@ -76,19 +76,48 @@ Logger::~Logger()
     retire();
 }
 
+/// The main logger. Only its end belongs to static destruction: the object itself stays, so that whoever logs after
+/// that still finds a logger, one whose operations are harmless.
+class Logger::Main
+{
+public:
+    Main() { new (storage) Logger(mainLoggerName.toString(), QString(), QString(), NotStarted()); }
+    ~Main()
+    {
+        logger().retire();
+        State::markShutDown();
+    }
+    Main(const Main&) = delete;
+    Main& operator=(const Main&) = delete;
+
+    static Logger& logger() { return *std::launder(reinterpret_cast<Logger*>(storage)); }
+
+    /// Once per process, or until it does not throw. The thread that is in it already passes: while the settings are
+    /// loaded, a message handler of Qt may log, and finds a logger that is not usable yet.
+    static void start()
+    {
+        static constinit std::atomic<bool> started = false;
+        static constinit thread_local bool starting = false;
+        if (started.load(std::memory_order_acquire) || starting)
+            return;
+        static constinit std::mutex first;
+        const std::lock_guard lock(first);
+        if (started.load(std::memory_order_relaxed))
+            return;
+        const QScopedValueRollback mark(starting, true);
+        logger().start(QString());
+        started.store(true, std::memory_order_release);
+    }
+
+private:
+    alignas(Logger) static inline std::byte storage[sizeof(Logger)];
+};
+
 Logger& Logger::instance()
 {
-    // Only its own end belongs to static destruction: the object stays, so that whoever logs after that still finds a
-    // logger, one whose operations are harmless.
-    alignas(Logger) static std::byte storage[sizeof(Logger)];
-    struct Life
-    {
-        Life() { new (storage) Logger(mainLoggerName.toString(), QString(), QString()); }
-        ~Life() { logger().retire(); }
-        static Logger& logger() { return *std::launder(reinterpret_cast<Logger*>(storage)); }
-    };
-    static const Life life;
-    return Life::logger();
+    static const Main main;
+    Main::start();
+    return Main::logger();
 }
 
 bool Logger::isMainLogger() const
@@ -114,19 +143,14 @@ void Logger::flushFinal()
 void Logger::retire() noexcept
 {
     stopConfigFileWatcher();
-    if (state->isInherited()) {
-        // Taking the chain apart would wait for a worker thread that is not there: keep it for good.
-        if (pocoLogger && !State::isShutDown())
-            pocoLogger->duplicate();
-    } else if (closeChain() && isMainLogger()) {
-        try {
-            State::shutPocoDown();
-        } catch (...) {
-            // A destructor always finishes.
-        }
+    // Taking an inherited chain apart would wait for a worker thread that is not there: it is kept for good.
+    if (state->isInherited() || !closeChain() || !isMainLogger())
+        return;
+    try {
+        State::shutPocoDown();
+    } catch (...) {
+        // A destructor always finishes.
     }
-    if (isMainLogger())
-        State::markShutDown();
 }
 
 /// Returns whether the chain was complete.
@@ -158,6 +182,7 @@ bool Logger::closeChain() noexcept
 /// Releases the references that this logger still holds: those of a chain that POCO's registry never got.
 void Logger::releaseIncompleteChain() noexcept
 {
+    // Each link that is there took over the references to those before it.
     if (!pocoLogger) {
         if (formattingChannel) {
             formattingChannel->release();

@@ -21,6 +21,8 @@ QString Logger::getLogFilePath()
 
 void Logger::setLogFilePath(QString path)
 {
+    if (state->isChainGone())
+        return;
     const std::lock_guard turn(state->reload);
     auto channel = state->share(fileChannel);
     if (!channel)
@@ -33,6 +35,8 @@ void Logger::setLogFilePath(QString path)
 
 void Logger::setLogFileProperty(QString name, QString value)
 {
+    if (state->isChainGone())
+        return;
     const std::lock_guard turn(state->reload);
     auto channel = state->share(fileChannel);
     if (!channel)

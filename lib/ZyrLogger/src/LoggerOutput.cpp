@@ -2,7 +2,7 @@
 
 #include <ZyrLogger/Logger.h>
 
-#include "LoggerState.h"
+#include "ListenerCall.h"
 
 #include <ZyrLogger/PocoMessage.h>
 
@@ -76,7 +76,7 @@ void Logger::writeMsgToLog(const PocoMessage& record)
     const Presentation presentation = present(record, *formatter);
     std::vector<const LogListener*> served;
     for (;;) {
-        const State::ListenerCall call(*state, listeners, served);
+        const ListenerCall call(*this, served);
         LogListener* const listener = call.listener();
         if (!listener)
             return;
@@ -98,7 +98,8 @@ void Logger::unregisterLogListener(LogListener* listener)
     std::unique_lock lock(state->guard);
     listeners.removeAll(listener);
     // Two listeners that each unregister the other from inside a callback would wait for each other for ever.
-    if (!State::isInsideAnyListener())
+    // In a forked child nobody ends the calls that other threads were in.
+    if (!ListenerCall::isUnderWayHere() && !state->isInherited())
         state->listenerLeft.wait(lock, [&] { return !state->isInside(listener); });
 }
 

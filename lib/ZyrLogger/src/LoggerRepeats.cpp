@@ -85,6 +85,8 @@ void Logger::remember(const PocoMessage& record, const QByteArray& sourceFile)
 
 void Logger::flushLog()
 {
+    if (state->isInherited())
+        return; // the lock may have been another thread's when the process was forked
     Lock lock(mutex);
     const QList<PocoMessage> records = std::exchange(pendingMessages, {});
     const QMap<PocoMessage, int> counts = std::exchange(repeatCounts, {});

@@ -44,24 +44,20 @@ bool canBeOpened(const QString& path)
 
 } // namespace
 
+enum class Logger::LoadOutcome { Applied, ValueRefused, FileNotOpened };
+
 bool Logger::onConfigFileChanged(QSettings& settings, bool firstLoad)
 {
     if (state->isChainGone())
         return false;
     bool settingsChanged = false;
-    State::Load outcome = State::Load::Applied;
-    {
-        const std::lock_guard turn(state->reload);
-        settingsChanged = createLoggerBySettings(settings);
-        outcome = state->latestLoad;
-    }
-    switch (outcome) {
-    case State::Load::Applied:
+    switch (applySettings(settings, settingsChanged)) {
+    case LoadOutcome::Applied:
         break;
-    case State::Load::Refused:
+    case LoadOutcome::ValueRefused:
         configFileLoadFailed();
         break;
-    case State::Load::FileNotOpened:
+    case LoadOutcome::FileNotOpened:
         configFileLoadFailed([path = getLogFilePath()] { return canBeOpened(path); });
         break;
     }
@@ -72,35 +68,42 @@ bool Logger::onConfigFileChanged(QSettings& settings, bool firstLoad)
 
 bool Logger::createLoggerBySettings(QSettings& settings)
 {
-    const std::lock_guard turn(state->reload);
-    state->latestLoad = State::Load::Applied;
-    if (state->isChainGone())
-        return false;
     bool settingsChanged = false;
-
-    const QString level = applyFilters(settings, settingsChanged);
-    SettingsGroup group(settings, "LoggerFileChannel"_L1, settingsChanged, configFilePath());
-
-    auto channel = state->link(fileChannel, [] { return new LogFileChannel; });
-    if (!channel)
-        return false;
-    if (!applyFileChannel(*channel, group))
-        return false;
-
-    if (auto formatter = state->link(patternFormatter, [] { return new LineFormatter; }))
-        applyFormat(*formatter, group);
-
-    completeChain(level);
+    applySettings(settings, settingsChanged);
     return settingsChanged;
 }
 
-/// The group "Logger". Returns the level, which is applied last.
-QString Logger::applyFilters(QSettings& settings, bool& settingsChanged)
+/// `settingsChanged` stays false when the pass ends early.
+Logger::LoadOutcome Logger::applySettings(QSettings& settings, bool& settingsChanged)
 {
-    SettingsGroup group(settings, "Logger"_L1, settingsChanged, configFilePath());
+    if (state->isChainGone())
+        return LoadOutcome::Applied;
+    const std::lock_guard turn(state->reload);
+    bool keysAdded = false;
+    const QString level = applyFilters(settings, keysAdded);
+    SettingsGroup group(settings, "LoggerFileChannel"_L1, keysAdded, configFilePath());
+
+    auto channel = state->link(fileChannel, [] { return new LogFileChannel; });
+    if (!channel)
+        return LoadOutcome::Applied; // shut down meanwhile
+    const LoadOutcome outcome = applyFileChannel(*channel, group);
+    if (outcome != LoadOutcome::Applied)
+        return outcome;
+
+    auto formatter = state->link(patternFormatter, [] { return new LineFormatter; });
+    const bool formatted = formatter && applyFormat(*formatter, group);
+    const bool complete = completeChain(level);
+    settingsChanged = keysAdded;
+    return formatted && complete ? LoadOutcome::Applied : LoadOutcome::ValueRefused;
+}
+
+/// The group "Logger". Returns the level, which is applied last.
+QString Logger::applyFilters(QSettings& settings, bool& keysAdded)
+{
+    SettingsGroup group(settings, "Logger"_L1, keysAdded, configFilePath());
     const QString level = group.readText("level"_L1, u"information"_s);
     const QStringList filters = group.readText("textFilters"_L1, u""_s).split(u'|', Qt::SkipEmptyParts);
-    const bool check = group.read("checkRepeatedMsg"_L1, false).toBool();
+    const bool check = group.readSwitch("checkRepeatedMsg"_L1, false);
     const quint32 amount = group.readCount("amountRepeatedMsg"_L1, 1);
     const quint32 maximum = group.readCount("maxRepeatedMsgCounter"_L1, 10);
 
@@ -112,63 +115,64 @@ QString Logger::applyFilters(QSettings& settings, bool& settingsChanged)
     return level;
 }
 
-/// Returns false when a value was refused or the file could not be opened. The channel then stays closed until a record
-/// or the next load opens it.
-bool Logger::applyFileChannel(Poco::FileChannel& channel, SettingsGroup& group)
+/// Where it fails, the channel stays closed until a record or the next load opens it.
+Logger::LoadOutcome Logger::applyFileChannel(Poco::FileChannel& channel, SettingsGroup& group)
 {
     channel.close();
 
+    QString path = logFilePath;
     if (group.contains("path"_L1)) {
-        const QString path = group.storedText("path"_L1, logFilePath);
+        path = group.storedText("path"_L1, logFilePath);
         Misc::checkDirectory(QFileInfo(path).absolutePath());
         channel.setProperty(Poco::FileChannel::PROP_PATH, path.toStdString());
     } else {
-        channel.setProperty(Poco::FileChannel::PROP_PATH, logFilePath.toStdString());
-        group.read("-path"_L1, logFilePath); // only tells the operator which path is in use
+        channel.setProperty(Poco::FileChannel::PROP_PATH, path.toStdString());
+        group.read("-path"_L1, path); // only tells the operator which path is in use
     }
 
-    QLatin1StringView key = "path"_L1;
+    LoadOutcome failure = LoadOutcome::ValueRefused;
+    QLatin1StringView key;
     QString value;
-    state->latestLoad = State::Load::Refused;
     try {
         for (const ChainSetting& setting : fileChannelSettings()) {
             key = setting.key;
-            value = group.readText(setting.key, setting.defaultValue);
+            value = group.readText(setting);
             channel.setProperty(setting.property, value.toStdString());
         }
-        state->latestLoad = State::Load::FileNotOpened;
         key = "path"_L1;
-        value = QString::fromStdString(channel.getProperty(Poco::FileChannel::PROP_PATH));
+        value = path;
+        if (!path.isEmpty()) // no repair of the disk opens that one
+            failure = LoadOutcome::FileNotOpened;
         channel.open();
+        return LoadOutcome::Applied;
     } catch (...) {
         StandardOutput::printParagraph(u"Exception on creating logger"_s);
         group.report(key, value, Misc::currentExceptionText());
-        return false;
+        return failure;
     }
-    state->latestLoad = State::Load::Applied;
-    return true;
 }
 
-/// A refused value ends this stage only.
-void Logger::applyFormat(Poco::PatternFormatter& formatter, SettingsGroup& group)
+/// A refused value ends this stage only. Returns whether there was none.
+bool Logger::applyFormat(Poco::PatternFormatter& formatter, SettingsGroup& group)
 {
     QLatin1StringView key;
     QString value;
     try {
         for (const ChainSetting& setting : formatterSettings()) {
             key = setting.key;
-            value = group.readText(setting.key, setting.defaultValue);
+            value = group.readText(setting);
             formatter.setProperty(setting.property, value.toStdString());
         }
+        return true;
     } catch (...) {
         group.report(key, value, Misc::currentExceptionText());
-        state->latestLoad = State::Load::Refused;
+        return false;
     }
 }
 
 /// Makes the links that are still missing, each of which takes over the logger's references to the ones below it, and
-/// sets the level.
-void Logger::completeChain(const QString& level)
+/// sets the level. Returns whether the logger is complete now.
+bool Logger::completeChain(const QString& level)
 {
     // Each link gets a reference of its own before ours is released, so that a failure in between loses nothing.
     state->link(asyncChannel, [this] {
@@ -192,7 +196,7 @@ void Logger::completeChain(const QString& level)
         } catch (const Poco::Exception& error) {
             throw Poco::InvalidArgumentException(setting.toStdString(), error.message());
         }
-        return;
+        return true;
     }
     try {
         state->link(pocoLogger, [&] {
@@ -201,10 +205,11 @@ void Logger::completeChain(const QString& level)
             formattingChannel->release();
             return &made;
         });
+        return true;
     } catch (...) {
         Misc::reportProblem(configFilePath(), u"no logger '"_s + loggerName + u"' with "_s + setting + u": "_s +
                                                   Misc::currentExceptionText());
-        state->latestLoad = State::Load::Refused;
+        return false;
     }
 }
 

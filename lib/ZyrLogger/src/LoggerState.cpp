@@ -1,5 +1,10 @@
 #include "LoggerState.h"
 
+#include "StandardOutput.h"
+
+#include <QtCore/QDateTime>
+#include <QtCore/QLocale>
+
 #include <Poco/Logger.h>
 
 #include <algorithm>
@@ -13,24 +18,39 @@ namespace {
 
 constinit std::atomic<bool> pocoIsShutDown = false;
 constinit std::atomic<unsigned> forksSoFar = 0;
-constinit thread_local int listenerDepth = 0;
-
 constinit std::mutex livingMutex;
 
 } // namespace
 
+/// Made with the first logger, so that it ends after every logger that has an end, and before the static objects of Qt
+/// and POCO that logging needs: whatever still logs then, through a logger that nobody destroys, must not reach them.
+class Logger::State::ProcessLife
+{
+public:
+    ProcessLife()
+    {
+        // Qt makes these when they are first used; they have to be there before this object is.
+        static_cast<void>(QLocale().toString(0.5));
+        static_cast<void>(QDateTime::currentDateTime().toString(Qt::ISODateWithMs));
+        pthread_atfork(&beforeFork, &afterFork, &afterForkInChild);
+    }
+    ~ProcessLife() { markShutDown(); }
+    ProcessLife(const ProcessLife&) = delete;
+    ProcessLife& operator=(const ProcessLife&) = delete;
+};
+
+/// Guarded by `livingMutex`. Never destroyed: loggers live and die during static destruction too.
 std::vector<Logger::State*>& Logger::State::living()
 {
-    // Never destroyed: loggers live and die during static destruction too.
     static auto& states = *new std::vector<State*>;
     return states;
 }
 
-Logger::State::State()
-    : forks(forksSoFar)
+Logger::State::State(Logger& itsLogger)
+    : logger(itsLogger)
+    , forks(forksSoFar)
 {
-    static const int counted = pthread_atfork(nullptr, nullptr, [] { ++forksSoFar; });
-    static_cast<void>(counted);
+    static const ProcessLife life;
     const std::lock_guard lock(livingMutex);
     living().push_back(this);
 }
@@ -46,23 +66,20 @@ bool Logger::State::isShutDown() noexcept
     return pocoIsShutDown.load(std::memory_order_acquire);
 }
 
-void Logger::State::markShutDown() noexcept
+void Logger::State::markShutDown()
 {
     pocoIsShutDown.store(true, std::memory_order_release);
+    // Whoever asked before the mark holds its logger's guard until it has its own reference to the chain.
+    const std::lock_guard lock(livingMutex);
+    for (State* state : living())
+        const std::lock_guard passed(state->guard);
 }
 
 void Logger::State::shutPocoDown()
 {
     markShutDown();
-    if (forksSoFar > 0)
-        return; // releasing an inherited chain would wait for a worker thread that this process does not have
-    {
-        // Whoever asked before the mark holds its logger's guard until it has its own reference to the chain.
-        const std::lock_guard lock(livingMutex);
-        for (State* state : living())
-            const std::lock_guard passed(state->guard);
-    }
-    Poco::Logger::shutdown();
+    if (forksSoFar == 0) // the release of an inherited chain would wait for a worker thread that is not there
+        Poco::Logger::shutdown();
 }
 
 bool Logger::State::isInherited() const noexcept
@@ -75,42 +92,33 @@ bool Logger::State::isInside(const LogListener* listener) const
     return std::find(callsUnderWay.begin(), callsUnderWay.end(), listener) != callsUnderWay.end();
 }
 
-bool Logger::State::isInsideAnyListener() noexcept
+/// No lock that a child may need is held by another thread while the process is copied.
+void Logger::State::beforeFork()
 {
-    return listenerDepth > 0;
+    livingMutex.lock();
+    for (State* state : living())
+        state->guard.lock();
+    StandardOutput::lock();
 }
 
-Logger::State::ListenerCall::ListenerCall(State& loggerState, const QList<LogListener*>& registered,
-                                          std::vector<const LogListener*>& served)
-    : state(loggerState)
-    , registeredListeners(registered)
+void Logger::State::afterFork() noexcept
 {
-    const std::lock_guard lock(state.guard);
-    const auto next = std::find_if(registered.begin(), registered.end(), [&](const LogListener* candidate) {
-        return candidate && std::find(served.begin(), served.end(), candidate) == served.end();
-    });
-    if (next == registered.end())
-        return;
-    served.push_back(*next);
-    entry = state.callsUnderWay.insert(state.callsUnderWay.end(), *next);
-    current = *next;
-    ++listenerDepth;
+    StandardOutput::unlock();
+    for (State* state : living())
+        state->guard.unlock();
+    livingMutex.unlock();
 }
 
-Logger::State::ListenerCall::~ListenerCall()
+void Logger::State::afterForkInChild() noexcept
 {
-    if (!current)
-        return;
-    --listenerDepth;
-    const std::lock_guard lock(state.guard);
-    state.callsUnderWay.erase(entry);
-    state.listenerLeft.notify_all();
-}
-
-bool Logger::State::ListenerCall::isStillRegistered() const
-{
-    const std::lock_guard lock(state.guard);
-    return registeredListeners.contains(current);
+    ++forksSoFar;
+    // Releasing a chain, as POCO's own static objects would at the end, waits for its worker thread, which is not
+    // there: every inherited chain is kept for good.
+    for (const State* state : living()) {
+        if (state->logger.pocoLogger && !isShutDown())
+            state->logger.pocoLogger->duplicate();
+    }
+    afterFork();
 }
 
 } // namespace Zyr

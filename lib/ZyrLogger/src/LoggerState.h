@@ -11,7 +11,7 @@
 
 namespace Zyr {
 
-/// How the calls of several threads on one logger meet.
+/// How the calls of several threads on one logger meet, and what all loggers of the process have in common.
 ///
 /// Two locks, taken in this order: `reload` makes settings loads and location calls take turns; `guard` is the one that
 /// logging takes, only ever for the few instructions that copy or change fields. Neither is held while listeners run or
@@ -22,7 +22,7 @@ namespace Zyr {
 class ZYRLOGGER_NO_EXPORT Logger::State
 {
 public:
-    State();
+    explicit State(Logger& itsLogger);
     ~State();
     State(const State&) = delete;
     State& operator=(const State&) = delete;
@@ -50,7 +50,7 @@ public:
         return shareLocked(field);
     }
 
-    /// share() for a caller that holds `guard`.
+    /// share() for a caller that holds `guard` and knows that the logger is not inherited.
     template <typename Link>
     static Poco::AutoPtr<Link> shareLocked(Link* link)
     {
@@ -61,25 +61,21 @@ public:
     /// has no worker thread and perhaps a lock that nobody will ever release. Takes no lock.
     bool isChainGone() const noexcept { return isShutDown() || isInherited(); }
 
-    /// Whether this library has shut POCO's logging down.
+    /// Whether POCO's logging counts as shut down, for every logger of the process.
     static bool isShutDown() noexcept;
 
-    /// Marks POCO's logging as shut down, for every logger of the process.
-    static void markShutDown() noexcept;
+    /// Makes it count as shut down. When it returns, no logger is about to use its chain without a reference of its
+    /// own.
+    static void markShutDown();
 
-    /// The same, then waits until no logger is about to use its chain, and shuts POCO's logging down.
+    /// The same, and shuts POCO's logging down.
     static void shutPocoDown();
 
     /// Whether this process is a fork of the one that made the logger.
     bool isInherited() const noexcept;
 
-    class ListenerCall;
-
     /// Whether any thread is inside `listener`. The caller holds `guard`.
     bool isInside(const LogListener* listener) const;
-
-    /// Whether the calling thread is inside any listener of any logger.
-    static bool isInsideAnyListener() noexcept;
 
     std::mutex guard;            ///< for the chain pointers, filters, repeat settings and listeners
     std::recursive_mutex reload; ///< recursive: a message handler of Qt may call back while settings are read
@@ -91,37 +87,16 @@ public:
     /// like these.
     QList<QByteArray> pendingFiles;
 
-    /// What became of the latest settings load; guarded by `reload`.
-    enum class Load { Applied, Refused, FileNotOpened } latestLoad = Load::Applied;
-
 private:
+    class ProcessLife;
+
     static std::vector<State*>& living();
+    static void beforeFork();
+    static void afterFork() noexcept;
+    static void afterForkInChild() noexcept;
 
+    const Logger& logger;
     const unsigned forks; ///< that lay between the first logger's process and the one that made this logger
-};
-
-/// One record's visit to the next listener that has not had it. The calling thread counts as being inside that listener
-/// for as long as this object lives.
-class Logger::State::ListenerCall
-{
-public:
-    /// Picks the first of `registered` that is not in `served`, and adds it there. Going by who was served instead of
-    /// by index keeps a listener that unregisters itself, or others, from making the record miss somebody.
-    ListenerCall(State& loggerState, const QList<LogListener*>& registered, std::vector<const LogListener*>& served);
-    ~ListenerCall();
-    ListenerCall(const ListenerCall&) = delete;
-    ListenerCall& operator=(const ListenerCall&) = delete;
-
-    /// Null when every listener has been served.
-    LogListener* listener() const noexcept { return current; }
-
-    bool isStillRegistered() const;
-
-private:
-    State& state;
-    const QList<LogListener*>& registeredListeners; ///< guarded by the state's `guard`
-    LogListener* current = nullptr;
-    std::list<const LogListener*>::iterator entry;
 };
 
 /// The settings of repeat suppression at one moment.

@@ -2,6 +2,8 @@
 
 #include <ZyrTools/Misc.h>
 
+#include <algorithm>
+
 namespace Zyr {
 
 using namespace Qt::StringLiterals;
@@ -44,6 +46,26 @@ QVariant SettingsGroup::read(QLatin1StringView key, const QVariant& defaultValue
 QString SettingsGroup::readText(QLatin1StringView key, const QVariant& defaultValue)
 {
     return read(key, defaultValue).toString();
+}
+
+QString SettingsGroup::readText(const ChainSetting& setting)
+{
+    const QString text = readText(setting.key, setting.defaultValue);
+    const auto isText = [&](QLatin1StringView known) { return text.compare(known, Qt::CaseInsensitive) == 0; };
+    if (!setting.known.empty() && std::none_of(setting.known.begin(), setting.known.end(), isText))
+        report(setting.key, text, u"is not known and counts as "_s + setting.known.back());
+    return text;
+}
+
+bool SettingsGroup::readSwitch(QLatin1StringView key, bool defaultValue)
+{
+    const QVariant value = read(key, defaultValue);
+    const QString text = value.toString();
+    constexpr QLatin1StringView plain[] = {"true"_L1, "1"_L1, "false"_L1, "0"_L1, ""_L1};
+    const auto isText = [&](QLatin1StringView known) { return text.compare(known, Qt::CaseInsensitive) == 0; };
+    if (std::none_of(std::begin(plain), std::end(plain), isText))
+        report(key, text, u"is not known and counts as true"_s);
+    return value.toBool();
 }
 
 quint32 SettingsGroup::readCount(QLatin1StringView key, int defaultValue)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ChainSettings.h"
+
 #include <QtCore/QSettings>
 #include <QtCore/QString>
 #include <QtCore/QVariant>
@@ -28,6 +30,12 @@ public:
     /// The stored value; a missing one is set to the default, in the default's type.
     QVariant read(QLatin1StringView key, const QVariant& defaultValue);
     QString readText(QLatin1StringView key, const QVariant& defaultValue);
+
+    /// The text that goes to the chain as it stands. One that is not known there is reported.
+    QString readText(const ChainSetting& setting);
+
+    /// Everything but "false", "0" and nothing counts as true; what is not "true" or "1" then is reported.
+    bool readSwitch(QLatin1StringView key, bool defaultValue);
 
     /// A text that is no number counts as 0, which is reported.
     quint32 readCount(QLatin1StringView key, int defaultValue);

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <mutex>
+#include <utility>
 
 namespace Zyr::StandardOutput {
 
@@ -12,24 +13,40 @@ namespace {
 constinit std::mutex streamMutex;
 
 /// Never destroyed, since destructors of static objects log too. Nothing is lost by that: every line is flushed.
-QTextStream& stream()
+QTextStream* stream = nullptr;
+
+template <typename Print>
+void printWhole(Print print)
 {
-    static QTextStream& instance = *new QTextStream(stdout);
-    return instance;
+    const std::lock_guard guard(streamMutex);
+    if (!stream)
+        stream = new QTextStream(stdout);
+    print(*stream);
+    // After a failed write the stream would keep this line and all that follow in its memory.
+    if (stream->status() != QTextStream::Ok)
+        delete std::exchange(stream, nullptr);
 }
 
 } // namespace
 
 void printLine(const QString& line)
 {
-    const std::lock_guard lock(streamMutex);
-    stream() << line << Qt::endl;
+    printWhole([&](QTextStream& out) { out << line << Qt::endl; });
 }
 
 void printParagraph(const QString& line)
 {
-    const std::lock_guard lock(streamMutex);
-    stream() << Qt::endl << line << Qt::endl;
+    printWhole([&](QTextStream& out) { out << Qt::endl << line << Qt::endl; });
+}
+
+void lock()
+{
+    streamMutex.lock();
+}
+
+void unlock()
+{
+    streamMutex.unlock();
 }
 
 } // namespace Zyr::StandardOutput

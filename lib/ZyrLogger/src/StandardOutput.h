@@ -11,4 +11,8 @@ void printLine(const QString& line);
 /// The same after an empty line.
 void printParagraph(const QString& line);
 
+/// For the time of a fork.
+void lock();
+void unlock();
+
 } // namespace Zyr::StandardOutput

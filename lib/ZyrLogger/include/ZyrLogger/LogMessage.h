@@ -22,10 +22,10 @@ namespace Zyr {
 class ZYRLOGGER_EXPORT LogMessage
 {
     /// Types that a QVariant is not constructed from, or only ambiguously.
-    template <typename T, typename D = std::decay_t<T>>
+    template <typename T>
     static constexpr bool needsConversion =
-        std::is_same_v<D, long> || std::is_same_v<D, unsigned long> || std::is_same_v<D, std::string> ||
-        std::is_same_v<D, std::string_view> || std::is_same_v<D, const char*> || std::is_same_v<D, char*>;
+        std::is_same_v<T, long> || std::is_same_v<T, unsigned long> || std::is_same_v<T, std::string> ||
+        std::is_same_v<T, std::string_view> || std::is_same_v<T, const char*> || std::is_same_v<T, char*>;
 
 public:
     /// Receives a message when it is ended.
@@ -53,12 +53,13 @@ public:
     void setCompleter(Completer* newCompleter);
 
     /// Appends the value of the next placeholder: the first call fills "%1". `int`, `long long`, their unsigned
-    /// siblings and `double` are written by the default locale, everything else by QVariant's own conversion.
+    /// siblings and `double` are written by the default locale, everything else by QVariant's own conversion. `short`
+    /// and `char` arrive as `int`.
     [[nodiscard]] LogMessage& arg(QVariant value);
 
     /// The same for types that QVariant does not take: texts as UTF-8, `long` by its own conversion (ungrouped).
     template <typename T, std::enable_if_t<needsConversion<T>, int> = 0>
-    [[nodiscard]] LogMessage& arg(const T& value)
+    [[nodiscard]] LogMessage& arg(T value)
     {
         return arg(toVariant(value));
     }
@@ -67,7 +68,7 @@ public:
     [[nodiscard]] LogMessage& topic(const QString& key, QVariant value);
 
     template <typename T, std::enable_if_t<needsConversion<T>, int> = 0>
-    [[nodiscard]] LogMessage& topic(const QString& key, const T& value)
+    [[nodiscard]] LogMessage& topic(const QString& key, T value)
     {
         return topic(key, toVariant(value));
     }

@@ -123,22 +123,31 @@ public:
 
 private:
     class State;
+    class ListenerCall;
+    class Main;
+    enum class LoadOutcome;
     struct RepeatLimits;
+    struct NotStarted
+    {
+    };
 
-    bool isMainLogger() const;
-    bool isUsable() const;
-    void retire() noexcept;
-    bool closeChain() noexcept;
-    void releaseIncompleteChain() noexcept;
-    void forgetChain() noexcept;
+    ZYRLOGGER_NO_EXPORT Logger(QString name, const QString& logFileName, const QString& settingsFileName, NotStarted);
+    ZYRLOGGER_NO_EXPORT void start(const QString& logFileName);
+    ZYRLOGGER_NO_EXPORT bool isMainLogger() const;
+    ZYRLOGGER_NO_EXPORT bool isUsable() const;
+    ZYRLOGGER_NO_EXPORT void retire() noexcept;
+    ZYRLOGGER_NO_EXPORT bool closeChain() noexcept;
+    ZYRLOGGER_NO_EXPORT void releaseIncompleteChain() noexcept;
+    ZYRLOGGER_NO_EXPORT void forgetChain() noexcept;
 
-    void admit(const PocoMessage& record, const QByteArray& sourceFile, const RepeatLimits& limits);
-    void remember(const PocoMessage& record, const QByteArray& sourceFile);
+    ZYRLOGGER_NO_EXPORT void admit(const PocoMessage& record, const QByteArray& sourceFile, const RepeatLimits& limits);
+    ZYRLOGGER_NO_EXPORT void remember(const PocoMessage& record, const QByteArray& sourceFile);
 
-    QString applyFilters(QSettings& settings, bool& settingsChanged);
-    bool applyFileChannel(Poco::FileChannel& channel, SettingsGroup& group);
-    void applyFormat(Poco::PatternFormatter& formatter, SettingsGroup& group);
-    void completeChain(const QString& level);
+    ZYRLOGGER_NO_EXPORT LoadOutcome applySettings(QSettings& settings, bool& settingsChanged);
+    ZYRLOGGER_NO_EXPORT QString applyFilters(QSettings& settings, bool& keysAdded);
+    ZYRLOGGER_NO_EXPORT LoadOutcome applyFileChannel(Poco::FileChannel& channel, SettingsGroup& group);
+    ZYRLOGGER_NO_EXPORT bool applyFormat(Poco::PatternFormatter& formatter, SettingsGroup& group);
+    ZYRLOGGER_NO_EXPORT bool completeChain(const QString& level);
 
     QString loggerName;
     QString logFilePath;

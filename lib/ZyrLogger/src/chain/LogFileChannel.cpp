@@ -28,7 +28,7 @@ void LogFileChannel::log(const Poco::Message& message)
         failing = false;
     } catch (...) {
         if (!failing)
-            Misc::reportProblem(QString::fromStdString(path()),
+            Misc::reportProblem(u"log file '"_s + QString::fromStdString(path()) + u'\'',
                                 u"records are lost until it can be written again: "_s + Misc::currentExceptionText());
         failing = true;
         Poco::FileChannel::close();
