@@ -57,8 +57,8 @@ public:
     bool startConfigFileWatcher();
 
     /// Returns when no callback is running or can start any more; from inside the callback it does not wait for that
-    /// one, nor for the callback of another listener that is itself waiting for that one to end. May be called without a
-    /// start, and again.
+    /// one, nor for the callback of another listener that is itself waiting for that one to end. May be called without
+    /// a start, and again.
     void stopConfigFileWatcher();
 
     /// Absolute path of the settings file.
