@@ -21,16 +21,10 @@ QString Logger::getLogFilePath()
 
 void Logger::setLogFilePath(QString path)
 {
-    if (state->isChainGone())
-        return;
-    const std::lock_guard turn(state->reload);
-    auto channel = state->share(fileChannel);
-    if (!channel)
+    if (!isUsable())
         return;
     Misc::checkDirectory(QFileInfo(path).path());
-    channel->close();
-    channel->setProperty(Poco::FileChannel::PROP_PATH, path.toStdString());
-    channel->open();
+    setLogFileProperty(QString::fromStdString(Poco::FileChannel::PROP_PATH), path);
 }
 
 void Logger::setLogFileProperty(QString name, QString value)

@@ -42,6 +42,22 @@ bool canBeOpened(const QString& path)
     return true;
 }
 
+/// The setting that is being handed to the chain, for a report when it is refused.
+struct Attempt
+{
+    QLatin1StringView key;
+    QString value;
+};
+
+void configure(Poco::Configurable& link, std::span<const ChainSetting> settings, SettingsGroup& group, Attempt& attempt)
+{
+    for (const ChainSetting& setting : settings) {
+        attempt = {setting.key, {}};
+        attempt.value = group.readText(setting);
+        link.setProperty(setting.property, attempt.value.toStdString());
+    }
+}
+
 } // namespace
 
 enum class Logger::LoadOutcome { Applied, ValueRefused, FileNotOpened };
@@ -131,23 +147,17 @@ Logger::LoadOutcome Logger::applyFileChannel(Poco::FileChannel& channel, Setting
     }
 
     LoadOutcome failure = LoadOutcome::ValueRefused;
-    QLatin1StringView key;
-    QString value;
+    Attempt attempt;
     try {
-        for (const ChainSetting& setting : fileChannelSettings()) {
-            key = setting.key;
-            value = group.readText(setting);
-            channel.setProperty(setting.property, value.toStdString());
-        }
-        key = "path"_L1;
-        value = path;
+        configure(channel, fileChannelSettings(), group, attempt);
+        attempt = {"path"_L1, path};
         if (!path.isEmpty()) // no repair of the disk opens that one
             failure = LoadOutcome::FileNotOpened;
         channel.open();
         return LoadOutcome::Applied;
     } catch (...) {
         StandardOutput::printParagraph(u"Exception on creating logger"_s);
-        group.report(key, value, Misc::currentExceptionText());
+        group.report(attempt.key, attempt.value, Misc::currentExceptionText());
         return failure;
     }
 }
@@ -155,17 +165,12 @@ Logger::LoadOutcome Logger::applyFileChannel(Poco::FileChannel& channel, Setting
 /// A refused value ends this stage only. Returns whether there was none.
 bool Logger::applyFormat(Poco::PatternFormatter& formatter, SettingsGroup& group)
 {
-    QLatin1StringView key;
-    QString value;
+    Attempt attempt;
     try {
-        for (const ChainSetting& setting : formatterSettings()) {
-            key = setting.key;
-            value = group.readText(setting);
-            formatter.setProperty(setting.property, value.toStdString());
-        }
+        configure(formatter, formatterSettings(), group, attempt);
         return true;
     } catch (...) {
-        group.report(key, value, Misc::currentExceptionText());
+        group.report(attempt.key, attempt.value, Misc::currentExceptionText());
         return false;
     }
 }
