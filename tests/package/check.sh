@@ -29,7 +29,7 @@ for class in ConfigFileListener Logger Logger::LogListener LogMessage LogMessage
     done
 done
 
-cmake -S "$here" -B "$scratch/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake -G Ninja -S "$here" -B "$scratch/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$scratch/build" >/dev/null
 
 flags=$(PKG_CONFIG_PATH=$pkgconfig pkg-config --cflags --libs 'zyrlogger >= 2')
