@@ -6,6 +6,12 @@ namespace Zyr {
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+constexpr std::chrono::seconds quietTime(10);
+
+} // namespace
+
 LogFileChannel::~LogFileChannel() = default;
 
 void LogFileChannel::open()
@@ -25,12 +31,13 @@ void LogFileChannel::log(const Poco::Message& message)
     const std::lock_guard lock(channelMutex);
     try {
         Poco::FileChannel::log(message);
-        failing = false;
     } catch (...) {
-        if (!failing)
+        // Not every failure is one of its own: while a disk is full, small records may still fit into buffers.
+        const auto now = std::chrono::steady_clock::now();
+        if (!lastFailure || now - *lastFailure > quietTime)
             Misc::reportProblem(u"log file '"_s + QString::fromStdString(path()) + u'\'',
                                 u"records are lost until it can be written again: "_s + Misc::currentExceptionText());
-        failing = true;
+        lastFailure = now;
         Poco::FileChannel::close();
     }
 }

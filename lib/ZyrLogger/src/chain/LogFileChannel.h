@@ -2,7 +2,9 @@
 
 #include <Poco/FileChannel.h>
 
+#include <chrono>
 #include <mutex>
+#include <optional>
 
 namespace Zyr {
 
@@ -17,8 +19,8 @@ public:
     void open() override;
     void close() override;
 
-    /// Never throws, since an exception would end the worker thread: a record that cannot be written is lost, and the
-    /// first one in a row is reported on standard error.
+    /// Never throws, since an exception would end the worker thread: a record that cannot be written is lost. The first
+    /// such failure after a quiet time is reported on standard error.
     void log(const Poco::Message& message) override;
 
     void setProperty(const std::string& name, const std::string& value) override;
@@ -29,7 +31,7 @@ protected:
 
 private:
     mutable std::recursive_mutex channelMutex; // recursive: the base's log() calls open()
-    bool failing = false;
+    std::optional<std::chrono::steady_clock::time_point> lastFailure;
 };
 
 } // namespace Zyr
