@@ -1,38 +1,13 @@
 #include "TestPlace.h"
 
-#include <QtCore/QFile>
-#include <QtCore/QSaveFile>
-
-namespace {
-
-const char* const logVariable = "QUADEL_CURRENT_LOG_LOCATION";
-const char* const configVariable = "QUADEL_CURRENT_CONFIG_LOCATION";
-
-void save(QFileDevice& file, const QByteArray& bytes)
-{
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
-        qFatal("cannot write %s: %s", qPrintable(file.fileName()), qPrintable(file.errorString()));
-}
-
-} // namespace
+#include <QtTest/QtTest>
 
 TestPlace::TestPlace()
 {
     if (!directory.isValid())
         qFatal("no temporary directory: %s", qPrintable(directory.errorString()));
-    qputenv(logVariable, QFile::encodeName(directory.path()));
-    qputenv(configVariable, QFile::encodeName(directory.path()));
-}
-
-TestPlace::~TestPlace()
-{
-    qunsetenv(logVariable);
-    qunsetenv(configVariable);
-}
-
-QString TestPlace::path(const QString& name) const
-{
-    return directory.filePath(name);
+    for (const char* const variable : {"QUADEL_CURRENT_LOG_LOCATION", "QUADEL_CURRENT_CONFIG_LOCATION"})
+        qputenv(variable, QFile::encodeName(directory.path()));
 }
 
 QByteArray TestPlace::read(const QString& name) const
@@ -43,24 +18,32 @@ QByteArray TestPlace::read(const QString& name) const
 
 QStringList TestPlace::lines(const QString& name) const
 {
-    QStringList lines = QString::fromUtf8(read(name)).split(u'\n');
-    if (lines.last().isEmpty())
-        lines.removeLast();
-    return lines;
+    QByteArray bytes = read(name);
+    bytes.chop(bytes.endsWith('\n'));
+    return bytes.isEmpty() ? QStringList() : QString::fromUtf8(bytes).split(u'\n');
 }
 
-void TestPlace::write(const QString& name, const QByteArray& bytes) const
+QString TestPlace::write(const QString& name, const QByteArray& bytes) const
 {
     QFile file(path(name));
-    save(file, bytes);
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+        qFatal("cannot write %s: %s", qPrintable(file.fileName()), qPrintable(file.errorString()));
+    return name;
 }
 
 void TestPlace::replace(const QString& name, const QByteArray& bytes) const
 {
-    QSaveFile file(path(name));
-    save(file, bytes);
-    if (!file.commit())
-        qFatal("cannot replace %s", qPrintable(file.fileName()));
+    const QByteArray made = QFile::encodeName(path(write(name + QStringLiteral(".new"), bytes)));
+    if (std::rename(made.constData(), QFile::encodeName(path(name)).constData()) != 0)
+        qFatal("cannot replace %s", qPrintable(name));
+}
+
+bool TestPlace::load(Zyr::Logger& logger, const QByteArray& settings) const
+{
+    static int loads = 0; // QSettings caches files by name
+    QSettings file(path(write(QStringLiteral("load%1.ini").arg(++loads), settings)), QSettings::IniFormat);
+    const auto check = qScopeGuard([&] { QCOMPARE(file.group(), QString()); });
+    return logger.createLoggerBySettings(file);
 }
 
 QByteArray settingsFile(const QByteArray& loggerKeys, const QByteArray& channelKeys)

@@ -1,20 +1,17 @@
 #pragma once
 
-#include <QtCore/QByteArray>
-#include <QtCore/QString>
+#include <ZyrLogger/Logger.h>
+
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
 
-/// A temporary directory that log and settings files of every logger made meanwhile go to.
+/// A temporary directory that log and settings files of every logger made from now on go to.
 class TestPlace
 {
 public:
     TestPlace();
-    ~TestPlace();
-    TestPlace(const TestPlace&) = delete;
-    TestPlace& operator=(const TestPlace&) = delete;
 
-    QString path(const QString& name) const;
+    QString path(const QString& name) const { return directory.filePath(name); }
 
     /// Empty when the file is not there.
     QByteArray read(const QString& name) const;
@@ -22,14 +19,17 @@ public:
     /// Without line ends.
     QStringList lines(const QString& name) const;
 
-    /// In place, as a shell's redirection does.
-    void write(const QString& name, const QByteArray& bytes) const;
+    /// In place, as a shell's redirection does. Returns the name.
+    QString write(const QString& name, const QByteArray& bytes) const;
 
     /// By a temporary file and a rename, as editors do.
     void replace(const QString& name, const QByteArray& bytes) const;
 
+    /// Hands `settings` to the logger, which leaves them outside any group. Returns what it says about them.
+    bool load(Zyr::Logger& logger, const QByteArray& settings) const;
+
 private:
-    QTemporaryDir directory;
+    const QTemporaryDir directory;
 };
 
 /// A settings file of which the given keys differ from what a test wants by default: plain text lines, no rotation.
