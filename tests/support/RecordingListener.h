@@ -2,39 +2,34 @@
 
 #include <ZyrLogger/Logger.h>
 
-#include <QtCore/QList>
-#include <QtCore/QStringList>
-
 #include <mutex>
 
-/// Keeps what a logger hands to its listeners. Registered for as long as it lives.
+/// Keeps the records that a logger hands to it while it lives.
 class RecordingListener : public Zyr::Logger::LogListener
 {
 public:
-    struct Record
+    explicit RecordingListener(Zyr::Logger& observed)
+        : logger(observed)
     {
-        QString priority;
-        QString time;
-        QString text;
-        QString line;
-    };
+        logger.registerLogListener(this);
+    }
+    ~RecordingListener() override { logger.unregisterLogListener(this); }
 
-    explicit RecordingListener(Zyr::Logger& observed);
-    ~RecordingListener() override;
-    RecordingListener(const RecordingListener&) = delete;
-    RecordingListener& operator=(const RecordingListener&) = delete;
-
-    void handleMessage(QString priority, QString time, QString text) override;
-    void handleFormatedMessage(QString line) override;
-
-    QList<Record> records() const;
-    QStringList texts() const;
-
-    /// texts() so far, which are forgotten.
-    QStringList takeTexts();
+    /// Priority and text of each.
+    QStringList records() const
+    {
+        const std::lock_guard lock(mutex);
+        return received;
+    }
 
 private:
+    void handleMessage(QString priority, QString, QString text) override
+    {
+        const std::lock_guard lock(mutex);
+        received += priority + u' ' + text;
+    }
+
     Zyr::Logger& logger;
-    mutable std::mutex recordsMutex;
-    QList<Record> received;
+    mutable std::mutex mutex;
+    QStringList received;
 };
