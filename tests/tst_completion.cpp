@@ -1,7 +1,9 @@
-// From an ended message to its record: what reaches the file and the listeners.
+// From an ended message to its record, of a logger and of a class logger: names, levels, filters, files.
 
 #include "RecordingListener.h"
 #include "TestPlace.h"
+
+#include <ZyrLogger/ClassLogger.h>
 
 #include <QtTest/QtTest>
 
@@ -13,56 +15,78 @@ class tst_Completion : public QObject
 {
     Q_OBJECT
     const TestPlace place;
-    std::unique_ptr<Zyr::Logger> logger;
+    const QString settings = place.write(
+        u"tst.ini"_s, settingsFile("textFilters=net|<SYS>|Line 7|%1", "flush=true\npattern=%I %s %E%F %U:%u %l %t"));
+    Zyr::Logger logger{u"tst"_s, u"tst.log"_s, settings};
 
     static QString threadId() { return QString::number(reinterpret_cast<quintptr>(QThread::currentThreadId())); }
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        const QByteArray filters = "textFilters=net|<SYS>|Line 7|%1";
-        place.write(u"tst.ini"_s, settingsFile(filters, "flush=true\npattern=%I %s %U:%u %l %t"));
-        logger = std::make_unique<Zyr::Logger>(u"tst"_s, u"tst.log"_s, u"tst.ini"_s);
-        logger->addExcludeFilter(u"noise"_s);
-    }
+    void initTestCase() { QCoreApplication::setApplicationName(u"pump"_s); }
 
-    // A level with another's priority or mark; a record without its source; a file that gets another line.
+    // A level with another's priority or mark; a record without its source; the time or the thread of another moment
+    // than creation and end; a NUL in the record; a file that gets another line.
     void mapsEveryLevel()
     {
         QStringList lines = QString(u"1 net [a.cpp, Line 42]|1 net|2 net|3 net|4 net|5 net|6 net|7 net|8 net|"
                                     "1 Unknown log level 9 :net|1 Unknown log level 10 :net|5 <SYS> net|7 <TODO> net|"
                                     "1 Unknown log level 13 :net|1 Unknown log level 255 :net"_s)
                                 .split(u'|');
-        lines.replaceInStrings(QRegularExpression(u"^"_s), threadId() + u" tst /src/a.cpp:42 "_s);
-        for (const int level : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 255})
-            logger->out(static_cast<uchar>(level), u"net"_s, "/src/a.cpp", 42).endl();
+        std::vector<Zyr::LogMessage*> messages;
+        for (const int level : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 255}) {
+            messages.push_back(&logger.out(uchar(level), level == 0 ? u"net"_s : u"net\0b"_s, "/src/a.cpp", 42));
+            messages.back()->timestamp = 1'715'933'730'123'999;
+        }
+        std::thread([&] {
+            lines.replaceInStrings(QRegularExpression(u"^"_s), threadId() + u" tst 1715933730123999 /src/a.cpp:42 "_s);
+            for (Zyr::LogMessage* message : messages)
+                message->endl();
+        }).join();
         QTRY_COMPARE(place.lines(u"tst.log"_s), lines);
     }
 
-    // Filters that fold case, see placeholders or marks, need every entry to match, or let the including ones win.
+    // Filters that fold case, see placeholders or marks, need every entry to match, or let the including ones win; an
+    // empty one that is not found.
     void filtersTheRenderedText()
     {
-        const RecordingListener listener(*logger);
+        const RecordingListener listener(logger);
+        logger.addExcludeFilter(u"noise"_s);
         for (const QString& text : {u"Network up"_s, u"subnet up"_s, u"net noise"_s, u"up"_s, u"Noise net"_s})
-            logger->out(Zyr::System, u"%1"_s).arg(text).endl();
-        logger->out(Zyr::Emerg, u"boom"_s, "a.cpp", 7).endl();
-        QCOMPARE(listener.texts(), QStringList({u"<SYS> subnet up"_s, u"<SYS> Noise net"_s}));
+            logger.out(Zyr::System, u"%1"_s).arg(text).endl();
+        logger.out(Zyr::Emerg, u"boom"_s, "a.cpp", 7).endl();
+        logger.addExcludeFilter({}); // for good
+        logger.out(Zyr::System, u"subnet down"_s).endl();
+        QCOMPARE(listener.records(), QStringList({u"notice <SYS> subnet up"_s, u"notice <SYS> Noise net"_s}));
     }
 
-    // The time or the thread of another moment than creation and end; a NUL in the record; an empty filter not found.
-    void keepsCreationTimeAndEndingThread()
+    // Levels 9 and 10 for a class logger's last two, calls in disorder, a source file or line of the library's own; a
+    // second logger of the class that takes over the first one's, also when it ends.
+    void eachCallOfAClassHasItsLevel()
     {
-        const RecordingListener listener(*logger);
-        Zyr::LogMessage& message = logger->out(Zyr::Emerg, u"net\0b"_s);
-        message.timestamp = 1'715'933'730'123'999;
-        QString line = u" tst :0 1 net"_s;
-        std::thread([&] { line.prepend(threadId()), message.endl(); }).join();
-        logger->addExcludeFilter({}); // for good
-        logger->out(Zyr::Error, u"net"_s).endl();
-        QCOMPARE(listener.texts(), QStringList(u"net"_s));
-        const RecordingListener::Record record = listener.records().constFirst();
-        QCOMPARE(record.time, QDateTime::fromMSecsSinceEpoch(1'715'933'730'123).toString(Qt::ISODateWithMs));
-        QCOMPARE(record.line, line);
+        using Valve = Zyr::ClassLogger;
+        place.write(u"pump_Valve_Log.ini"_s, settingsFile({}, "flush=true"));
+        Valve valve(u"Valve"_s);
+        Valve(u"Valve"_s).cLogError(u"from the second"_s).endl();
+        for (const auto call : {&Valve::cLogEmerg, &Valve::cLogAlert, &Valve::cLogCritical, &Valve::cLogError,
+                                &Valve::cLogWarning, &Valve::cLogNotice, &Valve::cLogInfo, &Valve::cLogDebug,
+                                &Valve::cLogTrace, &Valve::cLogSystem, &Valve::cLogTODO})
+            (valve.*call)(u"x"_s).endl();
+        const QString lines = u"fatal x [, Line 0]|fatal x|panic x|error x|warn x|notice x|info x|debug x|trace x|"
+                              "notice <SYS> x|debug <TODO> x"_s;
+        QTRY_COMPARE(place.lines(u"pump_Valve.log"_s), lines.split(u'|'));
+    }
+
+    // A second slash, a relative directory that moves with the program, an ending added to a given name.
+    void findsTheLogDirectory()
+    {
+        QDir::setCurrent(place.path({}));
+        qputenv("QUADEL_CURRENT_LOG_LOCATION", "logs/");
+        Zyr::Logger byVariable(u"A"_s, u"trace"_s, u"a.ini"_s);
+        QCOMPARE(byVariable.getLogFilePath(), place.path(u"logs/trace"_s));
+        qputenv("QUADEL_CURRENT_LOG_LOCATION", "");
+        qApp->setProperty("QUADEL_CURRENT_LOG_LOCATION", place.path(u"property"_s));
+        Zyr::Logger byProperty(u"B"_s, {}, u"b.ini"_s);
+        QCOMPARE(byProperty.getLogFilePath(), place.path(u"property/pump.log"_s));
     }
 };
 

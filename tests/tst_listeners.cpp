@@ -2,17 +2,14 @@
 
 #include "TestPlace.h"
 
-#include <ZyrLogger/Logger.h>
-
-#include <QtCore/QSemaphore>
 #include <QtTest/QtTest>
 
-#include <functional>
 #include <latch>
 #include <thread>
 
 using namespace Qt::StringLiterals;
 
+static const QDateTime moment = QDateTime::fromMSecsSinceEpoch(1'715'933'730'123); // of every record
 static thread_local QStringList calls;
 static QMap<QString, std::function<void()>> actions; // by the call that they are taken in
 
@@ -22,7 +19,10 @@ struct Listener : Zyr::Logger::LogListener
         : name(letter)
     {
     }
-    void handleMessage(QString priority, QString, QString text) override { hear(name + priority + u':' + text); }
+    void handleMessage(QString priority, QString time, QString text) override
+    {
+        hear(name + priority + (time == moment.toString(Qt::ISODateWithMs) ? u':' : u'?') + text);
+    }
     void handleFormatedMessage(QString line) override { hear(name + u'=' + line); }
     static void hear(const QString& call)
     {
@@ -35,24 +35,25 @@ class tst_Listeners : public QObject
 {
     Q_OBJECT
     const TestPlace place;
-    std::unique_ptr<Zyr::Logger> logger;
+    const QString settings = place.write(
+        u"tst.ini"_s, settingsFile("level=notice", "pattern=%t\nflush=true\npriorityNames=\"1,2,3, w,5,6,7,8\""));
+    Zyr::Logger logger{u"tst"_s, u"tst.log"_s, settings};
     Listener a{u'A'}, b{u'B'}, c{u'C'};
 
-    void log(const QString& text) { logger->out(Zyr::Warning, text).endl(); }
+    void log(const QString& text)
+    {
+        Zyr::LogMessage& message = logger.out(Zyr::Warning, text);
+        message.timestamp = moment.toMSecsSinceEpoch() * 1000 + 999;
+        message.endl();
+    }
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        const QByteArray channel = "pattern=%t\nflush=true\npriorityNames=\"1,2,3, w,5,6,7,8\"";
-        place.write(u"tst.ini"_s, settingsFile("level=notice", channel));
-        logger = std::make_unique<Zyr::Logger>(u"tst"_s, u"tst.log"_s, u"tst.ini"_s);
-    }
     void init()
     {
         for (Listener* listener : {&a, &b, &c})
-            logger->unregisterLogListener(listener);
+            logger.unregisterLogListener(listener);
         for (Listener* listener : {&a, &b, &a})
-            logger->registerLogListener(listener);
+            logger.registerLogListener(listener);
         actions.clear();
         calls.clear();
     }
@@ -60,12 +61,12 @@ private Q_SLOTS:
     void mayDoAnythingInACall()
     {
         const std::pair<QString, std::function<void()>> cases[] = {
-            // an order of its own, a listener twice, a name without its blank, a record below the level
-            {u"A w:x,A=x,B w:x,B=x"_s, [this] { logger->out(Zyr::Info, u"below"_s).endl(); }},
+            // an order of its own, a listener twice, a name without its blank, a rounded time, a record below the level
+            {u"A w:x,A=x,B w:x,B=x"_s, [this] { logger.out(Zyr::Info, u"below"_s).endl(); }},
             // one that has left hears it; the next one misses it; a new one misses it
-            {u"A w:x,A=x"_s, [this] { logger->unregisterLogListener(&b); }},
-            {u"A w:x,B w:x,B=x"_s, [this] { logger->unregisterLogListener(&a); }},
-            {u"A w:x,A=x,B w:x,B=x,C w:x,C=x"_s, [this] { logger->registerLogListener(&c); }},
+            {u"A w:x,A=x"_s, [this] { logger.unregisterLogListener(&b); }},
+            {u"A w:x,B w:x,B=x"_s, [this] { logger.unregisterLogListener(&a); }},
+            {u"A w:x,A=x,B w:x,B=x,C w:x,C=x"_s, [this] { logger.registerLogListener(&c); }},
             // a deadlock; an exception that makes later records unheard
             {u"A w:x,A w:y,A=y,B w:y,B=y,A=x,B w:x,B=x"_s, [this] { log(u"y"_s); }},
             {u"A w:x"_s, [] { throw 1; }},
@@ -83,24 +84,23 @@ private Q_SLOTS:
     // A listener that is deleted while another thread is inside it.
     void waitsForACallOnAnotherThread()
     {
-        QSemaphore entered, left;
-        bool leftEarly = true;
-        actions[u"A w:x"_s] = [&] { entered.release(), leftEarly = left.tryAcquire(1, 100); };
+        std::latch inside(1);
+        std::atomic<bool> left = false;
+        actions[u"A w:x"_s] = [&] { inside.count_down(), QTest::qSleep(100), left = true; };
         std::thread other([this] { log(u"x"_s); });
-        entered.acquire();
-        logger->unregisterLogListener(&a);
-        const bool result = leftEarly;
-        left.release();
+        inside.wait();
+        logger.unregisterLogListener(&a);
+        const bool waited = left;
         other.join();
-        QVERIFY(!result);
+        QVERIFY(waited);
     }
 
     // Two threads that wait for each other for ever, each inside the listener that the other one removes.
     void doesNotWaitInsideACall()
     {
         std::latch bothInside(2);
-        actions[u"A w:1"_s] = [&] { bothInside.arrive_and_wait(), logger->unregisterLogListener(&b); };
-        actions[u"B w:2"_s] = [&] { bothInside.arrive_and_wait(), logger->unregisterLogListener(&a); };
+        actions[u"A w:1"_s] = [&] { bothInside.arrive_and_wait(), logger.unregisterLogListener(&b); };
+        actions[u"B w:2"_s] = [&] { bothInside.arrive_and_wait(), logger.unregisterLogListener(&a); };
         std::thread other([this] { log(u"1"_s); });
         log(u"2"_s);
         other.join();

@@ -1,12 +1,8 @@
-// Repeat suppression. A record is named by priority and text, as "6A"; the step that made it is its line, file and
-// time.
+// Repeat suppression. A record is named by priority and text, as "6A"; its step is its line, file and time.
 
 #include "TestPlace.h"
 
-#include <ZyrLogger/Logger.h>
-
 #include <QtCore/QRandomGenerator>
-#include <QtCore/QSettings>
 #include <QtTest/QtTest>
 
 using namespace Qt::StringLiterals;
@@ -22,12 +18,9 @@ class tst_Repeats : public QObject, public Zyr::Logger::LogListener
     void handleFormatedMessage(QString line) override { written += line; }
     void configure(quint32 amount, quint32 maximum)
     {
-        QSettings settings(place.path(u"own.ini"_s), QSettings::IniFormat);
-        settings.setValue(u"Logger/checkRepeatedMsg"_s, true);
-        settings.setValue(u"Logger/amountRepeatedMsg"_s, amount);
-        settings.setValue(u"Logger/maxRepeatedMsgCounter"_s, maximum);
-        settings.setValue(u"LoggerFileChannel/pattern"_s, u"%l%t %u:%U:%E"_s);
-        logger.createLoggerBySettings(settings);
+        const QByteArray keys = "checkRepeatedMsg=1\namountRepeatedMsg=" + QByteArray::number(amount) +
+                                "\nmaxRepeatedMsgCounter=" + QByteArray::number(maximum);
+        place.load(logger, settingsFile(keys, "pattern=%l%t %u:%U:%E"));
     }
     void log(const QString& name, int step)
     {
@@ -38,16 +31,12 @@ class tst_Repeats : public QObject, public Zyr::Logger::LogListener
     }
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        configure(2, 3);
-        logger.registerLogListener(this);
-    }
-
     // A way out of being remembered that goes wrong: pushed out, at the cap, or flushed; priorities that are mixed up.
     void followsAWorkedSequence()
     {
         int step = 0;
+        configure(2, 3);
+        logger.registerLogListener(this);
         for (const QString& name : u"6A 6A 6B 6A 6D 6A 6A 6A 6A 6A 4B 4B 4%1 4%1"_s.split(u' '))
             log(name, ++step);
         logger.flushLog();
