@@ -92,13 +92,14 @@ public:
 
     static Logger& logger() { return *std::launder(reinterpret_cast<Logger*>(storage)); }
 
-    /// Once per process, or until it does not throw. The thread that is in it already passes: while the settings are
-    /// loaded, a message handler of Qt may log, and finds a logger that is not usable yet.
+    /// Once per process, or until it does not throw; never in a child that was forked before. The thread that is in it
+    /// already passes: while the settings are loaded, a message handler of Qt may log, and finds a logger that is not
+    /// usable yet.
     static void start()
     {
         static constinit std::atomic<bool> started = false;
         static constinit thread_local bool starting = false;
-        if (started.load(std::memory_order_acquire) || starting)
+        if (started.load(std::memory_order_acquire) || starting || logger().state->isInherited())
             return;
         static constinit std::mutex first;
         const std::lock_guard lock(first);

@@ -31,12 +31,14 @@ private:
         bool returned = false; ///< and did not throw
     };
 
+    static void prepareForTheEnd();
     std::shared_ptr<WatchClient> client() { return shared_from_this(); }
     void loadFirst();
     void load(FileBytes file, bool firstLoad);
     Outcome callListener(const SettingsMap& values, bool firstLoad);
     bool isNews(const FileBytes& file) const;
     bool isMended() const;
+    std::optional<Time> lookLater();
 
     /// Not to be touched after a callback of the listener, which may have deleted it.
     ConfigFileListener* const q;
@@ -44,9 +46,11 @@ private:
     // Changed while the watcher's mutex is held, so that a forked child finds them whole.
     FileBytes seen;       ///< what the last load was made from, or what it wrote back
     bool inForce = false; ///< the last load took effect
+    bool refused = false; ///< the listener said of the load under way that it did not
     std::function<bool()> mended;
 
-    std::chrono::seconds patience{1}; ///< until `mended` is asked again
+    bool postponed = false;           ///< the file is to be loaded as soon as the system can
+    std::chrono::seconds patience{1}; ///< until that is tried, or `mended` is asked, again
     std::optional<Time> nextLook;
 };
 

@@ -14,17 +14,23 @@ namespace Zyr {
 
 namespace {
 
-/// Settings are some kilobytes; whatever is larger got there by mistake and must not fill the memory.
-constexpr qsizetype largestFile = 4 * 1024 * 1024;
+/// Settings are some kilobytes; whatever is larger got there by mistake and must not fill the memory, of which
+/// QSettings takes up to two hundred times the file's size.
+constexpr qsizetype largestFile = 64 * 1024;
 
 qint64 nanoseconds(const timespec& time)
 {
     return qint64(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
 }
 
-FileBytes unreadable(const QString& reason)
+FileBytes unreadable(const QString& reason, bool shortage = false)
 {
-    return {FileBytes::State::Unreadable, {}, {}, reason};
+    return {FileBytes::State::Unreadable, {}, {}, reason, shortage};
+}
+
+FileBytes unreadable(int error)
+{
+    return unreadable(errorText(error), error == EMFILE || error == ENFILE || error == ENOMEM);
 }
 
 } // namespace
@@ -44,14 +50,14 @@ FileBytes readFile(const QByteArray& path)
     // Not blocking, so that a FIFO under that name does not stop the caller.
     const Descriptor file(::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file)
-        return errno == ENOENT || errno == ENOTDIR ? FileBytes{} : unreadable(errorText(errno));
+        return errno == ENOENT || errno == ENOTDIR ? FileBytes{} : unreadable(errno);
     struct stat status = {};
     if (::fstat(file.get(), &status) != 0)
-        return unreadable(errorText(errno));
+        return unreadable(errno);
     if (!S_ISREG(status.st_mode))
         return unreadable(u"not a regular file"_s);
 
-    FileBytes result{FileBytes::State::Read, {}, FileStamp::of(status), {}};
+    FileBytes result{FileBytes::State::Read, {}, FileStamp::of(status), {}, false};
     char block[4096];
     for (;;) {
         const ssize_t count = ::read(file.get(), block, sizeof block);
@@ -60,10 +66,10 @@ FileBytes readFile(const QByteArray& path)
         if (count < 0 && errno == EINTR)
             continue;
         if (count < 0)
-            return unreadable(errorText(errno));
+            return unreadable(errno);
         result.bytes.append(block, count);
         if (result.bytes.size() > largestFile)
-            return unreadable(u"larger than 4 MiB"_s);
+            return unreadable(u"larger than 64 KiB"_s);
     }
 }
 

@@ -27,7 +27,8 @@ struct FileBytes
     State state = State::Missing;
     QByteArray bytes;
     FileStamp stamp;
-    QString reason; ///< why it is unreadable
+    QString reason;        ///< why it is unreadable
+    bool shortage = false; ///< unreadable for want of descriptors or memory, so perhaps not for long
 };
 
 /// Reads a regular file. Anything else under that path, and a file too large for settings, is unreadable.

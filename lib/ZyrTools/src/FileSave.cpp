@@ -57,8 +57,7 @@ Found find(const QByteArray& path)
     Found found;
     if (::lstat(path.constData(), &found.status) != 0 || !S_ISREG(found.status.st_mode))
         return found;
-    // Other names of the file could be opened at any time, so for those the lease tells nothing.
-    if (found.status.st_nlink == 1 && isOpenForWriting(path))
+    if (isOpenForWriting(path))
         return found;
     const FileBytes content = readFile(path);
     if (content.state == FileBytes::State::Read)
@@ -122,11 +121,8 @@ bool renameWith(const QByteArray& from, const QByteArray& to, unsigned flags)
 bool replace(const QByteArray& path, Found known, const QByteArray& neighbour)
 {
     Found inserted = find(neighbour);
-    if (!renameWith(neighbour, path, RENAME_EXCHANGE)) {
-        if (!isUnsupported(errno) || !find(path).isStill(known))
-            return false;
-        return ::rename(neighbour.constData(), path.constData()) == 0;
-    }
+    if (!renameWith(neighbour, path, RENAME_EXCHANGE))
+        return false; // a file system without exchange gives no way to be sure of not going over a save
     for (bool mineStands = true;; mineStands = false) {
         const Found out = find(neighbour);
         if (out.isStill(known))
@@ -195,7 +191,8 @@ bool maySave(const QByteArray& path)
     struct stat status = {};
     if (::lstat(path.constData(), &status) != 0)
         return errno == ENOENT;
-    return S_ISREG(status.st_mode) && (status.st_mode & writeBits) != 0 &&
+    const bool ownerCanBeKept = status.st_uid == ::geteuid() || ::geteuid() == 0;
+    return S_ISREG(status.st_mode) && status.st_nlink == 1 && ownerCanBeKept && (status.st_mode & writeBits) != 0 &&
            ::faccessat(AT_FDCWD, path.constData(), W_OK, AT_EACCESS) == 0;
 }
 
@@ -214,7 +211,7 @@ std::optional<FileBytes> saveFile(const QByteArray& path, const FileBytes& loade
         return std::nullopt;
 
     // The time stamps are those after the renaming; a file that somebody put there already has none that we know.
-    FileBytes written{FileBytes::State::Read, bytes, {}, {}};
+    FileBytes written{FileBytes::State::Read, bytes, {}, {}, false};
     struct stat now = {};
     if (known && ::stat(path.constData(), &now) == 0 && now.st_dev == mine.st_dev && now.st_ino == mine.st_ino)
         written.stamp = FileStamp::of(now);

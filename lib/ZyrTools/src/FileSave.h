@@ -13,7 +13,8 @@ QByteArray followLinks(const QByteArray& path);
 QByteArray directoryOf(const QByteArray& path);
 
 /// Whether a file may be written: its directory can be, and so can the file where there is one. A file without any
-/// write bit is left alone by the superuser too, since somebody took the bits away on purpose.
+/// write bit is left alone by the superuser too, since somebody took the bits away on purpose; so is one whose owner
+/// could not be kept, or that has other names, which would lose it.
 bool maySave(const QByteArray& path);
 
 /// Replaces `loaded`, the content that `path` had, by `bytes`, with owner and mode kept; where the file was missing it

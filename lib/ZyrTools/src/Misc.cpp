@@ -11,16 +11,24 @@ using namespace Qt::StringLiterals;
 
 namespace Zyr::Misc {
 
+namespace {
+
+bool isList(const QVariant& value)
+{
+    return value.typeId() == QMetaType::QStringList || value.typeId() == QMetaType::QVariantList;
+}
+
+} // namespace
+
 QVariant settingsText(const QVariant& value)
 {
-    const int type = value.typeId();
-    return type == QMetaType::QStringList || type == QMetaType::QVariantList ? value.toStringList().join(u',') : value;
+    return isList(value) ? value.toStringList().join(u',') : value;
 }
 
 QVariant checkSettingsValue(QSettings& settings, const QString& key, bool& changed, const QVariant& defaultValue)
 {
     if (settings.contains(key))
-        return settingsText(settings.value(key));
+        return isList(defaultValue) ? settings.value(key) : settingsText(settings.value(key));
     settings.setValue(key, defaultValue);
     changed = true;
     return defaultValue;

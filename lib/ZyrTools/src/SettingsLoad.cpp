@@ -10,6 +10,7 @@
 #include <QtCore/QSettings>
 
 #include <atomic>
+#include <mutex>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -21,6 +22,21 @@ namespace {
 
 constexpr std::chrono::seconds longestPatience = 30s;
 
+/// The end of the process: from then on nothing is loaded any more, since Qt's static objects that QSettings needs go
+/// next, and a load that is under way is waited for. It comes with the static objects, after the end of every listener
+/// that is one itself; what it stops are listeners that nobody destroys.
+struct TheEnd
+{
+    std::atomic<bool> reached = false;
+    std::recursive_mutex loading; ///< recursive: a listener may end the process
+};
+
+TheEnd& theEnd()
+{
+    static TheEnd& end = *new TheEnd;
+    return end;
+}
+
 /// A name that no file can ever have, and that no two settings objects share: what a listener sets stays in memory.
 QString impossibleName()
 {
@@ -30,11 +46,28 @@ QString impossibleName()
 
 } // namespace
 
+void ConfigFileListener::Private::prepareForTheEnd()
+{
+    struct Herald
+    {
+        // Qt makes its objects when they are first used; they have to be there before this one is.
+        Herald() { QSettings(impossibleName(), QSettings::IniFormat).sync(); }
+        ~Herald()
+        {
+            theEnd().reached = true;
+            if (!Watcher::instance().isForked()) // where nobody is left to end the load
+                const std::lock_guard finished(theEnd().loading);
+        }
+    };
+    static const Herald herald;
+}
+
 ConfigFileListener::Private::Private(ConfigFileListener* publicSide, const QString& filePath)
     : WatchClient(QFile::encodeName(filePath))
     , name(filePath)
     , q(publicSide)
 {
+    prepareForTheEnd();
 }
 
 bool ConfigFileListener::Private::start()
@@ -90,6 +123,7 @@ void ConfigFileListener::Private::loadFailed(std::function<bool()> mendedCheck)
     if (!watcher.isForked() && !watcher.isBusyHere(client()))
         return;
     watcher.publish([&] {
+        refused = true;
         inForce = false;
         mended.swap(mendedCheck);
     });
@@ -101,29 +135,39 @@ void ConfigFileListener::Private::loadFirst()
     if (file.state == FileBytes::State::Unreadable)
         Misc::reportProblem(name, u"cannot be read, so defaults are used: "_s + file.reason);
     patience = 1s;
+    postponed = file.shortage;
     load(std::move(file), true);
 }
 
 std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::look(bool touched)
 {
-    FileBytes file;
+    if (theEnd().reached)
+        return std::nullopt;
+    const std::lock_guard notAtTheEnd(theEnd().loading);
+    if (!touched && !postponed && !isMended())
+        return lookLater();
+    FileBytes file = readFile(path);
+    if (file.shortage) {
+        postponed = true;
+        return lookLater();
+    }
     if (touched) {
-        file = readFile(path);
         if (!isNews(file))
             return nextLook;
         patience = 1s;
-    } else {
-        const bool again = isMended();
-        patience = std::min(2 * patience, longestPatience);
-        if (!again) {
-            nextLook = std::chrono::steady_clock::now() + patience;
-            return nextLook;
-        }
-        file = readFile(path);
-        if (file.state != FileBytes::State::Read)
-            file = seen;
+    } else if (file.state != FileBytes::State::Read) {
+        if (std::exchange(postponed, false))
+            return nextLook = std::nullopt; // its next change is an event again
+        file = seen;                        // mended without the file being there
     }
     load(std::move(file), false);
+    return nextLook;
+}
+
+std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::lookLater()
+{
+    nextLook = std::chrono::steady_clock::now() + patience;
+    patience = std::min(2 * patience, longestPatience);
     return nextLook;
 }
 
@@ -151,33 +195,40 @@ void ConfigFileListener::Private::load(FileBytes file, bool firstLoad)
     std::optional<ParsedSettings> parsed;
     if (file.state != FileBytes::State::Unreadable) {
         parsed = parseSettings(file.bytes);
-        if (!parsed) {
-            Misc::reportProblem(name, u"cannot be read: the system has no memory files"_s);
-            file.state = FileBytes::State::Unreadable;
-        } else if (!parsed->wellFormed) {
+        if (!parsed && !postponed)
+            Misc::reportProblem(name, u"cannot be read now: the system gives no memory file"_s);
+        postponed = !parsed;
+        if (parsed && !parsed->wellFormed)
             Misc::reportProblem(name, u"is no well-formed settings file; what could be read is used"_s);
-        }
     }
+    if (postponed) {
+        if (!firstLoad) {
+            lookLater();
+            return;
+        }
+        file.state = FileBytes::State::Unreadable; // and so not written to
+    }
+
     Watcher& watcher = Watcher::instance();
     std::function<bool()> outdated;
     watcher.publish([&] {
         seen = file;
-        inForce = true;
+        inForce = false;
+        refused = false;
         outdated.swap(mended);
     });
-
     const Outcome outcome = callListener(parsed ? parsed->values : SettingsMap(), firstLoad);
     std::optional<FileBytes> written;
     if (outcome.returned && file.state != FileBytes::State::Unreadable)
         written = writeBack(path, file, outcome.before, outcome.after);
     watcher.publish([&] {
-        inForce = inForce && outcome.returned;
+        inForce = outcome.returned && !refused;
         if (written)
             seen = *written;
     });
     nextLook.reset();
-    if (mended)
-        nextLook = std::chrono::steady_clock::now() + patience;
+    if (mended || postponed)
+        lookLater();
 }
 
 /// Hands the values to the listener and sees what it made of them.

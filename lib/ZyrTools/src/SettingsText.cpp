@@ -45,8 +45,10 @@ SettingsMap allValues(const QSettings& settings)
 {
     SettingsMap values;
     const QStringList keys = settings.allKeys();
-    for (const QString& key : keys)
-        values.insert(key, settings.value(key));
+    for (const QString& key : keys) {
+        if (!key.isEmpty()) // read from "=value", and no key that could be written
+            values.insert(key, settings.value(key));
+    }
     return values;
 }
 
@@ -66,7 +68,10 @@ std::optional<ParsedSettings> parseSettings(const QByteArray& bytes)
     const QSettings settings(name, QSettings::IniFormat);
     ParsedSettings result{allValues(settings)};
     // Asked last, since sections are parsed when their keys are read.
-    result.wellFormed = settings.status() == QSettings::NoError;
+    const QSettings::Status status = settings.status();
+    if (status == QSettings::AccessError)
+        return std::nullopt;
+    result.wellFormed = status == QSettings::NoError;
     return result;
 }
 
@@ -75,7 +80,9 @@ std::optional<QByteArray> serialiseSettings(const QByteArray& base, const Settin
 {
     // Not a memory file: QSettings saves by renaming, and would follow the link in /proc to a name that it then
     // creates.
-    const QTemporaryDir folder(directory + "/.settings-XXXXXX"_L1);
+    QTemporaryDir folder;
+    if (!folder.isValid())
+        folder = QTemporaryDir(directory + "/.settings-XXXXXX"_L1);
     QFile file(folder.filePath(u"settings.ini"_s));
     if (!folder.isValid() || !file.open(QIODevice::WriteOnly) || file.write(readableIni(base)) < 0)
         return std::nullopt;

@@ -22,11 +22,13 @@ struct ParsedSettings
     bool wellFormed = true;
 };
 
-/// What QSettings reads from the bytes of an INI file; nothing where the system has no memory files to hand them over.
+/// What QSettings reads from the bytes of an INI file; nothing where the system cannot give it a memory file with them,
+/// for want of descriptors for example.
 std::optional<ParsedSettings> parseSettings(const QByteArray& bytes);
 
-/// What QSettings writes when `removed` and `values` are applied to a file with the content `base`. Works in a folder
-/// of its own in `directory`, which it removes; nothing when that fails.
+/// What QSettings writes when `removed` and `values` are applied to a file with the content `base`. Works in a
+/// temporary folder of its own, in `directory` where the system's place for them takes none; nothing when that fails
+/// too.
 std::optional<QByteArray> serialiseSettings(const QByteArray& base, const SettingsMap& values,
                                             const QStringList& removed, const QString& directory);
 

@@ -42,32 +42,33 @@ std::optional<SettingsMap> valuesOf(const std::optional<QByteArray>& text)
 }
 
 /// The text with the changes made; nothing, and a problem, when that cannot be done without damage.
-std::optional<QByteArray> changedText(const QByteArray& text, Changes changes, const SettingsMap& after,
-                                      const QString& directory, QString& problem)
+std::optional<QByteArray> changedText(const QByteArray& text, Changes changes, const SettingsMap& before,
+                                      const SettingsMap& after, const QString& directory, QString& problem)
 {
-    problem = u"missing values cannot be added: its directory takes no temporary files"_s;
-    const auto old = valuesOf(text);
-    const auto added = valuesOf(serialiseSettings({}, changes.set, {}, directory));
-    if (!old || !added)
+    problem = u"missing values cannot be added: no temporary file can be made"_s;
+    auto lines = serialiseSettings({}, changes.set, {}, directory);
+    const auto added = valuesOf(lines);
+    if (!added)
         return std::nullopt;
 
     // A value set to what the file says already, though as another type, is no change.
-    changes.set.removeIf([&](SettingsMap::iterator value) {
-        return old->contains(value.key()) && old->value(value.key()) == added->value(value.key());
+    const auto unchanged = changes.set.removeIf([&](SettingsMap::iterator value) {
+        return before.contains(value.key()) && before.value(value.key()) == added->value(value.key());
     });
     const bool onlyAdded =
         changes.removed.isEmpty() && std::none_of(changes.set.keyBegin(), changes.set.keyEnd(),
-                                                  [&](const QString& key) { return old->contains(key); });
+                                                  [&](const QString& key) { return before.contains(key); });
     if (!onlyAdded)
         return serialiseSettings(text, after, changes.removed, directory);
     if (changes.set.isEmpty())
         return text;
 
-    const auto lines = serialiseSettings({}, changes.set, {}, directory);
+    if (unchanged > 0)
+        lines = serialiseSettings({}, changes.set, {}, directory);
     if (!lines)
         return std::nullopt;
     const QByteArray merged = mergeIni(text, *lines);
-    SettingsMap expected = *old;
+    SettingsMap expected = before;
     for (auto key = changes.set.keyBegin(); key != changes.set.keyEnd(); ++key)
         expected.insert(*key, added->value(*key));
     if (valuesOf(merged) != expected) {
@@ -89,7 +90,8 @@ std::optional<FileBytes> writeBack(const QByteArray& path, const FileBytes& load
 
     QString problem;
     std::optional<FileBytes> saved;
-    const auto text = changedText(loaded.bytes, changes, after, QFile::decodeName(directoryOf(target)), problem);
+    const auto text =
+        changedText(loaded.bytes, changes, before, after, QFile::decodeName(directoryOf(target)), problem);
     if (text) {
         problem.clear();
         if (*text != loaded.bytes)

@@ -53,7 +53,7 @@ public:
     /// unreadable file is loaded as an empty one.
     ///
     /// @return whether the file is being watched. The load has been made in any case. A second start returns true and
-    /// does nothing.
+    /// does nothing; the first load may then still be under way on another thread.
     bool startConfigFileWatcher();
 
     /// Returns when no callback is running or can start any more; from inside the callback it does not wait for that

@@ -16,9 +16,9 @@ namespace Zyr::Misc {
 /// Reads `key` in the current group of `settings`.
 ///
 /// A stored value is returned as it is stored and never rewritten; a text with an unquoted comma, which QSettings
-/// reads as a list, comes back as that text (see settingsText()). A missing key is set to `defaultValue` in `settings`,
-/// `changed` becomes true (it never becomes false) and the result is `defaultValue`. The file itself is written by
-/// whoever loaded the settings, once per load.
+/// reads as a list, comes back as that text (see settingsText()) unless the default is a list. A missing key is set to
+/// `defaultValue` in `settings`, `changed` becomes true (it never becomes false) and the result is `defaultValue`. The
+/// file itself is written by whoever loaded the settings, once per load.
 ZYRTOOLS_EXPORT QVariant checkSettingsValue(QSettings& settings, const QString& key, bool& changed,
                                             const QVariant& defaultValue);
 
