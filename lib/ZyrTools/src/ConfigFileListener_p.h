@@ -31,7 +31,6 @@ private:
         bool returned = false; ///< and did not throw
     };
 
-    static void prepareForTheEnd();
     std::shared_ptr<WatchClient> client() { return shared_from_this(); }
     void loadFirst();
     void load(FileBytes file, bool firstLoad);

@@ -1,6 +1,7 @@
 // How a listener's settings are loaded and what counts as a change.
 #include "ConfigFileListener_p.h"
 
+#include "QtSettings.h"
 #include "WriteBack.h"
 #include "ZyrTools/Misc.h"
 
@@ -9,8 +10,6 @@
 #include <QtCore/QScopeGuard>
 #include <QtCore/QSettings>
 
-#include <atomic>
-#include <mutex>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -22,52 +21,14 @@ namespace {
 
 constexpr std::chrono::seconds longestPatience = 30s;
 
-/// The end of the process: from then on nothing is loaded any more, since Qt's static objects that QSettings needs go
-/// next, and a load that is under way is waited for. It comes with the static objects, after the end of every listener
-/// that is one itself; what it stops are listeners that nobody destroys.
-struct TheEnd
-{
-    std::atomic<bool> reached = false;
-    std::recursive_mutex loading; ///< recursive: a listener may end the process
-};
-
-TheEnd& theEnd()
-{
-    static TheEnd& end = *new TheEnd;
-    return end;
-}
-
-/// A name that no file can ever have, and that no two settings objects share: what a listener sets stays in memory.
-QString impossibleName()
-{
-    static std::atomic<unsigned> last = 0;
-    return u"/dev/null/settings-%1.ini"_s.arg(++last);
-}
-
 } // namespace
-
-void ConfigFileListener::Private::prepareForTheEnd()
-{
-    struct Herald
-    {
-        // Qt makes its objects when they are first used; they have to be there before this one is.
-        Herald() { QSettings(impossibleName(), QSettings::IniFormat).sync(); }
-        ~Herald()
-        {
-            theEnd().reached = true;
-            if (!Watcher::instance().isForked()) // where nobody is left to end the load
-                const std::lock_guard finished(theEnd().loading);
-        }
-    };
-    static const Herald herald;
-}
 
 ConfigFileListener::Private::Private(ConfigFileListener* publicSide, const QString& filePath)
     : WatchClient(QFile::encodeName(filePath))
     , name(filePath)
     , q(publicSide)
 {
-    prepareForTheEnd();
+    QtSettings::prepare();
 }
 
 bool ConfigFileListener::Private::start()
@@ -141,9 +102,9 @@ void ConfigFileListener::Private::loadFirst()
 
 std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::look(bool touched)
 {
-    if (theEnd().reached)
+    const QtSettings::Load scope;
+    if (!scope.mayBegin())
         return std::nullopt;
-    const std::lock_guard notAtTheEnd(theEnd().loading);
     if (!touched && !postponed && !isMended())
         return lookLater();
     FileBytes file = readFile(path);
@@ -235,12 +196,8 @@ void ConfigFileListener::Private::load(FileBytes file, bool firstLoad)
 ConfigFileListener::Private::Outcome ConfigFileListener::Private::callListener(const SettingsMap& values,
                                                                                bool firstLoad)
 {
-    QSettings settings(impossibleName(), QSettings::IniFormat);
-    for (auto value = values.cbegin(); value != values.cend(); ++value) {
-        if (!value.key().isEmpty())
-            settings.setValue(value.key(), *value);
-    }
-
+    MemorySettings memory(values);
+    QSettings& settings = memory.settings();
     Outcome outcome;
     outcome.before = allValues(settings);
     QString reason;
@@ -253,7 +210,6 @@ ConfigFileListener::Private::Outcome ConfigFileListener::Private::callListener(c
     while (!settings.group().isEmpty())
         settings.endGroup();
     outcome.after = allValues(settings);
-    settings.clear(); // nothing is left to be saved when it goes
     if (!outcome.returned)
         Misc::reportProblem(name, u"the settings have not been taken over: "_s + reason);
     return outcome;

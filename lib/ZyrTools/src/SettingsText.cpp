@@ -5,6 +5,7 @@
 #include "Descriptor.h"
 #include "FileBytes.h"
 #include "IniText.h"
+#include "QtSettings.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QSettings>
@@ -41,6 +42,26 @@ Descriptor memoryFile(const QByteArray& bytes)
 
 } // namespace
 
+MemorySettings::MemorySettings(const SettingsMap& values)
+{
+    // A name that no file can ever have, and that no two objects share.
+    static std::atomic<unsigned> last = 0;
+    const QString name = u"/dev/null/settings-%1.ini"_s.arg(++last);
+    {
+        const std::lock_guard lock(QtSettings::lifeMutex());
+        object = std::make_unique<QSettings>(name, QSettings::IniFormat);
+    }
+    for (auto value = values.cbegin(); value != values.cend(); ++value)
+        object->setValue(value.key(), *value);
+}
+
+MemorySettings::~MemorySettings()
+{
+    object->clear(); // nothing is left to be saved
+    const std::lock_guard lock(QtSettings::lifeMutex());
+    object.reset();
+}
+
 SettingsMap allValues(const QSettings& settings)
 {
     SettingsMap values;
@@ -65,6 +86,7 @@ std::optional<ParsedSettings> parseSettings(const QByteArray& bytes)
     const QString name = u"/proc/self/fd/%1"_s.arg(file.get());
     if (!QFile::exists(name))
         return std::nullopt;
+    const std::lock_guard lock(QtSettings::lifeMutex());
     const QSettings settings(name, QSettings::IniFormat);
     ParsedSettings result{allValues(settings)};
     // Asked last, since sections are parsed when their keys are read.
@@ -88,6 +110,7 @@ std::optional<QByteArray> serialiseSettings(const QByteArray& base, const Settin
         return std::nullopt;
     file.close();
     {
+        const std::lock_guard lock(QtSettings::lifeMutex());
         QSettings settings(file.fileName(), QSettings::IniFormat);
         for (const QString& key : removed)
             settings.remove(key);

@@ -6,6 +6,7 @@
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
 
+#include <memory>
 #include <optional>
 
 QT_BEGIN_NAMESPACE
@@ -31,6 +32,21 @@ std::optional<ParsedSettings> parseSettings(const QByteArray& bytes);
 /// too.
 std::optional<QByteArray> serialiseSettings(const QByteArray& base, const SettingsMap& values,
                                             const QStringList& removed, const QString& directory);
+
+/// A QSettings object with the given values that has no file: what is set in it is written nowhere.
+class MemorySettings
+{
+public:
+    explicit MemorySettings(const SettingsMap& values);
+    ~MemorySettings();
+    MemorySettings(const MemorySettings&) = delete;
+    MemorySettings& operator=(const MemorySettings&) = delete;
+
+    QSettings& settings() noexcept { return *object; }
+
+private:
+    std::unique_ptr<QSettings> object;
+};
 
 /// All keys of `settings` and their values.
 SettingsMap allValues(const QSettings& settings);
