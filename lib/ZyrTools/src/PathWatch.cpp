@@ -21,11 +21,11 @@ constexpr quint32 fileMask = selfMask | contentMask | IN_ATTRIB;
 constexpr quint32 linkMask = selfMask | IN_ATTRIB;
 /// For a directory whose entry is missing or cannot be watched itself.
 constexpr quint32 entryMask = selfMask | IN_CREATE | IN_MOVED_TO | IN_ATTRIB;
-/// For the directories above that one: a removed directory tells nothing itself as long as somebody works in it.
+/// For the directory above that one: a removed directory tells nothing itself as long as somebody works in it.
 constexpr quint32 removalMask = selfMask | IN_DELETE;
 
 constexpr int longestLinkChain = 40;
-constexpr int mostWalks = 10;
+constexpr int mostWalks = 100; ///< a burst of saves ends sooner
 
 /// A name for exactly the inode that is open, symbolic links included.
 QByteArray placeOf(const Descriptor& node)
@@ -33,46 +33,51 @@ QByteArray placeOf(const Descriptor& node)
     return "/proc/self/fd/" + QByteArray::number(node.get());
 }
 
+bool isShortage(int error)
+{
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
+/// Whether `name` is still the inode with this status.
+bool leadsTo(const Descriptor& directory, const QByteArray& name, const struct stat& status)
+{
+    struct stat now = {};
+    return ::fstatat(directory.get(), name.constData(), &now, AT_SYMLINK_NOFOLLOW) == 0 &&
+           now.st_dev == status.st_dev && now.st_ino == status.st_ino;
+}
+
 } // namespace
 
-/// One way along a path. Every step is an open descriptor, so that what is watched is what was stepped on.
+/// One walk along a path. Every step is an open descriptor until it is watched, so that what is watched is what was
+/// stepped on, and is looked up once more then: what moved away before it was watched told nothing of it.
 class PathWatch::Walk
 {
 public:
-    struct Step
-    {
-        Descriptor node;
-        QByteArray next; ///< in a directory: the entry that the way goes on with
-        int wd = -1;
-        Interest interest;
-    };
-
-    explicit Walk(int instance)
+    Walk(int instance, const Masks& wantedByOthers, Way& result)
         : inotify(instance)
+        , others(wantedByOthers)
+        , way(result)
     {
     }
 
-    /// Returns 0 or an errno value, EAGAIN when something missing turned up meanwhile.
+    /// Returns 0 or an errno value, EAGAIN when something on the way has changed meanwhile.
     int go(const QByteArray& path);
 
-    std::vector<Step> steps;
-
 private:
-    std::size_t addStep(Descriptor node);
     void push(const QByteArray& path);
-    int watchStep(Step& step, quint32 mask) const;
-    int watchEntry(std::size_t directory);
-    Descriptor openNext(const Step& directory) const;
+    int openRoot();
+    int watchInode(const QByteArray& place, quint32 mask, const QByteArray& entry = {});
+    int watchEntry(const QByteArray& name);
+    int followLink(Descriptor link);
 
-    int inotify;
+    const int inotify;
+    const Masks& others;
+    Way& way;
+    Descriptor here;               ///< the directory reached so far
+    std::vector<QByteArray> trail; ///< the names of the directories down to `here`
     std::vector<QByteArray> ahead; ///< names still to go, the next one last
+    int links = 0;
 };
-
-std::size_t PathWatch::Walk::addStep(Descriptor node)
-{
-    steps.emplace_back().node = std::move(node);
-    return steps.size() - 1;
-}
 
 void PathWatch::Walk::push(const QByteArray& path)
 {
@@ -83,74 +88,100 @@ void PathWatch::Walk::push(const QByteArray& path)
     }
 }
 
-int PathWatch::Walk::watchStep(Step& step, quint32 mask) const
+int PathWatch::Walk::openRoot()
 {
-    step.wd = ::inotify_add_watch(inotify, placeOf(step.node).constData(), mask | IN_MASK_ADD);
-    if (step.wd < 0)
+    here = Descriptor(); // one less to hold at a time
+    here = Descriptor(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    trail.clear();
+    return here ? 0 : errno;
+}
+
+int PathWatch::Walk::watchInode(const QByteArray& place, quint32 mask, const QByteArray& entry)
+{
+    const int wd = ::inotify_add_watch(inotify, place.constData(), mask | IN_MASK_ADD);
+    if (wd < 0)
         return errno;
-    step.interest.mask |= mask;
+    Interest& interest = way[wd];
+    interest.mask |= mask;
+    if (!entry.isEmpty())
+        interest.names.push_back(entry);
+    // What nobody is interested in any more must not wake the thread.
+    const auto other = others.find(wd);
+    ::inotify_add_watch(inotify, place.constData(), interest.mask | (other == others.end() ? 0 : other->second));
     return 0;
 }
 
-Descriptor PathWatch::Walk::openNext(const Step& directory) const
+int PathWatch::Walk::watchEntry(const QByteArray& name)
 {
-    return Descriptor(::openat(directory.node.get(), directory.next.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-}
-
-int PathWatch::Walk::watchEntry(std::size_t directory)
-{
-    steps[directory].interest.names.push_back(steps[directory].next);
-    if (const int error = watchStep(steps[directory], entryMask))
+    struct stat own = {};
+    if (::fstat(here.get(), &own) != 0)
+        return errno;
+    if (const int error = watchInode(placeOf(here), entryMask, name))
         return error;
-    for (std::size_t above = 0; above < directory; ++above) {
-        Step& step = steps[above];
-        step.interest.names.push_back(step.next);
-        if (!step.next.isEmpty())
-            watchStep(step, removalMask); // worth having, but not all directories may be watched
+    if (trail.empty())
+        return 0;
+    const int error = watchInode(placeOf(here) + "/..", removalMask, trail.back());
+    if (error == EACCES)
+        return 0; // worth having, but not all directories may be watched
+    return error != 0 || leadsTo(here, "../" + trail.back(), own) ? error : EAGAIN;
+}
+
+/// Goes on at what a symbolic link leads to, or ends the walk where it leads nowhere until one of the links changes.
+int PathWatch::Walk::followLink(Descriptor link)
+{
+    char target[PATH_MAX];
+    const ssize_t length = ::readlinkat(link.get(), "", target, sizeof target);
+    if (length <= 0 || ++links > longestLinkChain) {
+        ahead.clear();
+        return 0;
     }
-    return 0;
+    push(QByteArray(target, length));
+    return target[0] == '/' ? openRoot() : 0;
 }
 
 int PathWatch::Walk::go(const QByteArray& path)
 {
-    const std::size_t root = addStep(Descriptor(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC)));
-    std::size_t here = root;
+    if (const int error = openRoot())
+        return error;
     push(path);
-    for (int links = 0; !ahead.empty();) {
-        steps[here].next = ahead.back();
+    while (!ahead.empty()) {
+        const QByteArray name = ahead.back();
         ahead.pop_back();
-        Descriptor node = openNext(steps[here]);
+        Descriptor node(::openat(here.get(), name.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
         struct stat status = {};
         if (!node || ::fstat(node.get(), &status) != 0) {
-            if (errno == EMFILE || errno == ENFILE || errno == ENOMEM)
+            if (isShortage(errno))
                 return errno;
-            if (const int error = watchEntry(here))
+            if (const int error = watchEntry(name))
                 return error;
-            return openNext(steps[here]) ? EAGAIN : 0;
+            struct stat appeared = {};
+            const int found = ::fstatat(here.get(), name.constData(), &appeared, AT_SYMLINK_NOFOLLOW);
+            return found == 0 ? EAGAIN : isShortage(errno) ? errno : 0;
         }
 
-        const std::size_t reached = addStep(std::move(node));
         const bool isDirectory = S_ISDIR(status.st_mode);
         const bool isLink = S_ISLNK(status.st_mode);
         const bool isFile = !isDirectory && !isLink;
-        const int error = watchStep(steps[reached], isFile ? fileMask : isLink ? linkMask : selfMask);
-        if (error == EACCES && isFile)
-            return watchEntry(here);
-        if (error != 0 && error != EACCES)
+        int error = watchInode(placeOf(node), isFile ? fileMask : isLink ? linkMask : selfMask);
+        if (error == EACCES)
+            error = isFile ? watchEntry(name) : 0;
+        if (error != 0)
             return error;
-        if (isDirectory) {
-            here = reached;
-        } else if (isLink) {
-            char target[PATH_MAX];
-            const ssize_t length = ::readlinkat(steps[reached].node.get(), "", target, sizeof target);
-            if (length < 0 || ++links > longestLinkChain)
-                return 0; // leads nowhere until one of the links changes
-            if (target[0] == '/')
-                here = root;
-            push(QByteArray(target, length));
-        } else {
+        if (!leadsTo(here, name, status))
+            return EAGAIN;
+        if (isFile)
             return 0;
+        if (isLink) {
+            error = followLink(std::move(node));
+            if (error != 0)
+                return error;
+            continue;
         }
+        here = std::move(node);
+        if (name != "..")
+            trail.push_back(name);
+        else if (!trail.empty())
+            trail.pop_back();
     }
     return 0;
 }
@@ -160,43 +191,41 @@ PathWatch::PathWatch()
 {
 }
 
-int PathWatch::watch(Owner owner, const QByteArray& path)
+PathWatch::Masks PathWatch::beginWalk(Owner owner)
 {
-    for (int walks = 0; walks < mostWalks; ++walks) {
-        Walk walk(inotify.get());
-        const int error = walk.go(path);
-        if (error != 0) {
-            for (const Walk::Step& step : walk.steps) {
-                if (step.wd >= 0 && inodes.count(step.wd) == 0)
-                    ::inotify_rm_watch(inotify.get(), step.wd);
-            }
-            if (error == EAGAIN)
-                continue;
-            return error;
+    Masks others;
+    for (const auto& [wd, interests] : inodes) {
+        for (const auto& [other, interest] : interests) {
+            if (other != owner)
+                others[wd] |= interest.mask;
         }
-
-        for (auto& [wd, interests] : inodes)
-            interests.erase(owner);
-        for (const Walk::Step& step : walk.steps) {
-            if (step.wd < 0)
-                continue;
-            Interest& interest = inodes[step.wd][owner];
-            interest.mask |= step.interest.mask;
-            interest.names.insert(interest.names.end(), step.interest.names.begin(), step.interest.names.end());
-        }
-        // What nobody is interested in any more must not wake the thread.
-        for (const Walk::Step& step : walk.steps) {
-            quint32 wanted = 0;
-            if (step.wd >= 0) {
-                for (const auto& [other, interest] : inodes[step.wd])
-                    wanted |= interest.mask;
-                ::inotify_add_watch(inotify.get(), placeOf(step.node).constData(), wanted);
-            }
-        }
-        removeUnwanted();
-        return 0;
     }
-    return EAGAIN;
+    walking = true;
+    return others;
+}
+
+int PathWatch::follow(const QByteArray& path, const Masks& others, Way& way) const
+{
+    int error = EAGAIN;
+    for (int walks = 0; error == EAGAIN && walks < mostWalks; ++walks) {
+        for (auto& [wd, interest] : way)
+            interest = {}; // the inode stays known, so that endWalk() gives up its watch
+        error = Walk(inotify.get(), others, way).go(path);
+    }
+    return error;
+}
+
+void PathWatch::endWalk(Owner owner, const Way& way)
+{
+    walking = false;
+    for (auto& [wd, interests] : inodes)
+        interests.erase(owner);
+    for (const auto& [wd, interest] : way) {
+        Interests& interests = inodes[wd];
+        if (interest.mask != 0)
+            interests[owner] = interest;
+    }
+    removeUnwanted();
 }
 
 void PathWatch::forget(Owner owner)
@@ -208,6 +237,8 @@ void PathWatch::forget(Owner owner)
 
 void PathWatch::removeUnwanted()
 {
+    if (walking)
+        return;
     std::erase_if(inodes, [this](const auto& inode) {
         const bool unwanted = inode.second.empty();
         if (unwanted)

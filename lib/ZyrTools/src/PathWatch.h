@@ -14,7 +14,7 @@ namespace Zyr {
 ///
 /// Watched are the file itself and, for their own moving and removal only, the directories and symbolic links on the
 /// way to it, so that other files in those directories wake nobody. Where something on the way is missing, its
-/// directory is watched for it. Not thread-safe.
+/// directory is watched for it. Not thread-safe, except for follow().
 class PathWatch
 {
 public:
@@ -34,9 +34,27 @@ public:
 
     int fd() const noexcept { return inotify.get(); }
 
-    /// Watches `path` as it leads now, in place of what was watched for `owner` before.
-    /// @return 0, or the errno value of what cannot be watched
-    int watch(Owner owner, const QByteArray& path);
+    struct Interest
+    {
+        quint32 mask = 0;
+        std::vector<QByteArray> names; ///< entries of a directory that count; others do not
+    };
+    /// What is watched for one path, by watch descriptor, of which the kernel gives one per inode.
+    using Way = std::map<int, Interest>;
+    using Masks = std::map<int, quint32>;
+
+    /// A path is watched in three steps, since the middle one takes as long as the file system does: beginWalk(),
+    /// follow() and endWalk(). There is only one such walk at a time, and nobody reads events during a walk of another
+    /// thread: they may be for what is being walked.
+    /// @return what others than `owner` want of the inodes, for follow()
+    Masks beginWalk(Owner owner);
+
+    /// Watches `path` as it leads now, holding two descriptors at a time. The others may forget() meanwhile.
+    /// @return 0, or the errno value of what cannot be watched: EAGAIN where the path has changed all the time
+    int follow(const QByteArray& path, const Masks& others, Way& way) const;
+
+    /// Has events on `way` handed to `owner`, in place of what was watched for it before.
+    void endWalk(Owner owner, const Way& way);
 
     void forget(Owner owner);
 
@@ -44,11 +62,6 @@ public:
     void readEvents(const std::function<void(const Event&)>& handle);
 
 private:
-    struct Interest
-    {
-        quint32 mask = 0;
-        std::vector<QByteArray> names; ///< entries of a directory that count; others do not
-    };
     using Interests = std::map<Owner, Interest>;
     class Walk;
 
@@ -56,7 +69,8 @@ private:
     void removeUnwanted();
 
     Descriptor inotify;
-    std::map<int, Interests> inodes; ///< by watch descriptor, of which the kernel gives one per inode
+    std::map<int, Interests> inodes; ///< by watch descriptor
+    bool walking = false;            ///< no watch is removed, as the walk may rely on it
 };
 
 } // namespace Zyr

@@ -12,6 +12,10 @@ namespace {
 constexpr auto settleTime = 100ms;
 constexpr auto longestSettling = 2s;
 
+/// A shortage may be over at once, while a directory without permission may stay so.
+constexpr std::chrono::seconds firstPatience = 1s;
+constexpr std::chrono::seconds longestPatience = 30s;
+
 } // namespace
 
 WatchClient::~WatchClient() = default;
@@ -38,6 +42,22 @@ void WatchClient::touch()
     dirty = true;
     writerOpen = false;
     firstTouch = lastTouch;
+}
+
+bool WatchClient::watchFailed()
+{
+    const bool isNews = watchPatience == 0s;
+    watchPatience = isNews ? firstPatience : std::min(2 * watchPatience, longestPatience);
+    nextWatch = std::chrono::steady_clock::now() + watchPatience;
+    return isNews;
+}
+
+void WatchClient::watchSucceeded()
+{
+    nextWatch.reset();
+    if (watchPatience != 0s)
+        touch(); // for what nobody has noticed
+    watchPatience = 0s;
 }
 
 } // namespace Zyr

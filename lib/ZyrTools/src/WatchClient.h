@@ -33,6 +33,8 @@ private:
     friend class Watcher;
 
     void touch();
+    bool watchFailed(); ///< returns whether that is news
+    void watchSucceeded();
     std::optional<Time> settledAt() const; ///< when to look at a dirty file
     std::optional<Time> dueAt() const;
 
@@ -45,6 +47,8 @@ private:
     Time firstTouch;
     Time lastTouch;
     std::optional<Time> nextLook;
+    std::optional<Time> nextWatch;         ///< when to watch the path anew: it leads elsewhere, or could not be watched
+    std::chrono::seconds watchPatience{0}; ///< how long to wait after the last failure, 0 while all is well
 };
 
 } // namespace Zyr

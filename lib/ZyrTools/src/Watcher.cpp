@@ -4,6 +4,7 @@
 #include "ZyrTools/Misc.h"
 
 #include <QtCore/QFile>
+#include <QtCore/QScopeGuard>
 
 #include <poll.h>
 #include <pthread.h>
@@ -12,12 +13,17 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <new>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace Zyr {
 
 namespace {
+
+constexpr auto longestWait = 1s; ///< for the end of the thread
+constexpr auto recoveryTime = 100ms;
 
 /// Signals are the application's; none of its handlers shall run on the thread created here.
 class AllSignalsBlocked
@@ -70,18 +76,32 @@ Watcher::Begin Watcher::begin(const Client& client)
 
 bool Watcher::watch(const Client& client, QString& problem)
 {
-    const std::lock_guard lock(mutex);
+    Lock lock(mutex);
     if (!client->started)
         return false;
     int error = ensureRunning();
-    if (error == 0)
-        error = paths->watch(client.get(), client->path);
     if (error == 0) {
         clients[client.get()] = client;
-        return true;
+        ++startingWalks;
+        error = walk(lock, client);
+        --startingWalks;
+        wake(); // it reads events again, and may have a walk to repeat
+        if (!client->started)
+            return false;
     }
+    if (error == EAGAIN) { // other files are being moved there all the time; the thread goes on trying
+        client->touch();
+        client->nextWatch = client->lastTouch;
+        error = 0;
+    }
+    if (error == 0)
+        return true;
     client->started = false;
     problem = u"cannot be watched: "_s + errorText(error);
+    if (clients.erase(client.get()) > 0)
+        paths->forget(client.get());
+    if (clients.empty() && thread.joinable())
+        endThread(lock);
     return false;
 }
 
@@ -112,6 +132,8 @@ void Watcher::stop(const Client& client)
     client->started = false;
     client->dirty = false;
     client->nextLook.reset();
+    client->nextWatch.reset();
+    client->watchPatience = 0s;
     if (clients.erase(client.get()) > 0)
         paths->forget(client.get());
     waitUntilIdle(lock, client);
@@ -162,7 +184,7 @@ int Watcher::ensureRunning()
         thread.join();
     ended = false;
     quit = false;
-    auto newPaths = std::make_unique<PathWatch>();
+    auto newPaths = std::make_shared<PathWatch>();
     if (newPaths->fd() < 0)
         return errno;
     Descriptor newWakeUp(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
@@ -194,7 +216,8 @@ void Watcher::endThread(Lock& lock)
     // The thread itself cannot wait for its end, and a callback that it is in need not end soon: the next one joins it.
     if (thread.get_id() == std::this_thread::get_id() || serving)
         return;
-    changed.wait(lock, [this] { return ended || !quit; });
+    // Nor need a walk through a file system that does not answer.
+    changed.wait_for(lock, longestWait, [this] { return ended || !quit; });
     if (ended && thread.joinable())
         thread.join();
 }
@@ -204,8 +227,10 @@ int Watcher::timeout() const
     std::optional<Time> next;
     for (const auto& [address, client] : clients) {
         const auto due = client->busy ? std::nullopt : client->dueAt();
-        if (due && (!next || *due < *next))
-            next = due;
+        for (const auto& time : {due, client->nextWatch}) {
+            if (time && (!next || *time < *next))
+                next = time;
+        }
     }
     if (!next)
         return -1;
@@ -213,10 +238,9 @@ int Watcher::timeout() const
     return int(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 60'000));
 }
 
-std::vector<QByteArray> Watcher::readEvents()
+void Watcher::readEvents()
 {
-    std::map<const void*, Client> led; // those whose paths may lead elsewhere now
-    paths->readEvents([&](const PathWatch::Event& event) {
+    paths->readEvents([this](const PathWatch::Event& event) {
         const auto found = clients.find(event.owner);
         if (found == clients.end())
             return;
@@ -224,15 +248,63 @@ std::vector<QByteArray> Watcher::readEvents()
         client->touch();
         client->writerOpen = event.written || (client->writerOpen && !event.moved && !event.closed);
         if (event.pathChanged)
-            led.insert(*found);
+            client->nextWatch = client->lastTouch;
     });
-    // Watched anew before the file is read, so that no later change is missed.
-    std::vector<QByteArray> lost;
-    for (const auto& [address, client] : led) {
-        if (paths->watch(address, client->path) != 0)
-            lost.push_back(client->path);
+}
+
+/// Watches the path of a client. As long as the file system takes for it, nothing but other walks has to wait.
+/// @return 0 or an errno value
+int Watcher::walk(Lock& lock, const Client& client)
+{
+    const auto walked = paths; // the thread may end meanwhile, and another may begin
+    lock.unlock();
+    const std::lock_guard alone(walkMutex);
+    lock.lock();
+    int error = ENOMEM;
+    PathWatch::Way way;
+    try {
+        const PathWatch::Masks others = walked->beginWalk(client.get());
+        lock.unlock();
+        error = walked->follow(client->path, others, way);
+    } catch (const std::bad_alloc&) {
+        error = ENOMEM;
     }
-    return lost;
+    if (!lock.owns_lock())
+        lock.lock();
+    try {
+        walked->endWalk(client.get(), way);
+    } catch (const std::bad_alloc&) {
+        error = ENOMEM;
+    }
+    if (clients.count(client.get()) == 0)
+        walked->forget(client.get());
+    return error;
+}
+
+/// Before files are read, so that no later change is missed.
+void Watcher::watchDueClients(Lock& lock)
+{
+    const auto now = std::chrono::steady_clock::now();
+    std::vector<Client> due;
+    for (const auto& [address, client] : clients) {
+        if (client->nextWatch && *client->nextWatch <= now)
+            due.push_back(client);
+    }
+    for (const Client& client : due) {
+        if (clients.count(client.get()) == 0)
+            continue;
+        const int error = walk(lock, client);
+        if (clients.count(client.get()) == 0)
+            continue;
+        if (error == 0) {
+            client->watchSucceeded();
+        } else if (client->watchFailed()) {
+            lock.unlock();
+            Misc::reportProblem(QFile::decodeName(client->path),
+                                u"cannot be watched as it lies now, which is tried again: "_s + errorText(error));
+            lock.lock();
+        }
+    }
 }
 
 void Watcher::serveDueClients(Lock& lock)
@@ -254,20 +326,53 @@ void Watcher::serveDueClients(Lock& lock)
         client->busy = true;
         client->busyThread = std::this_thread::get_id();
         serving = true;
-        lock.unlock();
         std::optional<Time> nextLook;
-        try {
-            nextLook = client->look(touched);
-        } catch (...) {
-            Misc::reportProblem(QFile::decodeName(client->path), Misc::currentExceptionText());
+        {
+            const auto done = qScopeGuard([&] {
+                lock.lock();
+                serving = false;
+                client->busy = false;
+                client->nextLook = nextLook;
+                changed.notify_all();
+            });
+            lock.unlock();
+            try {
+                nextLook = client->look(touched);
+            } catch (...) {
+                Misc::reportProblem(QFile::decodeName(client->path), Misc::currentExceptionText());
+            }
         }
-        lock.lock();
-        serving = false;
-        client->busy = false;
-        client->nextLook = nextLook;
-        changed.notify_all();
         if (forked)
             return;
+    }
+}
+
+void Watcher::runOnce(Lock& lock)
+{
+    const bool listens = startingWalks == 0;
+    pollfd sources[] = {{wakeUp.get(), POLLIN, 0}, {listens ? paths->fd() : -1, POLLIN, 0}};
+    const int wait = timeout();
+    lock.unlock();
+    ::poll(sources, std::size(sources), wait);
+    lock.lock();
+    eventfd_t count;
+    ::eventfd_read(wakeUp.get(), &count);
+    if (startingWalks == 0)
+        readEvents();
+    watchDueClients(lock);
+    serveDueClients(lock);
+}
+
+/// After an exception, mostly for want of memory, events may be lost: every client watches and looks again.
+void Watcher::recover(Lock& lock)
+{
+    if (lock.owns_lock())
+        lock.unlock();
+    std::this_thread::sleep_for(recoveryTime); // not at full speed while it lasts
+    lock.lock();
+    for (const auto& [address, client] : clients) {
+        client->touch();
+        client->nextWatch = client->lastTouch;
     }
 }
 
@@ -276,21 +381,11 @@ void Watcher::run()
     ::pthread_setname_np(::pthread_self(), "ZyrSettings");
     Lock lock(mutex);
     while (!quit && !forked) {
-        pollfd sources[] = {{paths->fd(), POLLIN, 0}, {wakeUp.get(), POLLIN, 0}};
-        const int wait = timeout();
-        lock.unlock();
-        ::poll(sources, std::size(sources), wait);
-        lock.lock();
-        eventfd_t count;
-        ::eventfd_read(wakeUp.get(), &count);
-        const auto lost = readEvents();
-        if (!lost.empty()) {
-            lock.unlock();
-            for (const QByteArray& path : lost)
-                Misc::reportProblem(QFile::decodeName(path), u"cannot be watched as it lies now"_s);
-            lock.lock();
+        try {
+            runOnce(lock);
+        } catch (const std::exception&) {
+            recover(lock);
         }
-        serveDueClients(lock);
     }
     if (forked)
         return;

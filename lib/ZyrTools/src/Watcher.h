@@ -37,7 +37,7 @@ public:
     Begin begin(const Client& client);
 
     /// Watches the path of a client that has not been stopped since. Where that cannot be, the client is stopped and
-    /// `problem` tells why.
+    /// `problem` tells why; once it is watched, what cannot be is tried again and again.
     bool watch(const Client& client, QString& problem);
 
     /// Has a watched client look at its file.
@@ -71,15 +71,21 @@ private:
     void endThread(Lock& lock);
 
     void run();
+    void runOnce(Lock& lock);
+    void recover(Lock& lock);
     int timeout() const;
-    std::vector<QByteArray> readEvents();
+    void readEvents();
+    int walk(Lock& lock, const Client& client);
+    void watchDueClients(Lock& lock);
     void serveDueClients(Lock& lock);
 
     std::mutex mutex;
+    std::mutex walkMutex; ///< for one walk at a time; never waited for while holding the other, that fork() waits for
     std::condition_variable changed; ///< a client is not busy any more, or the thread has ended
     std::map<const void*, Client> clients;
     std::map<std::thread::id, const WatchClient*> waiting; ///< who waits until which client is idle
-    std::unique_ptr<PathWatch> paths;
+    std::shared_ptr<PathWatch> paths;
+    int startingWalks = 0; ///< by others than the thread, which leaves the events alone meanwhile
     Descriptor wakeUp;
     std::thread thread;
     bool quit = false;
