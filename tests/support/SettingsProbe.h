@@ -5,33 +5,30 @@
 #include <ZyrTools/ConfigFileListener.h>
 #include <ZyrTools/Misc.h>
 
-#include <QtCore/QDir>
 #include <QtCore/QFile>
 #include <QtCore/QSettings>
-#include <QtCore/QStringList>
+#include <QtCore/QTemporaryFile>
 #include <QtTest/QTest>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <functional>
 #include <mutex>
 #include <string>
-#include <vector>
+
+#include <unistd.h>
 
 /// The settings file of a probe that is given no other name.
 inline const QString probeFile = QStringLiteral("probe.ini");
 
-/// Keeps the value "v" of the section "S" of every load, with "first " in front where it was one.
+/// Keeps the value "v" of the section "S" of every load.
 class SettingsProbe : public Zyr::ConfigFileListener
 {
 public:
     using Action = std::function<void(SettingsProbe&, QSettings&, bool)>;
 
-    /// `action` does more in the callback.
+    /// `onLoad` does more in the callback.
     explicit SettingsProbe(Action onLoad = {}, const QString& name = probeFile)
-        : ConfigFileListener({}, name)
+        : ConfigFileListener(QStringLiteral("_Log"), name)
         , action(std::move(onLoad))
     {
     }
@@ -39,29 +36,26 @@ public:
 
     bool onConfigFileChanged(QSettings& settings, bool first) override
     {
-        {
-            const std::lock_guard lock(mutex);
-            values.push_back((first ? "first " : "") + settings.value(QStringLiteral("S/v")).toString().toStdString());
-        }
+        std::unique_lock lock(mutex);
+        values += (first ? "first " : "|") + settings.value(QStringLiteral("S/v")).toString().toStdString();
+        lock.unlock();
         if (action)
             action(*this, settings, first);
         return false;
     }
 
-    QStringList loads() const
+    /// Like "first 1|2|3".
+    QByteArray loads() const
     {
         const std::lock_guard lock(mutex);
-        QStringList list;
-        for (const std::string& value : values)
-            list.append(QString::fromStdString(value));
-        return list;
+        return QByteArray::fromStdString(values);
     }
 
     using ConfigFileListener::configFileLoadFailed;
 
 private:
     mutable std::mutex mutex;
-    std::vector<std::string> values; // not Qt's: ThreadSanitizer does not see how those are shared
+    std::string values; // not Qt's: ThreadSanitizer does not see how those are shared
     const Action action;
 };
 
@@ -72,61 +66,37 @@ inline void addKey(SettingsProbe&, QSettings& settings, bool)
     Zyr::Misc::checkSettingsValue(settings, QStringLiteral("S/added"), changed, 1);
 }
 
-/// Returns when the watcher's thread has served everything that happened before in `place`.
-inline void letWatcherCatchUp(const TestPlace& place)
-{
-    // The thread serves in order of time and may serve two listeners in one turn: the second change comes a turn later.
-    const QString name = QStringLiteral("clock.ini");
-    SettingsProbe clock({}, name);
-    QVERIFY(clock.startConfigFileWatcher());
-    for (const QByteArray value : {"1", "2"}) {
-        const auto before = clock.loads().size();
-        place.write(name, "[S]\nv=" + value);
-        QTRY_VERIFY(clock.loads().size() > before);
-    }
-    QFile::remove(place.path(name));
-}
-
-/// Runs a shell's `script` in `place`; `put file text` there writes a file in place, `link target name` swaps a link.
+/// Runs a shell's `script` in `place`; `put file value` there writes a file in place, `link target name` swaps a link.
 inline void shell(const TestPlace& place, const QByteArray& script)
 {
     const QByteArray prelude = "put() { printf '[S]\\nv=%s\\n' \"$2\" > \"$1\"; }\n"
-                               "link() { ln -s \"$1\" \"$2.new\" && mv -T \"$2.new\" \"$2\"; }\nset -e; cd ";
+                               "link() { ln -s \"$1\" new.link && mv -T new.link \"$2\"; }\nset -e; cd ";
     QCOMPARE(std::system((prelude + QFile::encodeName(place.path({})) + '\n' + script).constData()), 0);
 }
 
-/// All that lies in `place`.
-inline QStringList entries(const TestPlace& place)
+/// The same, and returns when the watcher's thread has served all of it.
+inline void change(const TestPlace& place, const QByteArray& script)
 {
-    return QDir(place.path({})).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    shell(place, script);
+    // The thread may serve two listeners in one turn and in any order: the second change comes a turn later.
+    SettingsProbe clock({}, QStringLiteral("clock.ini"));
+    clock.startConfigFileWatcher();
+    for (const QByteArray value : {"1", "2"}) {
+        shell(place, "put clock.ini " + value);
+        QVERIFY(QTest::qWaitFor([&] { return clock.loads().endsWith(value); }));
+    }
+    shell(place, "rm clock.ini");
 }
 
-/// What is written to standard error while it lives.
-class ErrorText
+/// What is written to standard error during `action`.
+inline QByteArray errorsOf(const std::function<void()>& action)
 {
-public:
-    explicit ErrorText(const TestPlace& place)
-        : where(place)
-        , saved(::dup(STDERR_FILENO))
-    {
-        const QByteArray path = QFile::encodeName(place.path(name));
-        const int target = ::open(path.constData(), O_RDWR | O_CREAT | O_TRUNC | O_APPEND, 0600);
-        ::dup2(target, STDERR_FILENO);
-        ::close(target);
-    }
-    ~ErrorText()
-    {
-        ::dup2(saved, STDERR_FILENO);
-        ::close(saved);
-    }
-    ErrorText(const ErrorText&) = delete;
-    ErrorText& operator=(const ErrorText&) = delete;
-
-    QByteArray read() const { return where.read(name); }
-
-private:
-    static inline const QString name = QStringLiteral("stderr");
-
-    const TestPlace& where;
-    const int saved;
-};
+    QTemporaryFile file;
+    const int saved = file.open() ? ::dup(STDERR_FILENO) : -1;
+    ::dup2(file.handle(), STDERR_FILENO);
+    action();
+    ::dup2(saved, STDERR_FILENO);
+    ::close(saved);
+    file.seek(0);
+    return file.readAll();
+}
