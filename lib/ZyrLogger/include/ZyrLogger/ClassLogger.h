@@ -41,7 +41,7 @@ public:
     [[nodiscard]] LogMessage& cLogTODO(const QString& text);
 
 private:
-    [[nodiscard]] LogMessage& out(unsigned char level, const QString& text);
+    [[nodiscard]] ZYRLOGGER_NO_EXPORT LogMessage& out(unsigned char level, const QString& text);
 
     Logger* logger;
 };

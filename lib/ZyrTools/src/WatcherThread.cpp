@@ -1,0 +1,202 @@
+// The watcher's thread: what wakes it, and what it does then.
+#include "Watcher.h"
+
+#include "FileBytes.h"
+#include "ZyrTools/Misc.h"
+
+#include <QtCore/QFile>
+#include <QtCore/QScopeGuard>
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <new>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace Zyr {
+
+namespace {
+
+constexpr auto recoveryTime = 100ms;
+
+} // namespace
+
+int Watcher::timeout() const
+{
+    std::optional<Time> next;
+    for (const auto& [address, client] : clients) {
+        const auto due = client->busy ? std::nullopt : client->dueAt();
+        for (const auto& time : {due, client->nextWatch}) {
+            if (time && (!next || *time < *next))
+                next = time;
+        }
+    }
+    if (!next)
+        return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*next - std::chrono::steady_clock::now());
+    return int(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, 60'000));
+}
+
+void Watcher::readEvents()
+{
+    paths->readEvents([this](const PathWatch::Event& event) {
+        const auto found = clients.find(event.owner);
+        if (found == clients.end())
+            return;
+        const Client& client = found->second;
+        client->touch();
+        client->writerOpen = event.written || (client->writerOpen && !event.moved && !event.closed);
+        if (event.pathChanged)
+            client->nextWatch = client->lastTouch;
+    });
+}
+
+/// Watches the path of a client. As long as the file system takes for it, nothing but other walks has to wait.
+/// @return 0 or an errno value
+int Watcher::walk(Lock& lock, const Client& client)
+{
+    const auto walked = paths; // the thread may end meanwhile, and another may begin
+    lock.unlock();
+    const std::lock_guard alone(walkMutex);
+    lock.lock();
+    int error = ENOMEM;
+    PathWatch::Way way;
+    try {
+        const PathWatch::Masks others = walked->beginWalk(client.get());
+        lock.unlock();
+        error = walked->follow(client->path, others, way);
+    } catch (const std::bad_alloc&) {
+        error = ENOMEM;
+    }
+    if (!lock.owns_lock())
+        lock.lock();
+    try {
+        walked->endWalk(client.get(), way);
+    } catch (const std::bad_alloc&) {
+        error = ENOMEM;
+    }
+    if (clients.count(client.get()) == 0)
+        walked->forget(client.get());
+    return error;
+}
+
+/// Before files are read, so that no later change is missed.
+void Watcher::watchDueClients(Lock& lock)
+{
+    const auto now = std::chrono::steady_clock::now();
+    std::vector<Client> due;
+    for (const auto& [address, client] : clients) {
+        if (client->nextWatch && *client->nextWatch <= now)
+            due.push_back(client);
+    }
+    for (const Client& client : due) {
+        if (clients.count(client.get()) == 0)
+            continue;
+        const int error = walk(lock, client);
+        if (clients.count(client.get()) == 0)
+            continue;
+        if (error == 0) {
+            client->watchSucceeded();
+        } else if (client->watchFailed()) {
+            lock.unlock();
+            Misc::reportProblem(QFile::decodeName(client->path),
+                                u"cannot be watched as it lies now, which is tried again: "_s + errorText(error));
+            lock.lock();
+        }
+    }
+}
+
+void Watcher::serveDueClients(Lock& lock)
+{
+    const auto now = std::chrono::steady_clock::now();
+    std::vector<Client> due;
+    for (const auto& [address, client] : clients) {
+        const auto time = client->dueAt();
+        if (time && *time <= now)
+            due.push_back(client);
+    }
+    for (const Client& client : due) {
+        if (!client->started || client->busy)
+            continue;
+        const auto settled = client->settledAt();
+        const bool touched = settled && *settled <= now;
+        if (touched)
+            client->dirty = false;
+        client->busy = true;
+        client->busyThread = std::this_thread::get_id();
+        serving = true;
+        std::optional<Time> nextLook;
+        {
+            const auto done = qScopeGuard([&] {
+                lock.lock();
+                serving = false;
+                client->busy = false;
+                client->nextLook = nextLook;
+                changed.notify_all();
+            });
+            lock.unlock();
+            try {
+                nextLook = client->look(touched);
+            } catch (...) {
+                Misc::reportProblem(QFile::decodeName(client->path), Misc::currentExceptionText());
+            }
+        }
+        if (forked)
+            return;
+    }
+}
+
+void Watcher::runOnce(Lock& lock)
+{
+    const bool listens = startingWalks == 0;
+    pollfd sources[] = {{wakeUp.get(), POLLIN, 0}, {listens ? paths->fd() : -1, POLLIN, 0}};
+    const int wait = timeout();
+    lock.unlock();
+    ::poll(sources, std::size(sources), wait);
+    lock.lock();
+    eventfd_t count;
+    ::eventfd_read(wakeUp.get(), &count);
+    if (startingWalks == 0)
+        readEvents();
+    watchDueClients(lock);
+    serveDueClients(lock);
+}
+
+/// After an exception, mostly for want of memory, events may be lost: every client watches and looks again.
+void Watcher::recover(Lock& lock)
+{
+    if (lock.owns_lock())
+        lock.unlock();
+    std::this_thread::sleep_for(recoveryTime); // not at full speed while it lasts
+    lock.lock();
+    for (const auto& [address, client] : clients) {
+        client->touch();
+        client->nextWatch = client->lastTouch;
+    }
+}
+
+void Watcher::run()
+{
+    ::pthread_setname_np(::pthread_self(), "ZyrSettings");
+    Lock lock(mutex);
+    while (!quit && !forked) {
+        try {
+            runOnce(lock);
+        } catch (const std::exception&) {
+            recover(lock);
+        }
+    }
+    if (forked)
+        return;
+    paths.reset();
+    wakeUp = Descriptor();
+    ended = true;
+    changed.notify_all();
+}
+
+} // namespace Zyr
