@@ -72,6 +72,19 @@ private Q_SLOTS:
         QVERIFY(!probe.loads().contains('|'));
     }
 
+    // What a listener changes or removes, left in the file as it was.
+    void writesChangesToo()
+    {
+        const TestPlace place;
+        place.write(probeFile, "[S]\nv=1\nw=2\n");
+        SettingsProbe probe([](SettingsProbe&, QSettings& settings, bool) {
+            settings.setValue(u"S/v"_s, 3);
+            settings.remove(u"S/w"_s);
+        });
+        QVERIFY(probe.startConfigFileWatcher());
+        QCOMPARE(place.read(probeFile), "[S]\nv=3\n");
+    }
+
     // A link replaced by a file, a mode or an owner that becomes the process's own.
     void keepsLinkModeAndOwner()
     {
