@@ -136,15 +136,13 @@ Logger::LoadOutcome Logger::applyFileChannel(Poco::FileChannel& channel, Setting
 {
     channel.close();
 
-    QString path = logFilePath;
-    if (group.contains("path"_L1)) {
-        path = group.storedText("path"_L1, logFilePath);
+    const bool hasPath = group.contains("path"_L1);
+    const QString path = hasPath ? group.storedText("path"_L1, logFilePath) : logFilePath;
+    if (hasPath)
         Misc::checkDirectory(QFileInfo(path).absolutePath());
-        channel.setProperty(Poco::FileChannel::PROP_PATH, path.toStdString());
-    } else {
-        channel.setProperty(Poco::FileChannel::PROP_PATH, path.toStdString());
+    channel.setProperty(Poco::FileChannel::PROP_PATH, path.toStdString());
+    if (!hasPath)
         group.read("-path"_L1, path); // only tells the operator which path is in use
-    }
 
     LoadOutcome failure = LoadOutcome::ValueRefused;
     Attempt attempt;

@@ -8,6 +8,16 @@ namespace Zyr {
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+bool isOneOf(const QString& text, std::span<const QLatin1StringView> known)
+{
+    return std::any_of(known.begin(), known.end(),
+                       [&](QLatin1StringView each) { return text.compare(each, Qt::CaseInsensitive) == 0; });
+}
+
+} // namespace
+
 QString describeSetting(QLatin1StringView group, QLatin1StringView key, const QString& value)
 {
     return u'[' + group + u"] "_s + key + u" = '"_s + value + u'\'';
@@ -51,8 +61,7 @@ QString SettingsGroup::readText(QLatin1StringView key, const QVariant& defaultVa
 QString SettingsGroup::readText(const ChainSetting& setting)
 {
     const QString text = readText(setting.key, setting.defaultValue);
-    const auto isText = [&](QLatin1StringView known) { return text.compare(known, Qt::CaseInsensitive) == 0; };
-    if (!setting.known.empty() && std::none_of(setting.known.begin(), setting.known.end(), isText))
+    if (!setting.known.empty() && !isOneOf(text, setting.known))
         report(setting.key, text, u"is not known and counts as "_s + setting.known.back());
     return text;
 }
@@ -62,8 +71,7 @@ bool SettingsGroup::readSwitch(QLatin1StringView key, bool defaultValue)
     const QVariant value = read(key, defaultValue);
     const QString text = value.toString();
     constexpr QLatin1StringView plain[] = {"true"_L1, "1"_L1, "false"_L1, "0"_L1, ""_L1};
-    const auto isText = [&](QLatin1StringView known) { return text.compare(known, Qt::CaseInsensitive) == 0; };
-    if (std::none_of(std::begin(plain), std::end(plain), isText))
+    if (!isOneOf(text, plain))
         report(key, text, u"is not known and counts as true"_s);
     return value.toBool();
 }

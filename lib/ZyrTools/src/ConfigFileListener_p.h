@@ -48,8 +48,8 @@ private:
     bool refused = false; ///< the listener said of the load under way that it did not
     std::function<bool()> mended;
 
-    bool postponed = false;           ///< the file is to be loaded as soon as the system can
-    std::chrono::seconds patience{1}; ///< until that is tried, or `mended` is asked, again
+    bool postponed = false; ///< the file is to be loaded as soon as the system can
+    Backoff lookAgain;      ///< for that, and for asking `mended`
     std::optional<Time> nextLook;
 };
 

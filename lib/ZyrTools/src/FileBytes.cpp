@@ -45,6 +45,17 @@ QString errorText(int error)
     return QString::fromStdString(std::generic_category().message(error));
 }
 
+bool writeAll(int file, const QByteArray& bytes)
+{
+    for (qsizetype written = 0; written < bytes.size();) {
+        const ssize_t count = ::write(file, bytes.constData() + written, size_t(bytes.size() - written));
+        if (count < 0 && errno != EINTR)
+            return false;
+        written += qMax<ssize_t>(count, 0);
+    }
+    return true;
+}
+
 FileBytes readFile(const QByteArray& path)
 {
     // Not blocking, so that a FIFO under that name does not stop the caller.
@@ -57,7 +68,7 @@ FileBytes readFile(const QByteArray& path)
     if (!S_ISREG(status.st_mode))
         return unreadable(u"not a regular file"_s);
 
-    FileBytes result{FileBytes::State::Read, {}, FileStamp::of(status), {}, false};
+    FileBytes result{FileBytes::State::Read, {}, FileStamp::of(status), {}};
     char block[4096];
     for (;;) {
         const ssize_t count = ::read(file.get(), block, sizeof block);

@@ -34,6 +34,9 @@ struct FileBytes
 /// Reads a regular file. Anything else under that path, and a file too large for settings, is unreadable.
 FileBytes readFile(const QByteArray& path);
 
+/// Writes all of `bytes`; otherwise errno tells why not.
+bool writeAll(int file, const QByteArray& bytes);
+
 /// The text of an errno value.
 QString errorText(int error);
 

@@ -74,17 +74,6 @@ bool copyAccessList(const QByteArray& from, int to)
     return size < 0 ? errno == ENODATA || errno == ENOTSUP : ::fsetxattr(to, name, list, size_t(size), 0) == 0;
 }
 
-bool writeAll(int file, const QByteArray& bytes)
-{
-    for (qsizetype written = 0; written < bytes.size();) {
-        const ssize_t count = ::write(file, bytes.constData() + written, size_t(bytes.size() - written));
-        if (count < 0 && errno != EINTR)
-            return false;
-        written += qMax<ssize_t>(count, 0);
-    }
-    return ::fdatasync(file) == 0;
-}
-
 /// A hidden file beside another one, there until it is renamed or removed.
 class Neighbour
 {
@@ -201,7 +190,7 @@ std::optional<FileBytes> saveFile(const QByteArray& path, const FileBytes& loade
 {
     const bool exists = loaded.state == FileBytes::State::Read;
     Neighbour neighbour(directoryOf(path), exists ? 0600 : 0666);
-    if (!neighbour.file || !writeAll(neighbour.file.get(), bytes)) {
+    if (!neighbour.file || !writeAll(neighbour.file.get(), bytes) || ::fdatasync(neighbour.file.get()) != 0) {
         problem = errorText(errno);
         return std::nullopt;
     }
@@ -211,7 +200,7 @@ std::optional<FileBytes> saveFile(const QByteArray& path, const FileBytes& loade
         return std::nullopt;
 
     // The time stamps are those after the renaming; a file that somebody put there already has none that we know.
-    FileBytes written{FileBytes::State::Read, bytes, {}, {}, false};
+    FileBytes written{FileBytes::State::Read, bytes, {}, {}};
     struct stat now = {};
     if (known && ::stat(path.constData(), &now) == 0 && now.st_dev == mine.st_dev && now.st_ino == mine.st_ino)
         written.stamp = FileStamp::of(now);

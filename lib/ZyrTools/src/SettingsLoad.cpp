@@ -13,15 +13,8 @@
 #include <utility>
 
 using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
 
 namespace Zyr {
-
-namespace {
-
-constexpr std::chrono::seconds longestPatience = 30s;
-
-} // namespace
 
 ConfigFileListener::Private::Private(ConfigFileListener* publicSide, const QString& filePath)
     : WatchClient(QFile::encodeName(filePath))
@@ -95,7 +88,7 @@ void ConfigFileListener::Private::loadFirst()
     FileBytes file = readFile(path);
     if (file.state == FileBytes::State::Unreadable)
         Misc::reportProblem(name, u"cannot be read, so defaults are used: "_s + file.reason);
-    patience = 1s;
+    lookAgain.reset();
     postponed = file.shortage;
     load(std::move(file), true);
 }
@@ -115,7 +108,7 @@ std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::lo
     if (touched) {
         if (!isNews(file))
             return nextLook;
-        patience = 1s;
+        lookAgain.reset();
     } else if (file.state != FileBytes::State::Read) {
         if (std::exchange(postponed, false))
             return nextLook = std::nullopt; // its next change is an event again
@@ -127,8 +120,7 @@ std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::lo
 
 std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::lookLater()
 {
-    nextLook = std::chrono::steady_clock::now() + patience;
-    patience = std::min(2 * patience, longestPatience);
+    nextLook = lookAgain.next();
     return nextLook;
 }
 

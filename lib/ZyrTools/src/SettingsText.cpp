@@ -31,13 +31,7 @@ Descriptor memoryFile(const QByteArray& bytes)
     Descriptor file(::memfd_create("settings", MFD_CLOEXEC | noExecution));
     if (!file && errno == EINVAL)
         file = Descriptor(::memfd_create("settings", MFD_CLOEXEC));
-    for (qsizetype written = 0; file && written < bytes.size();) {
-        const ssize_t count = ::write(file.get(), bytes.constData() + written, size_t(bytes.size() - written));
-        if (count < 0 && errno != EINTR)
-            return Descriptor();
-        written += qMax<ssize_t>(count, 0);
-    }
-    return file;
+    return file && writeAll(file.get(), bytes) ? std::move(file) : Descriptor();
 }
 
 } // namespace

@@ -12,10 +12,6 @@ namespace {
 constexpr auto settleTime = 100ms;
 constexpr auto longestSettling = 2s;
 
-/// A shortage may be over at once, while a directory without permission may stay so.
-constexpr std::chrono::seconds firstPatience = 1s;
-constexpr std::chrono::seconds longestPatience = 30s;
-
 } // namespace
 
 WatchClient::~WatchClient() = default;
@@ -46,18 +42,17 @@ void WatchClient::touch()
 
 bool WatchClient::watchFailed()
 {
-    const bool isNews = watchPatience == 0s;
-    watchPatience = isNews ? firstPatience : std::min(2 * watchPatience, longestPatience);
-    nextWatch = std::chrono::steady_clock::now() + watchPatience;
+    const bool isNews = watchAgain.isFirst();
+    nextWatch = watchAgain.next();
     return isNews;
 }
 
 void WatchClient::watchSucceeded()
 {
     nextWatch.reset();
-    if (watchPatience != 0s)
+    if (!watchAgain.isFirst())
         touch(); // for what nobody has noticed
-    watchPatience = 0s;
+    watchAgain.reset();
 }
 
 } // namespace Zyr

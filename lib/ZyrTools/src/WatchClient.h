@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Backoff.h"
+
 #include <QtCore/QByteArray>
 
 #include <chrono>
@@ -47,8 +49,8 @@ private:
     Time firstTouch;
     Time lastTouch;
     std::optional<Time> nextLook;
-    std::optional<Time> nextWatch;         ///< when to watch the path anew: it leads elsewhere, or could not be watched
-    std::chrono::seconds watchPatience{0}; ///< how long to wait after the last failure, 0 while all is well
+    std::optional<Time> nextWatch; ///< when to watch the path anew: it leads elsewhere, or could not be watched
+    Backoff watchAgain;            ///< after failures to do so; none while all is well
 };
 
 } // namespace Zyr

@@ -126,7 +126,7 @@ void Watcher::stop(const Client& client)
     client->dirty = false;
     client->nextLook.reset();
     client->nextWatch.reset();
-    client->watchPatience = 0s;
+    client->watchAgain.reset();
     if (clients.erase(client.get()) > 0)
         paths->forget(client.get());
     waitUntilIdle(lock, client);
