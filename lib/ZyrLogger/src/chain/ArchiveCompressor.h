@@ -41,10 +41,11 @@ public:
 private:
     struct Work;
 
-    Result waitForWriters();
+    Result begin(const std::string& archive);
+    bool isBeingWritten();
     Result readSlice(const std::string& archive);
     Result finish(const std::string& archive);
-    bool copyAttributes(const struct stat& status);
+    void copyAttributes(const struct stat& status);
 
     CallWatch& watch;
     std::unique_ptr<Work> work;

@@ -37,8 +37,8 @@ public:
     /// Removes what is too old or too many, as far as it can be removed now; never the archive added last.
     void purge(Time now);
 
-    /// What a process that was killed left over, of all steps of a rotation and of compression; then purges. An error
-    /// means that the log's hidden ".next" is still there, with lines in it.
+    /// What a process that was killed left over, of all steps of a rotation and of compression; then purges. After
+    /// an error the log's hidden ".next" may still be there, with lines in it.
     std::error_code cleanUp(Time now);
 
     /// More than two archives added here wait for compression, and nothing has failed since the last one was added.
@@ -54,31 +54,34 @@ public:
     void abandonCompression() noexcept;
 
 private:
+    static constexpr auto temporaryEnding = ".gz-part";
+
     struct Archive : FoundArchive
     {
-        unsigned made = 0; ///< counts what was added here; 0: found
-        bool compressing = false;
-        bool postponed = false; ///< could not be compressed, so others go first
+        unsigned made = 0;        ///< counts what was added here; 0: found
+        bool compressing = false; ///< of at most one
+        bool postponed = false;   ///< could not be compressed, so others go first
     };
     using List = std::vector<Archive>;
 
     std::error_code scan();
     void listChanged();
-    List::iterator find(const ArchiveName& name);
-    bool goesBefore(const ArchiveName& one, const ArchiveName& other) const noexcept;
-    std::string pathOf(const ArchiveName& name) const { return path + name.suffix(); }
+    bool goesBefore(const Archive& one, const Archive& other) const noexcept;
+    std::string pathOf(const Archive& archive) const { return path + archive.name.suffix(); }
 
     std::error_code shift();
-    std::error_code rescueLog(Time now);
-    void removePlainTwins();
+    std::uint64_t freeStamp(Time now) const noexcept;
 
-    bool isTooOld(const Archive& archive, std::int64_t now, bool lookAtTimes);
+    void removePlainTwins();
+    std::error_code rescueLog(Time now);
+
+    struct AgeLimit;
+    bool isTooOld(const Archive& archive, const AgeLimit& limit);
     bool remove(const Archive& archive);
 
-    bool waits(List::const_iterator archive) const noexcept;
-    List::iterator nextToCompress();
-    void compressed(List::iterator archive);
-    void putOff(Time now, std::chrono::seconds wait);
+    bool waits(const Archive& archive) const noexcept;
+    Archive* nextToCompress();
+    void putOff(Time now, std::chrono::seconds wait) noexcept;
 
     CallWatch& watch;
     std::string path;
