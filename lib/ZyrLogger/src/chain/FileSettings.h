@@ -13,11 +13,11 @@ struct RotationRule
     enum class Kind { Never, Size, Interval, TimeOfDay };
 
     Kind kind = Kind::Never;
-    std::uint64_t size = 0; ///< Size: a record that finds this many bytes or more goes to a new file
-    std::chrono::seconds interval{0};
-    std::optional<int> weekday; ///< TimeOfDay: 0 is Sunday; every day without one
-    std::optional<int> hour;    ///< TimeOfDay: every hour without one
-    int minute = 0;             ///< TimeOfDay
+    std::uint64_t size = 0;           ///< Size: a record that finds this many bytes or more goes to a new file
+    std::chrono::seconds interval{0}; ///< Interval: up to 100 years
+    std::optional<int> weekday;       ///< TimeOfDay: 0 is Sunday; every day without one
+    std::optional<int> hour;          ///< TimeOfDay: every hour without one
+    int minute = 0;                   ///< TimeOfDay
 
     bool operator==(const RotationRule&) const = default;
 };
@@ -30,8 +30,8 @@ struct FileSettings
     bool timestampedArchives = false; ///< else numbered
     bool localTimes = false;          ///< of rotation at a time of day and of time stamps in names; else UTC
     bool compress = false;
-    std::optional<std::chrono::seconds> purgeAge;
-    std::optional<unsigned> purgeCount; ///< at least 1
+    std::optional<std::chrono::seconds> purgeAge; ///< up to 100 years
+    std::optional<unsigned> purgeCount;           ///< at least 1
     bool flush = true;
     bool rotateOnOpen = false;
 };

@@ -1,0 +1,13 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace Zyr {
+
+/// Bytes of a text of the form `<n>`, `<n> K` or `<n> M` (of 1024 and 1024 * 1024 bytes), which may be zero. Nothing
+/// for any other text and for what 64 bits do not hold.
+std::optional<std::uint64_t> parseByteSize(std::string_view text);
+
+} // namespace Zyr

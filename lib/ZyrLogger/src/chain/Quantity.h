@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace Zyr {
+
+/// `text` without the blanks around it.
+std::string_view trimmed(std::string_view text);
+
+/// What a text like "3 M" says. Blanks around either part do not matter.
+struct Quantity
+{
+    std::optional<std::uint64_t> number; ///< nothing where the text does not begin with a digit
+    std::string_view unit;               ///< all the rest of the text, which has to outlive this
+
+    /// Nothing when the number is too large.
+    static std::optional<Quantity> parse(std::string_view text);
+};
+
+} // namespace Zyr
