@@ -3,38 +3,42 @@
 namespace Zyr {
 
 LineFormatter::LineFormatter()
-    : formatter(new Poco::PatternFormatter)
+    : shared(std::make_shared<LinePatterns>())
 {
 }
 
+/// Appends, as POCO's formatters do.
 void LineFormatter::format(const Poco::Message& message, std::string& text)
 {
-    inForce()->format(message, text);
+    LineBuffer line;
+    shared->inForce().format(message, line);
+    text.append(line.view());
 }
 
 void LineFormatter::setProperty(const std::string& name, const std::string& value)
 {
-    Formatter old = inForce();
-    Formatter changed(new Poco::PatternFormatter);
-    for (const std::string& property : {PROP_PATTERN, PROP_TIMES, PROP_PRIORITY_NAMES}) {
-        if (const std::string kept = old->getProperty(property); !kept.empty() && property != name)
-            changed->setProperty(property, kept);
-    }
-    changed->setProperty(name, value);
-
-    const std::lock_guard lock(formatterMutex);
-    formatter = changed;
+    shared->replace([&](LinePattern::Source& source) {
+        if (name == PROP_PATTERN)
+            source.pattern = value;
+        else if (name == PROP_TIMES)
+            source.localTime = value == "local";
+        else if (name == PROP_PRIORITY_NAMES)
+            source.priorityNames = value;
+        else
+            Formatter::setProperty(name, value); // which throws
+    });
 }
 
 std::string LineFormatter::getProperty(const std::string& name) const
 {
-    return inForce()->getProperty(name);
-}
-
-LineFormatter::Formatter LineFormatter::inForce() const
-{
-    const std::lock_guard lock(formatterMutex);
-    return formatter;
+    const LinePattern::Source& source = shared->inForce().source();
+    if (name == PROP_PATTERN)
+        return source.pattern;
+    if (name == PROP_TIMES)
+        return source.localTime ? "local" : "UTC";
+    if (name == PROP_PRIORITY_NAMES)
+        return source.priorityNames;
+    return Formatter::getProperty(name); // which throws
 }
 
 } // namespace Zyr
