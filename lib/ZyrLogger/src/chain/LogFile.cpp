@@ -1,0 +1,357 @@
+#include "LogFile.h"
+
+#include "IntervalStart.h"
+#include "Place.h"
+
+#include <ZyrTools/Misc.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Zyr {
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int mostTries = 5; // to find the file that the first writer has just begun
+
+RotationTimer::Time timeOf(const timespec& stamp)
+{
+    return RotationTimer::Time(
+        std::chrono::duration_cast<RotationTimer::Time::duration>(std::chrono::seconds(stamp.tv_sec)));
+}
+
+} // namespace
+
+LogFile::LogFile(CallWatch& itsWatch)
+    : watch(itsWatch)
+    , archives(itsWatch)
+{
+}
+
+void LogFile::configure(const FileSettings& wanted)
+{
+    settings = wanted;
+    if (!file.isOpen() || openedPath != settings.path || !firstWriter || place.empty())
+        return;
+    const Time now = std::chrono::system_clock::now();
+    archives.configure(place, settings);
+    archives.cleanUp(now);
+    startTimer(now, timeOf(file.lastStatus().st_mtim));
+}
+
+void LogFile::adopt(AppendFile&& opened, bool beginAnew)
+{
+    takeUp(std::move(opened), std::chrono::system_clock::now());
+    rotationWanted = beginAnew;
+    nextRotation = {};
+}
+
+void LogFile::close() noexcept
+{
+    archives.abandonCompression();
+    file.close(watch);
+    partial = 0;
+}
+
+bool LogFile::canCompress() const
+{
+    return file.isOpen() && firstWriter && !place.empty() && archives.canCompress(std::chrono::system_clock::now());
+}
+
+void LogFile::compressSlice()
+{
+    archives.compressSlice(std::chrono::system_clock::now());
+}
+
+LogFile::Written LogFile::write(const LineBatch& batch)
+{
+    const Time now = std::chrono::system_clock::now();
+    if (const std::error_code error = makeReady(now)) {
+        lookAgain();
+        return {0, error};
+    }
+    std::size_t lines = batch.lines();
+    if (firstWriter) {
+        rotateIfDue(now);
+        if (settings.rotation.kind == RotationRule::Kind::Size && size < settings.rotation.size)
+            lines = batch.linesReaching(settings.rotation.size - size);
+    }
+    const Written written = append(batch, lines);
+    if (!firstWriter)
+        file.allowCompression(watch);
+    if (written.error)
+        lookAgain();
+    return written;
+}
+
+/// Makes sure that `file` is the one to write to.
+std::error_code LogFile::makeReady(Time now)
+{
+    if (file.isOpen() && openedPath != settings.path)
+        close();
+    if (!file.isOpen()) {
+        if (const std::error_code error = openPath(now))
+            return error;
+    } else if (firstWriter) {
+        const auto steady = Steady::now();
+        if (steady - looked < 1s)
+            return {};
+        looked = steady;
+        if (!file.isStillAt(openedPath, watch)) {
+            close();
+            if (const std::error_code error = openPath(now))
+                return error;
+        } else if (const auto found = std::uint64_t(file.lastStatus().st_size); file.isRegular() && found != size) {
+            size = found;
+            endLineFirst = !file.endsInLine(watch);
+        }
+    }
+    return firstWriter ? std::error_code() : joinFirstWriter(now);
+}
+
+std::error_code LogFile::openPath(Time now)
+{
+    AppendFile fresh;
+    if (const std::error_code error = fresh.open(settings.path, watch))
+        return error;
+    takeUp(std::move(fresh), now);
+    return {};
+}
+
+void LogFile::takeUp(AppendFile&& fresh, Time now)
+{
+    openedPath = settings.path;
+    looked = Steady::now();
+    if (file.isSame(fresh)) {
+        fresh.close(watch);
+        return;
+    }
+    firstWriter = !fresh.isRegular() || fresh.lock(watch);
+    close();
+    file = std::move(fresh);
+    directoryChanged = true;
+    endLineFirst = false;
+    rotationWanted = false;
+    rotationFailed = false;
+    place = file.isRegular() ? realPlace(openedPath) : std::string();
+    if (firstWriter)
+        becomeFirstWriter(now);
+    else if (!std::exchange(reportedOther, true))
+        Misc::reportProblem(u"log file '"_s + QString::fromStdString(openedPath) + u'\'',
+                            u"another logger writes it; this one appends, and leaves rotation and purging to it"_s);
+}
+
+void LogFile::becomeFirstWriter(Time now)
+{
+    firstWriter = true;
+    reportedOther = false;
+    size = std::uint64_t(file.lastStatus().st_size);
+    endLineFirst = !file.endsInLine(watch);
+    if (place.empty())
+        return;
+    archives.configure(place, settings);
+    archives.cleanUp(now);
+    startTimer(now, size > 0 ? timeOf(file.lastStatus().st_mtim) : now);
+}
+
+/// `written`: when the file was last written.
+void LogFile::startTimer(Time now, Time written)
+{
+    const IntervalStart start(watch);
+    Time began = now;
+    if (settings.rotation.kind != RotationRule::Kind::Interval) {
+        start.remove(place);
+    } else if (const auto kept = size > 0 ? start.read(place) : std::nullopt) {
+        began = *kept;
+    } else {
+        if (size > 0)
+            began = start.birthOf(place).value_or(now);
+        start.write(place, began);
+    }
+    timer.start(settings.rotation, settings.localTimes, began, written, now);
+}
+
+/// For a writer that is not the first one: finds the file that the path leads to now, and keeps it from being
+/// compressed until the lines are in it. Takes over when there is no first writer any more.
+std::error_code LogFile::joinFirstWriter(Time now)
+{
+    for (int tries = 0; tries < mostTries; ++tries) {
+        if (file.isOpen() && file.holdOffCompression(watch)) {
+            if (file.isStillAt(openedPath, watch)) {
+                // The lock of a file that is no longer in its place says nothing.
+                if (!file.lock(watch) || !file.isStillAt(openedPath, watch))
+                    return {};
+                file.allowCompression(watch);
+                becomeFirstWriter(now);
+                return {};
+            }
+            file.allowCompression(watch);
+        }
+        close();
+        if (const std::error_code error = openPath(now))
+            return error;
+        if (firstWriter)
+            return {};
+    }
+    return std::make_error_code(std::errc::resource_unavailable_try_again);
+}
+
+/// Where it cannot be done, lines go on into the old file, and it is tried again soon.
+void LogFile::rotateIfDue(Time now)
+{
+    if (place.empty())
+        return;
+    const bool tooLarge = settings.rotation.kind == RotationRule::Kind::Size && size >= settings.rotation.size;
+    if (!tooLarge && !rotationWanted && !timer.isDue(now))
+        return;
+    if (size == 0) { // an archive without a line would only push another one out
+        rotationWanted = false;
+        startTimer(now, now);
+        return;
+    }
+    if (Steady::now() < nextRotation)
+        return;
+    const std::error_code error = rotate(now);
+    if (!error) {
+        rotationWanted = false;
+        rotationFailed = false;
+        return;
+    }
+    nextRotation = Steady::now() + 900ms;
+    if (!std::exchange(rotationFailed, true))
+        Misc::reportProblem(u"log file '"_s + QString::fromStdString(place) + u'\'',
+                            u"grows, since no new one can be begun: "_s + QString::fromStdString(error.message()));
+}
+
+/// The new file is open and ours before the old one is let go, and there is never a moment without a file in its
+/// place, in which another writer would make one.
+std::error_code LogFile::rotate(Time now)
+{
+    const std::string next = besideLog(place, ".next");
+    AppendFile fresh;
+    std::error_code error = fresh.create(next, watch);
+    if (error == std::errc::file_exists) { // left over: perhaps an old log, which is not to be lost
+        archives.cleanUp(now);
+        error = fresh.create(next, watch);
+    }
+    if (error)
+        return error;
+
+    const struct stat& old = file.lastStatus();
+    if (old.st_uid != fresh.lastStatus().st_uid || old.st_gid != fresh.lastStatus().st_gid)
+        watch([&] { return ::fchown(fresh.descriptor(), old.st_uid, old.st_gid); }); // as far as we may
+    if (old.st_mode != fresh.lastStatus().st_mode)
+        watch([&] { return ::fchmod(fresh.descriptor(), old.st_mode & 07777); });
+    fresh.lock(watch);
+
+    std::string archive;
+    error = archives.makeRoom(now, archive);
+    if (!error)
+        error = moveAway(next, archive);
+    if (error) {
+        watch([&] { return ::unlink(next.c_str()); });
+        return error;
+    }
+    file.close(watch);
+    file = std::move(fresh);
+    size = 0;
+    endLineFirst = false;
+    directoryChanged = true;
+    startTimer(now, now);
+    archives.added(archive, now);
+    archives.purge(now);
+    return {};
+}
+
+/// Puts the file `next` in the log's place and that under the name `archive`, or leaves all as it was.
+std::error_code LogFile::moveAway(const std::string& next, const std::string& archive)
+{
+    const auto exchange = [&] {
+        return watch([&] { return ::renameat2(AT_FDCWD, next.c_str(), AT_FDCWD, place.c_str(), RENAME_EXCHANGE); });
+    };
+    const auto rename = [&](const std::string& from, const std::string& to) {
+        return watch([&] { return ::rename(from.c_str(), to.c_str()); }) == 0;
+    };
+    if (exchange() == 0) {
+        if (rename(next, archive))
+            return {};
+        const std::error_code error = lastError();
+        exchange();
+        return error;
+    }
+    if (errno != EINVAL && errno != ENOSYS)
+        return lastError();
+    // A file system that cannot exchange.
+    if (!rename(place, archive))
+        return lastError();
+    if (rename(next, place))
+        return {};
+    const std::error_code error = lastError();
+    rename(archive, place);
+    return error;
+}
+
+LogFile::Written LogFile::append(const LineBatch& batch, std::size_t lines)
+{
+    if (endLineFirst) {
+        if (const std::error_code error = file.endLine(watch))
+            return {0, error};
+        endLineFirst = false;
+        ++size;
+    }
+    const AppendFile::Appended appended = file.append(batch, partial, batch.bytesOf(lines), watch);
+    const std::size_t done = partial + appended.bytes;
+    Written result{batch.linesWithin(done), appended.error};
+    std::size_t keep = batch.bytesOf(result.lines);
+    partial = done - keep;
+    if (!file.isRegular()) {
+        // What a pipe took is gone; its next reader gets the whole line.
+        if (result.error && result.error != std::errc::resource_unavailable_try_again)
+            close();
+        return result;
+    }
+
+    if (settings.flush && result.lines > 0) {
+        if (const std::error_code error = synchronize()) {
+            result = {0, error};
+            keep = 0;
+        }
+    }
+    size += keep;
+    if (keep < done) {
+        const bool inLine = std::exchange(partial, 0) > 0;
+        if (!firstWriter || !file.cutBack(done - keep, watch)) {
+            endLineFirst = inLine;
+            size += done - keep;
+        }
+    }
+    return result;
+}
+
+/// What was written, and the name under which it is found, are on the disk afterwards.
+std::error_code LogFile::synchronize()
+{
+    if (const std::error_code error = file.synchronize(watch))
+        return error;
+    if (!directoryChanged)
+        return {};
+    const int directory =
+        watch([&] { return ::open(directoryOf(openedPath).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    if (directory < 0)
+        return lastError();
+    const bool done = watch([&] { return ::fsync(directory); }, 10s) == 0 || errno == EINVAL;
+    const std::error_code error = done ? std::error_code() : lastError();
+    watch([&] { return ::close(directory); });
+    directoryChanged = !done;
+    return error;
+}
+
+} // namespace Zyr

@@ -1,0 +1,198 @@
+// The writer's worker thread.
+
+#include "LogWriter.h"
+
+#include "LineBuffer.h"
+#include "LinePatterns.h"
+
+#include <ZyrTools/Misc.h>
+
+#include <Poco/Message.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Zyr {
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::size_t batchBytes = 256 * 1024;
+constexpr auto shortestBackoff = 2ms;
+constexpr std::chrono::milliseconds longestBackoff = 1s;
+constexpr auto quietTime = 10s; // between two reports of failures
+
+} // namespace
+
+void* LogWriter::enter(void* self)
+{
+    const std::unique_ptr<std::shared_ptr<LogWriter>> writer(static_cast<std::shared_ptr<LogWriter>*>(self));
+    ::pthread_setname_np(::pthread_self(), "LogWriter");
+    (*writer)->run();
+    return nullptr;
+}
+
+void LogWriter::run()
+{
+    Lock lock(gate);
+    for (bool goesOn = true; goesOn && !abandoned;) {
+        try {
+            goesOn = turn(lock);
+        } catch (...) { // out of memory
+            if (!lock.owns_lock())
+                lock.lock();
+            settle(std::make_error_code(std::errc::not_enough_memory), lock);
+        }
+    }
+    lock.unlock();
+    file.close();
+    lock.lock();
+    running = false;
+    progress.notify_all();
+}
+
+/// One step of the work, or a rest until there is more. False when the thread is to end.
+bool LogWriter::turn(Lock& lock)
+{
+    const bool held = changes > 0;
+    if (requested && !held) {
+        takeRequests(lock);
+        return true;
+    }
+    if (hasWork()) {
+        if (held || Clock::now() < retryAt) {
+            rest(lock, held ? std::nullopt : std::optional(retryAt));
+            return true;
+        }
+        if (!file.mustCompressFirst())
+            queue.isEmpty() || (lossAfter && written >= *lossAfter) ? writeLoss(lock) : writeLines(lock);
+    } else if (stopping && (!file.canCompress() || Clock::now() >= stopBy)) {
+        return false;
+    }
+
+    if (file.canCompress()) {
+        lock.unlock();
+        file.compressSlice();
+        lock.lock();
+    } else if (std::exchange(closing, false)) {
+        lock.unlock();
+        file.close();
+        lock.lock();
+    } else if (!hasWork()) {
+        asleep = true;
+        rest(lock, std::nullopt);
+        asleep = false;
+    }
+    return true;
+}
+
+void LogWriter::takeRequests(Lock& lock)
+{
+    Requests taken;
+    std::swap(taken, requests);
+    requested = false;
+    closing = taken.close;
+    const FileSettings wanted = taken.configure ? settings : FileSettings();
+    lock.unlock();
+    if (taken.configure)
+        file.configure(wanted);
+    if (taken.opened.isOpen())
+        file.adopt(std::move(taken.opened), taken.beginAnew);
+    if (taken.look)
+        file.lookAgain();
+    lock.lock();
+}
+
+void LogWriter::writeLines(Lock& lock)
+{
+    const LineBatch batch = queue.front(batchBytes);
+    lock.unlock();
+    const LogFile::Written result = file.write(batch);
+    lock.lock();
+    queue.pop(result.lines);
+    written += result.lines;
+    settle(result.error, lock);
+}
+
+void LogWriter::writeLoss(Lock& lock)
+{
+    const std::uint64_t count = lost;
+    const std::string text = std::to_string(count) + (count == 1 ? " record lost: " : " records lost: ") + lossReason;
+    const std::string source = lossSource;
+    const std::shared_ptr<const LinePatterns> format = lossFormat;
+    lock.unlock();
+
+    LineBuffer line;
+    if (format)
+        format->inForce().format(Poco::Message(source, text, Poco::Message::PRIO_WARNING), line);
+    else
+        line.append(text);
+    line.append("\n");
+    const auto end = static_cast<std::uint32_t>(line.view().size());
+    LineBatch batch;
+    batch.add({line.view().data(), &end, 0, 1});
+    const LogFile::Written result = file.write(batch);
+
+    lock.lock();
+    if (result.lines == 1) {
+        lost -= count;
+        lossAfter.reset();
+    }
+    settle(result.error, lock);
+}
+
+/// What a write that failed or not means for those who wait.
+void LogWriter::settle(const std::error_code& error, Lock& lock)
+{
+    LineQueue::Chunk* const freed = queue.takeFreed();
+    const auto now = Clock::now();
+    bool report = false;
+    if (!error) {
+        failing = false;
+        backoff = 0ms;
+        fullSince.reset();
+        if (lost > 0 && !lossAfter)
+            lossAfter = pushed;
+    } else {
+        report = !failing && (!reported || now - *reported > quietTime);
+        failing = true;
+        failure = error.message();
+        backoff = std::clamp(backoff * 2, std::chrono::milliseconds(shortestBackoff), longestBackoff);
+        retryAt = now + backoff;
+        reported = now;
+    }
+    if (waiting > 0)
+        progress.notify_all();
+    if (!freed && !report)
+        return;
+    const std::string path = settings.path;
+    lock.unlock();
+    LineQueue::Chunk::unmap(freed);
+    if (report)
+        Misc::reportProblem(u"log file '"_s + QString::fromStdString(path) + u'\'',
+                            u"cannot be written, records wait: "_s + QString::fromStdString(error.message()));
+    lock.lock();
+}
+
+/// Gives back what memory it can, and sleeps until woken.
+void LogWriter::rest(Lock& lock, std::optional<Clock::time_point> until)
+{
+    if (queue.isEmpty()) {
+        queue.trim();
+        if (LineQueue::Chunk* const freed = queue.takeFreed()) {
+            lock.unlock();
+            LineQueue::Chunk::unmap(freed);
+            lock.lock();
+            if (hasWork() || requested || stopping || abandoned)
+                return;
+        }
+    }
+    if (until)
+        work.wait_until(lock, *until);
+    else
+        work.wait(lock);
+}
+
+} // namespace Zyr
