@@ -4,6 +4,7 @@
 
 #include "LoggerState.h"
 #include "OwnEntries.h"
+#include "chain/Patience.h"
 
 #include <ZyrLogger/PocoMessage.h>
 #include <ZyrTools/Misc.h>
@@ -84,6 +85,7 @@ public:
     Main() { new (storage) Logger(mainLoggerName.toString(), QString(), QString(), NotStarted()); }
     ~Main()
     {
+        Patience::programEnds();
         logger().retire();
         State::markShutDown();
     }
@@ -136,40 +138,42 @@ void Logger::flushFinal()
     instance().out(System, u"Logger shutdown"_s, OwnEntries::file, OwnEntries::shutdownLine).endl();
     if (auto channel = state->share(fileChannel))
         channel->close();
-    if (!isMainLogger() && !State::isShutDown())
-        State::shutPocoDown();
+    if (isMainLogger() || State::isShutDown())
+        return;
+    Patience::programEnds();
+    State::shutPocoDown();
 }
 
 /// What the destructor does; the object is whole afterwards, without a chain.
 void Logger::retire() noexcept
 {
     stopConfigFileWatcher();
-    // Taking an inherited chain apart would wait for a worker thread that is not there: it is kept for good.
-    if (state->isInherited() || !closeChain() || !isMainLogger())
-        return;
     try {
-        State::shutPocoDown();
+        if (!state->isInherited()) {
+            if (closeChain() && isMainLogger())
+                State::shutPocoDown();
+        } else if (auto channel = state->shareFile()) {
+            channel->writer().finish(); // what was logged in this process; the chain itself is kept for good
+        }
     } catch (...) {
         // A destructor always finishes.
     }
 }
 
 /// Returns whether the chain was complete.
-bool Logger::closeChain() noexcept
+bool Logger::closeChain()
 {
-    if (auto channel = state->share(fileChannel)) {
-        try {
-            channel->close();
-        } catch (...) {
-            // Closing is a courtesy to the worker thread; the wait and the rest come all the same.
-        }
-        channel = nullptr;
+    if (auto channel = state->shareFile()) {
+        channel->close();
         QThread::msleep(drainMilliseconds);
+        // Before POCO lets go of the chain, which it does under its own lock.
+        channel->writer().finish();
     }
-    // Where this is the last reference, its end writes what is queued still.
+    // These end the chain when they go, after that lock has been left.
+    const auto link = state->share(formattingChannel);
     if (const auto registered = state->share(pocoLogger)) {
         try {
-            Poco::Logger::destroy(loggerName.toStdString());
+            State::callRegistry([&] { Poco::Logger::destroy(loggerName.toStdString()); });
         } catch (...) {
             // POCO knows no such logger any more.
         }

@@ -32,9 +32,10 @@ void Logger::setLogFileProperty(QString name, QString value)
     if (state->isChainGone())
         return;
     const std::lock_guard turn(state->reload);
-    auto channel = state->share(fileChannel);
+    auto channel = state->shareFile();
     if (!channel)
         return;
+    const LogFileChannel::Change change(*channel);
     channel->close();
     channel->setProperty(name.toStdString(), value.toStdString());
     channel->open();

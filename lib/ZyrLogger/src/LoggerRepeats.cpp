@@ -85,8 +85,6 @@ void Logger::remember(const PocoMessage& record, const QByteArray& sourceFile)
 
 void Logger::flushLog()
 {
-    if (state->isInherited())
-        return; // the lock may have been another thread's when the process was forked
     Lock lock(mutex);
     const QList<PocoMessage> records = std::exchange(pendingMessages, {});
     const QMap<PocoMessage, int> counts = std::exchange(repeatCounts, {});

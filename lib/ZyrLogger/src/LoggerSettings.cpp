@@ -7,8 +7,9 @@
 #include "OwnEntries.h"
 #include "SettingsGroup.h"
 #include "StandardOutput.h"
+#include "chain/ByteSize.h"
 #include "chain/LineFormatter.h"
-#include "chain/LogFileChannel.h"
+#include "chain/LineFormattingChannel.h"
 
 #include <ZyrLogger/PocoMessage.h>
 #include <ZyrTools/Misc.h>
@@ -16,9 +17,7 @@
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
-#include <Poco/AsyncChannel.h>
 #include <Poco/Exception.h>
-#include <Poco/FormattingChannel.h>
 #include <Poco/Logger.h>
 
 #include <fcntl.h>
@@ -48,6 +47,21 @@ struct Attempt
     QLatin1StringView key;
     QString value;
 };
+
+std::optional<std::size_t> queueBound(const QString& text)
+{
+    const auto bytes = parseByteSize(text.toStdString());
+    return bytes && *bytes >= LogWriter::leastBound && *bytes <= LogWriter::mostBound
+               ? std::optional(static_cast<std::size_t>(*bytes))
+               : std::nullopt;
+}
+
+std::optional<LogWriter::Overflow> queueOverflow(const QString& text)
+{
+    if (text == "wait"_L1)
+        return LogWriter::Overflow::Wait;
+    return text == "drop"_L1 ? std::optional(LogWriter::Overflow::Drop) : std::nullopt;
+}
 
 void configure(Poco::Configurable& link, std::span<const ChainSetting> settings, SettingsGroup& group, Attempt& attempt)
 {
@@ -99,18 +113,21 @@ Logger::LoadOutcome Logger::applySettings(QSettings& settings, bool& settingsCha
     const QString level = applyFilters(settings, keysAdded);
     SettingsGroup group(settings, "LoggerFileChannel"_L1, keysAdded, configFilePath());
 
-    auto channel = state->link(fileChannel, [] { return new LogFileChannel; });
+    state->link(fileChannel, [] { return new LogFileChannel; });
+    auto channel = state->shareFile();
     if (!channel)
         return LoadOutcome::Applied; // shut down meanwhile
+    const LogFileChannel::Change change(*channel);
     const LoadOutcome outcome = applyFileChannel(*channel, group);
     if (outcome != LoadOutcome::Applied)
         return outcome;
 
     auto formatter = state->link(patternFormatter, [] { return new LineFormatter; });
     const bool formatted = formatter && applyFormat(*formatter, group);
+    const bool queued = applyQueue(group);
     const bool complete = completeChain(level);
     settingsChanged = keysAdded;
-    return formatted && complete ? LoadOutcome::Applied : LoadOutcome::ValueRefused;
+    return formatted && queued && complete ? LoadOutcome::Applied : LoadOutcome::ValueRefused;
 }
 
 /// The group "Logger". Returns the level, which is applied last.
@@ -173,19 +190,52 @@ bool Logger::applyFormat(Poco::PatternFormatter& formatter, SettingsGroup& group
     }
 }
 
+/// The two keys that are read only when they are there. Returns whether none was refused; a refused one leaves what was
+/// in force.
+bool Logger::applyQueue(SettingsGroup& group)
+{
+    auto channel = state->shareFile();
+    if (!channel)
+        return true;
+    LogWriter::Limits limits = channel->writer().limits();
+    bool accepted = true;
+    const auto apply = [&](QLatin1StringView key, auto read, auto& limit, auto usual, const QString& legal) {
+        if (!group.contains(key)) {
+            limit = usual;
+            return;
+        }
+        const QString value = group.storedText(key, {});
+        if (const auto wanted = read(value)) {
+            limit = *wanted;
+        } else {
+            group.report(key, value, u"legal is "_s + legal);
+            accepted = false;
+        }
+    };
+    apply("queueSize"_L1, queueBound, limits.bytes, LogWriter::Limits().bytes,
+          u"<n>, <n> K or <n> M, from 64 K to 1024 M"_s);
+    apply("queueOverflow"_L1, queueOverflow, limits.overflow, LogWriter::Limits().overflow, u"wait or drop"_s);
+    channel->writer().setLimits(limits);
+    return accepted;
+}
+
 /// Makes the links that are still missing, each of which takes over the logger's references to the ones below it, and
 /// sets the level. Returns whether the logger is complete now.
 bool Logger::completeChain(const QString& level)
 {
     // Each link gets a reference of its own before ours is released, so that a failure in between loses nothing.
     state->link(asyncChannel, [this] {
-        auto* made = new Poco::AsyncChannel(Poco::Channel::Ptr(fileChannel, true), Poco::Thread::PRIO_NORMAL);
+        auto* made =
+            new LineQueueChannel(Poco::AutoPtr<LogFileChannel>(static_cast<LogFileChannel*>(fileChannel), true));
         fileChannel->release();
         return made;
     });
     state->link(formattingChannel, [this] {
-        auto* made = new Poco::FormattingChannel(Poco::Formatter::Ptr(patternFormatter, true),
-                                                 Poco::Channel::Ptr(asyncChannel, true));
+        const Poco::AutoPtr formatter(static_cast<LineFormatter*>(patternFormatter), true);
+        auto& file = static_cast<LogFileChannel&>(*fileChannel);
+        file.writer().setLossFormat(loggerName.toStdString(), formatter->patterns());
+        auto* made = new LineFormattingChannel(
+            formatter, Poco::AutoPtr(static_cast<LineQueueChannel*>(asyncChannel), true), state->chainReleased);
         patternFormatter->release();
         asyncChannel->release();
         return made;
@@ -203,8 +253,11 @@ bool Logger::completeChain(const QString& level)
     }
     try {
         state->link(pocoLogger, [&] {
-            auto& made = Poco::Logger::create(loggerName.toStdString(), Poco::Channel::Ptr(formattingChannel, true),
-                                              Poco::Logger::parseLevel(levelName));
+            const int parsed = Poco::Logger::parseLevel(levelName);
+            auto& made = State::callRegistry([&]() -> Poco::Logger& {
+                return Poco::Logger::create(loggerName.toStdString(), Poco::Channel::Ptr(formattingChannel, true),
+                                            parsed);
+            });
             formattingChannel->release();
             return &made;
         });

@@ -1,14 +1,22 @@
 #include "LoggerState.h"
 
 #include "StandardOutput.h"
+#include "chain/LineFormatter.h"
+#include "chain/LocalTime.h"
+#include "chain/Patience.h"
+#include "chain/TrackedFile.h"
+
+#include <ZyrLogger/PocoMessage.h>
 
 #include <QtCore/QDateTime>
 #include <QtCore/QLocale>
 
+#include <Poco/AsyncChannel.h>
 #include <Poco/Logger.h>
 
 #include <algorithm>
 #include <atomic>
+#include <new>
 
 #include <pthread.h>
 
@@ -21,6 +29,8 @@ constinit std::atomic<unsigned> forksSoFar = 0;
 constinit std::mutex livingMutex;
 
 } // namespace
+
+constinit std::mutex Logger::State::registry;
 
 /// Made with the first logger, so that it ends after every logger that has an end, and before the static objects of Qt
 /// and POCO that logging needs: whatever still logs then, through a logger that nobody destroys, must not reach them.
@@ -51,6 +61,7 @@ Logger::State::State(Logger& itsLogger)
     , forks(forksSoFar)
 {
     static const ProcessLife life;
+    Patience::watchMainThread();
     const std::lock_guard lock(livingMutex);
     living().push_back(this);
 }
@@ -77,8 +88,22 @@ void Logger::State::markShutDown()
 
 void Logger::State::shutPocoDown()
 {
+    // Held until POCO has let go of its lock, so that no chain ends under it.
+    std::vector<Poco::AutoPtr<Poco::AsyncChannel>> chains;
+    std::vector<Poco::AutoPtr<LogFileChannel>> files;
+    {
+        const std::lock_guard lock(livingMutex);
+        for (State* state : living()) {
+            chains.push_back(state->share(state->logger.asyncChannel));
+            files.push_back(state->shareFile());
+        }
+    }
     markShutDown();
-    if (forksSoFar == 0) // the release of an inherited chain would wait for a worker thread that is not there
+    for (const auto& file : files) {
+        if (file)
+            file->writer().finish();
+    }
+    if (forksSoFar == 0) // POCO's registry may be locked for ever in a child
         Poco::Logger::shutdown();
 }
 
@@ -92,33 +117,79 @@ bool Logger::State::isInside(const LogListener* listener) const
     return std::find(callsUnderWay.begin(), callsUnderWay.end(), listener) != callsUnderWay.end();
 }
 
-/// No lock that a child may need is held by another thread while the process is copied.
+/// The caller holds `guard`.
+LogFileChannel* Logger::State::fileLocked() const
+{
+    return isChainGone() ? nullptr : static_cast<LogFileChannel*>(logger.fileChannel);
+}
+
+void Logger::State::lockAll()
+{
+    logger.mutex.lock();
+    guard.lock();
+    if (LogFileChannel* const file = fileLocked())
+        file->lock();
+}
+
+void Logger::State::unlockAll()
+{
+    if (LogFileChannel* const file = fileLocked())
+        file->unlock();
+    guard.unlock();
+    logger.mutex.unlock();
+}
+
+/// Nothing of the parent's that is still to be written is written by the child.
+void Logger::State::renewInChild()
+{
+    if (LogFileChannel* const file = fileLocked()) {
+        file->renewInChild();
+        // Nobody may release the chain: POCO's own static objects would at the end, behind POCO's lock.
+        if (logger.pocoLogger)
+            logger.pocoLogger->duplicate();
+        if (logger.patternFormatter)
+            static_cast<LineFormatter*>(logger.patternFormatter)->afterForkInChild();
+    }
+    logger.pendingMessages.clear();
+    logger.repeatCounts.clear();
+    pendingFiles.clear();
+    // What another thread may have held or waited for, and will never leave.
+    new (&reload) std::recursive_mutex;
+    new (&listenerLeft) std::condition_variable;
+    new (&logger.mutex) Poco::Mutex; // knows its owner by a number that the child's thread does not have
+    guard.unlock();
+}
+
+/// No lock that a child may need is held by another thread while the process is copied, of those that are held for a
+/// few instructions only. The others are made anew in the child.
 void Logger::State::beforeFork()
 {
     livingMutex.lock();
     for (State* state : living())
-        state->guard.lock();
-    StandardOutput::lock();
+        state->lockAll();
+    registry.lock();
+    TrackedFile::beforeFork();
 }
 
 void Logger::State::afterFork() noexcept
 {
-    StandardOutput::unlock();
+    TrackedFile::afterFork();
+    registry.unlock();
     for (State* state : living())
-        state->guard.unlock();
+        state->unlockAll();
     livingMutex.unlock();
 }
 
 void Logger::State::afterForkInChild() noexcept
 {
     ++forksSoFar;
-    // Releasing a chain, as POCO's own static objects would at the end, waits for its worker thread, which is not
-    // there: every inherited chain is kept for good.
-    for (const State* state : living()) {
-        if (state->logger.pocoLogger && !isShutDown())
-            state->logger.pocoLogger->duplicate();
-    }
-    afterFork();
+    TrackedFile::afterForkInChild();
+    StandardOutput::afterForkInChild();
+    LocalTime::afterForkInChild();
+    for (State* state : living())
+        state->renewInChild();
+    registry.unlock();
+    livingMutex.unlock();
 }
 
 } // namespace Zyr

@@ -2,10 +2,14 @@
 
 #include <ZyrLogger/Logger.h>
 
+#include "chain/LogFileChannel.h"
+
 #include <Poco/AutoPtr.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <list>
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -38,6 +42,9 @@ public:
         return shareLocked(link);
     }
 
+    /// share() of the file channel, as what it is.
+    Poco::AutoPtr<LogFileChannel> shareFile() { return share(logger.fileChannel).unsafeCast<LogFileChannel>(); }
+
     /// The same after `make` has made the link, if there was none.
     template <typename Link, typename Make>
     Poco::AutoPtr<Link> link(Link*& field, Make make)
@@ -45,21 +52,21 @@ public:
         if (isChainGone())
             return nullptr;
         const std::lock_guard lock(guard);
-        if (!field && !isShutDown())
+        if (!field && !isChainGone())
             field = make();
         return shareLocked(field);
     }
 
-    /// share() for a caller that holds `guard` and knows that the logger is not inherited.
+    /// share() for a caller that holds `guard`.
     template <typename Link>
-    static Poco::AutoPtr<Link> shareLocked(Link* link)
+    Poco::AutoPtr<Link> shareLocked(Link* link) const
     {
-        return Poco::AutoPtr<Link>(isShutDown() ? nullptr : link, true);
+        return Poco::AutoPtr<Link>(isChainGone() ? nullptr : link, true);
     }
 
-    /// Whether the chain must not be touched: the pointers to it may dangle after a shutdown, and in a forked child it
-    /// has no worker thread and perhaps a lock that nobody will ever release. Takes no lock.
-    bool isChainGone() const noexcept { return isShutDown() || isInherited(); }
+    /// Whether the chain must not be touched, since the pointers to it may dangle: after a shutdown, and when the
+    /// application itself released it through POCO. Takes no lock.
+    bool isChainGone() const noexcept { return isShutDown() || chainReleased->load(std::memory_order_acquire); }
 
     /// Whether POCO's logging counts as shut down, for every logger of the process.
     static bool isShutDown() noexcept;
@@ -68,14 +75,25 @@ public:
     /// own.
     static void markShutDown();
 
-    /// The same, and shuts POCO's logging down.
+    /// The same, and shuts POCO's logging down after every logger's queue was written.
     static void shutPocoDown();
 
-    /// Whether this process is a fork of the one that made the logger.
+    /// Calls POCO's registry, which has a lock that a forked child must not find locked.
+    template <typename Call>
+    static decltype(auto) callRegistry(Call call)
+    {
+        const std::lock_guard lock(registry);
+        return call();
+    }
+
+    /// Whether this process is a fork of the one that made the logger. The chain is kept for good there, since POCO's
+    /// registry may be locked by a thread that is not there.
     bool isInherited() const noexcept;
 
     /// Whether any thread is inside `listener`. The caller holds `guard`.
     bool isInside(const LogListener* listener) const;
+
+    const std::shared_ptr<std::atomic<bool>> chainReleased = std::make_shared<std::atomic<bool>>(false);
 
     std::mutex guard;            ///< for the chain pointers, filters, repeat settings and listeners
     std::recursive_mutex reload; ///< recursive: a message handler of Qt may call back while settings are read
@@ -94,8 +112,14 @@ private:
     static void beforeFork();
     static void afterFork() noexcept;
     static void afterForkInChild() noexcept;
+    LogFileChannel* fileLocked() const; ///< for a caller that holds `guard`
+    void lockAll();
+    void unlockAll();
+    void renewInChild();
 
-    const Logger& logger;
+    static std::mutex registry;
+
+    Logger& logger;
     const unsigned forks; ///< that lay between the first logger's process and the one that made this logger
 };
 

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <mutex>
+#include <new>
 #include <utility>
 
 namespace Zyr::StandardOutput {
@@ -39,14 +40,10 @@ void printParagraph(const QString& line)
     printWhole([&](QTextStream& out) { out << Qt::endl << line << Qt::endl; });
 }
 
-void lock()
+void afterForkInChild() noexcept
 {
-    streamMutex.lock();
-}
-
-void unlock()
-{
-    streamMutex.unlock();
+    new (&streamMutex) std::mutex;
+    stream = nullptr;
 }
 
 } // namespace Zyr::StandardOutput

@@ -11,8 +11,7 @@ void printLine(const QString& line);
 /// The same after an empty line.
 void printParagraph(const QString& line);
 
-/// For the time of a fork.
-void lock();
-void unlock();
+/// For the child of a fork, where a thread that is not there may have been inside.
+void afterForkInChild() noexcept;
 
 } // namespace Zyr::StandardOutput

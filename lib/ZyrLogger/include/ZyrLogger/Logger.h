@@ -136,7 +136,7 @@ private:
     ZYRLOGGER_NO_EXPORT bool isMainLogger() const;
     ZYRLOGGER_NO_EXPORT bool isUsable() const;
     ZYRLOGGER_NO_EXPORT void retire() noexcept;
-    ZYRLOGGER_NO_EXPORT bool closeChain() noexcept;
+    ZYRLOGGER_NO_EXPORT bool closeChain();
     ZYRLOGGER_NO_EXPORT void releaseIncompleteChain() noexcept;
     ZYRLOGGER_NO_EXPORT void forgetChain() noexcept;
 
@@ -147,6 +147,7 @@ private:
     ZYRLOGGER_NO_EXPORT QString applyFilters(QSettings& settings, bool& keysAdded);
     ZYRLOGGER_NO_EXPORT LoadOutcome applyFileChannel(Poco::FileChannel& channel, SettingsGroup& group);
     ZYRLOGGER_NO_EXPORT bool applyFormat(Poco::PatternFormatter& formatter, SettingsGroup& group);
+    ZYRLOGGER_NO_EXPORT bool applyQueue(SettingsGroup& group);
     ZYRLOGGER_NO_EXPORT bool completeChain(const QString& level);
 
     QString loggerName;

@@ -1,6 +1,7 @@
 #include "LinePattern.h"
 
 #include "CalendarText.h"
+#include "FieldWriter.h"
 
 #include <Poco/Exception.h>
 #include <Poco/NumberParser.h>
@@ -21,9 +22,7 @@ constexpr std::string_view weekdays[] = {"Sunday", "Monday", "Tuesday", "Wednesd
 constexpr std::string_view months[] = {"January", "February", "March",     "April",   "May",      "June",
                                        "July",    "August",   "September", "October", "November", "December"};
 
-constexpr std::size_t copiedAtOnce = 16;
-constexpr std::size_t longestFixedField = 20; // a number of 64 bits
-constexpr int widestSource = 64 * 1024;       // a mistyped width must not take all memory
+constexpr int widestSource = 64 * 1024; // a mistyped width must not take all memory
 
 /// The first character, which takes several bytes when it is not of ASCII.
 std::string_view initial(std::string_view name) noexcept
@@ -57,91 +56,6 @@ std::size_t parseWidth(const std::string& text)
 }
 
 } // namespace
-
-/// Writes fields to a line. There is always room for all fixed fields that can follow, so that only the others look.
-class LinePattern::Writer
-{
-public:
-    Writer(LineBuffer& target, std::size_t sizeOfFixed)
-        : line(target)
-        , fixedSize(sizeOfFixed)
-        , at(line.room(fixedSize))
-    {
-    }
-
-    /// Most literals are short, and copied without asking how short.
-    void literal(const char* text, std::size_t size) noexcept
-    {
-        std::memcpy(at, text, copiedAtOnce);
-        if (size > copiedAtOnce)
-            std::memcpy(at + copiedAtOnce, text + copiedAtOnce, size - copiedAtOnce);
-        at += size;
-    }
-
-    void fixed(std::string_view text) noexcept { at += text.copy(at, text.size()); }
-
-    void text(std::string_view text)
-    {
-        reserve(text.size());
-        fixed(text);
-    }
-
-    void padded(std::string_view text, std::size_t width)
-    {
-        if (width == 0 || width == text.size())
-            return this->text(text);
-        if (text.size() > width) // the end tells names of the same group apart
-            return this->text(text.substr(text.size() - width));
-        reserve(width);
-        fixed(text);
-        at = std::fill_n(at, width - text.size(), ' ');
-    }
-
-    template <typename Number>
-    void number(Number number) noexcept
-    {
-        at = std::to_chars(at, at + longestFixedField, number).ptr;
-    }
-
-    void digits(const char (&pair)[2]) noexcept
-    {
-        std::memcpy(at, pair, 2);
-        at += 2;
-    }
-
-    void digitsWithoutZero(const char (&pair)[2]) noexcept
-    {
-        *at = pair[0];
-        at += pair[0] != '0';
-        *at++ = pair[1];
-    }
-
-    void digitsWithSpace(const char (&pair)[2]) noexcept
-    {
-        *at++ = pair[0] == '0' ? ' ' : pair[0];
-        *at++ = pair[1];
-    }
-
-    void fraction(std::uint32_t number, int size) noexcept
-    {
-        for (int digit = size; digit-- > 0; number /= 10)
-            at[digit] = char('0' + number % 10);
-        at += size;
-    }
-
-    void finish() noexcept { line.extendTo(at); }
-
-private:
-    void reserve(std::size_t size)
-    {
-        line.extendTo(at);
-        at = line.room(size + fixedSize);
-    }
-
-    LineBuffer& line;
-    const std::size_t fixedSize;
-    char* at;
-};
 
 LinePattern::LinePattern(Source text)
     : origin(std::move(text))
@@ -183,8 +97,8 @@ void LinePattern::compile()
             addField(letter, argument);
     }
     addField(0, 0); // for the text behind the last one
-    fixedSize = literals.size() + fields.size() * longestFixedField + copiedAtOnce;
-    literals.append(copiedAtOnce, '\0');
+    fixedSize = literals.size() + fields.size() * FieldWriter::longestFixedField + FieldWriter::copiedAtOnce;
+    literals.append(FieldWriter::copiedAtOnce, '\0');
 }
 
 void LinePattern::addField(char letter, std::size_t argument)
@@ -205,7 +119,7 @@ void LinePattern::format(const Poco::Message& message, LineBuffer& line) const
     const auto fraction = std::uint32_t(microseconds - second * perSecond);
     const CalendarText* time = showsTime ? &CalendarText::of(second, origin.localTime) : nullptr;
 
-    Writer out(line, fixedSize);
+    FieldWriter out(line, fixedSize);
     for (const Field& field : fields) {
         out.literal(literals.data() + field.literal, field.literalSize);
         switch (field.letter) {

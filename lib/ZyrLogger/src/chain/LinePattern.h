@@ -42,7 +42,6 @@ private:
         std::uint32_t literalSize;
         std::uint32_t argument; // the width of 'v', which parameter of '['
     };
-    class Writer;
 
     void compile();
     void addField(char letter, std::size_t argument);

@@ -1,59 +1,92 @@
 #include "LogFileChannel.h"
 
-#include <ZyrTools/Misc.h>
+#include <Poco/Exception.h>
+#include <Poco/Message.h>
+
+#include <filesystem>
+#include <vector>
 
 namespace Zyr {
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
-constexpr std::chrono::seconds quietTime(10);
+/// A relative path stays where it led to when it was set: a program that becomes a daemon changes its directory.
+std::string absolute(const std::string& path)
+{
+    std::error_code error;
+    const std::filesystem::path result = std::filesystem::absolute(path, error);
+    return error || path.empty() ? path : result.string();
+}
 
 } // namespace
+
+LogFileChannel::LogFileChannel()
+    : lines(std::make_shared<LogWriter>())
+{
+    lines->configure(properties.settings());
+}
 
 LogFileChannel::~LogFileChannel() = default;
 
 void LogFileChannel::open()
 {
-    const std::lock_guard lock(channelMutex);
-    Poco::FileChannel::open();
+    FileSettings settings;
+    {
+        const std::lock_guard lock(propertiesMutex);
+        settings = properties.settings();
+    }
+    CallWatch unwatched;
+    AppendFile file;
+    if (const std::error_code error = file.open(absolute(settings.path), unwatched))
+        throw Poco::OpenFileException(settings.path, error.message(), error.value());
+    lines->adopt(std::move(file), settings.rotateOnOpen);
 }
 
 void LogFileChannel::close()
 {
-    const std::lock_guard lock(channelMutex);
-    Poco::FileChannel::close();
+    lines->close();
 }
 
 void LogFileChannel::log(const Poco::Message& message)
 {
-    const std::lock_guard lock(channelMutex);
-    try {
-        Poco::FileChannel::log(message);
-    } catch (...) {
-        // Not every failure is one of its own: while a disk is full, small records may still fit into buffers.
-        const auto now = std::chrono::steady_clock::now();
-        if (!lastFailure || now - *lastFailure > quietTime)
-            Misc::reportProblem(u"log file '"_s + QString::fromStdString(path()) + u'\'',
-                                u"records are lost until it can be written again: "_s + Misc::currentExceptionText());
-        lastFailure = now;
-        Poco::FileChannel::close();
-    }
+    lines->push(message.getText());
 }
 
 void LogFileChannel::setProperty(const std::string& name, const std::string& value)
 {
-    const std::lock_guard lock(channelMutex);
+    const std::lock_guard lock(propertiesMutex);
+    properties.set(name, value);
     if (name == PROP_PATH)
-        Poco::FileChannel::close();
-    Poco::FileChannel::setProperty(name, value);
+        Poco::FileChannel::setProperty(name, value); // for path()
+    FileSettings settings = properties.settings();
+    settings.path = absolute(settings.path);
+    lines->configure(std::move(settings));
 }
 
 std::string LogFileChannel::getProperty(const std::string& name) const
 {
-    const std::lock_guard lock(channelMutex);
-    return Poco::FileChannel::getProperty(name);
+    const std::lock_guard lock(propertiesMutex);
+    return properties.get(name);
+}
+
+void LogFileChannel::lock()
+{
+    propertiesMutex.lock();
+    lines->lock();
+}
+
+void LogFileChannel::unlock()
+{
+    lines->unlock();
+    propertiesMutex.unlock();
+}
+
+void LogFileChannel::renewInChild()
+{
+    static auto& inherited = *new std::vector<std::shared_ptr<LogWriter>>;
+    inherited.push_back(lines);
+    lines = lines->copyForChild();
+    propertiesMutex.unlock();
 }
 
 } // namespace Zyr

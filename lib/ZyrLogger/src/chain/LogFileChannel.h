@@ -1,37 +1,66 @@
 #pragma once
 
+#include "FileProperties.h"
+#include "LogWriter.h"
+
 #include <Poco/FileChannel.h>
 
-#include <chrono>
+#include <memory>
 #include <mutex>
-#include <optional>
 
 namespace Zyr {
 
-/// The last link of the chain: POCO's file channel, made safe to reconfigure while the worker thread writes.
+/// The last link of the chain: the log file's properties, and requests to the thread that writes it.
 ///
-/// POCO's own opens the file and writes to it under two separate locks, so that a close in between is a null pointer;
-/// after a failed write its stream stays failed for good; and a new path only takes effect if nothing was written
-/// between closing and opening.
+/// open() opens the file on the calling thread, to tell whether it can be opened, and hands it on. Nothing else waits
+/// for a system call: the worker thread takes up what was asked for between two writes.
 class LogFileChannel : public Poco::FileChannel
 {
 public:
-    void open() override;
-    void close() override;
+    /// While one of these lives, lines wait in the queue and the file is not touched: what is changed takes effect
+    /// together.
+    class Change
+    {
+    public:
+        explicit Change(LogFileChannel& channel)
+            : changed(channel)
+        {
+            changed.lines->beginChange();
+        }
+        ~Change() { changed.lines->endChange(); }
+        Change(const Change&) = delete;
+        Change& operator=(const Change&) = delete;
 
-    /// Never throws, since an exception would end the worker thread: a record that cannot be written is lost. The first
-    /// such failure after a quiet time is reported on standard error.
+    private:
+        LogFileChannel& changed;
+    };
+
+    LogFileChannel();
+
+    /// Throws Poco::OpenFileException. Begins a new file when the property "rotateOnOpen" is set.
+    void open() override;
+    /// The next record opens the file again.
+    void close() override;
     void log(const Poco::Message& message) override;
 
     void setProperty(const std::string& name, const std::string& value) override;
     std::string getProperty(const std::string& name) const override;
 
+    LogWriter& writer() const noexcept { return *lines; }
+
+    // Around fork().
+    void lock();
+    void unlock();
+    /// The child gets a writer of its own; the inherited one, whose thread is not there, is never touched again.
+    void renewInChild();
+
 protected:
     ~LogFileChannel() override;
 
 private:
-    mutable std::recursive_mutex channelMutex; // recursive: the base's log() calls open()
-    std::optional<std::chrono::steady_clock::time_point> lastFailure;
+    mutable std::mutex propertiesMutex;
+    FileProperties properties;
+    std::shared_ptr<LogWriter> lines;
 };
 
 } // namespace Zyr

@@ -1,0 +1,33 @@
+#pragma once
+
+#include "LineFormatter.h"
+#include "LineQueueChannel.h"
+
+#include <Poco/FormattingChannel.h>
+
+#include <atomic>
+#include <memory>
+
+namespace Zyr {
+
+/// The link that POCO's logger writes to: formats a record and queues the line, without a copy of the record.
+class LineFormattingChannel : public Poco::FormattingChannel
+{
+public:
+    /// `released` becomes true when the chain ends.
+    LineFormattingChannel(const Poco::AutoPtr<LineFormatter>& itsFormatter, Poco::AutoPtr<LineQueueChannel> target,
+                          std::shared_ptr<std::atomic<bool>> released);
+
+    void log(const Poco::Message& message) override;
+    void setProperty(const std::string& name, const std::string& value) override;
+
+protected:
+    ~LineFormattingChannel() override;
+
+private:
+    const std::shared_ptr<const LinePatterns> patterns;
+    LineQueueChannel& queue; // the base holds the reference
+    const std::shared_ptr<std::atomic<bool>> ended;
+};
+
+} // namespace Zyr

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "LogFileChannel.h"
+
+#include <Poco/AsyncChannel.h>
+
+#include <string_view>
+
+namespace Zyr {
+
+/// The chain's queue: hands lines to the log file's worker thread.
+///
+/// It keeps POCO's interface, with the worker thread of the file channel in place of its own. The property "queueSize"
+/// bounds the number of lines as in POCO, beyond setBound()'s memory; another target cannot be set.
+class LineQueueChannel : public Poco::AsyncChannel
+{
+public:
+    explicit LineQueueChannel(const Poco::AutoPtr<LogFileChannel>& target);
+
+    void log(std::string_view line) { file->writer().push(line); }
+
+    /// Does nothing: the first line starts the thread.
+    void open() override;
+    /// Writes what is queued and ends the thread, until the next line.
+    void close() override;
+    void log(const Poco::Message& message) override;
+    void setProperty(const std::string& name, const std::string& value) override;
+
+protected:
+    ~LineQueueChannel() override;
+    void run() override;
+
+private:
+    const Poco::AutoPtr<LogFileChannel> file;
+};
+
+} // namespace Zyr
