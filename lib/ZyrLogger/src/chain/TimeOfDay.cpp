@@ -1,7 +1,8 @@
 #include "TimeOfDay.h"
 
+#include "LocalTime.h"
+
 #include <algorithm>
-#include <ctime>
 
 namespace Zyr {
 
@@ -14,9 +15,7 @@ constexpr seconds minute(60), hour = 60 * minute, day = 24 * hour, week = 7 * da
 /// How far the local wall clock is ahead of UTC.
 seconds offsetAt(seconds time)
 {
-    const auto clock = static_cast<std::time_t>(time.count());
-    std::tm local = {};
-    return seconds(::localtime_r(&clock, &local) ? local.tm_gmtoff : 0);
+    return seconds(LocalTime::offsetAt(time.count()));
 }
 
 /// The first second with another offset than at `from`; at `to` it is another one.
@@ -84,6 +83,7 @@ seconds firstReached(const RotationRule& rule, bool localTime, seconds after)
     if (!localTime)
         return times.firstAfter(after);
 
+    LocalTime::checkZone();
     // By the hour, which no zone has had two shifts in; a week and the longest shift hold every time of a rule.
     const seconds end = after + week + 2 * day;
     for (seconds from = after, offset = offsetAt(from); from < end;) {
