@@ -34,6 +34,8 @@ struct FileSettings
     std::optional<unsigned> purgeCount;           ///< at least 1
     bool flush = true;
     bool rotateOnOpen = false;
+
+    bool operator==(const FileSettings&) const = default;
 };
 
 } // namespace Zyr

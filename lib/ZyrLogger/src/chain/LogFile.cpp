@@ -38,6 +38,8 @@ LogFile::LogFile(CallWatch& itsWatch)
 
 void LogFile::configure(const FileSettings& wanted)
 {
+    if (wanted == settings)
+        return;
     settings = wanted;
     if (!file.isOpen() || openedPath != settings.path || !firstWriter || place.empty())
         return;
@@ -80,7 +82,12 @@ LogFile::Written LogFile::write(const LineBatch& batch)
     }
     std::size_t lines = batch.lines();
     if (firstWriter) {
-        rotateIfDue(now);
+        if (isRotationDue(now)) {
+            if (const std::error_code error = rotateIfStillDue(now)) {
+                lookAgain();
+                return {0, error};
+            }
+        }
         if (settings.rotation.kind == RotationRule::Kind::Size && size < settings.rotation.size)
             lines = batch.linesReaching(settings.rotation.size - size);
     }
@@ -204,31 +211,36 @@ std::error_code LogFile::joinFirstWriter(Time now)
     return std::make_error_code(std::errc::resource_unavailable_try_again);
 }
 
-/// Where it cannot be done, lines go on into the old file, and it is tried again soon.
-void LogFile::rotateIfDue(Time now)
+bool LogFile::isRotationDue(Time now)
 {
     if (place.empty())
-        return;
+        return false;
     const bool tooLarge = settings.rotation.kind == RotationRule::Kind::Size && size >= settings.rotation.size;
-    if (!tooLarge && !rotationWanted && !timer.isDue(now))
-        return;
+    return (tooLarge || rotationWanted || timer.isDue(now)) && Steady::now() >= nextRotation;
+}
+
+/// Where it cannot be done, lines go on into the old file, and it is tried again soon. An error means that there is no
+/// file to go on with.
+std::error_code LogFile::rotateIfStillDue(Time now)
+{
+    lookAgain(); // what is moved away must be the file that is written
+    if (const std::error_code error = makeReady(now); error || !firstWriter || !isRotationDue(now))
+        return error;
     if (size == 0) { // an archive without a line would only push another one out
         rotationWanted = false;
         startTimer(now, now);
-        return;
+        return {};
     }
-    if (Steady::now() < nextRotation)
-        return;
     const std::error_code error = rotate(now);
-    if (!error) {
-        rotationWanted = false;
-        rotationFailed = false;
-        return;
+    rotationWanted = rotationWanted && error;
+    if (error) {
+        nextRotation = Steady::now() + 900ms;
+        if (!rotationFailed)
+            Misc::reportProblem(u"log file '"_s + QString::fromStdString(place) + u'\'',
+                                u"grows, since no new one can be begun: "_s + QString::fromStdString(error.message()));
     }
-    nextRotation = Steady::now() + 900ms;
-    if (!std::exchange(rotationFailed, true))
-        Misc::reportProblem(u"log file '"_s + QString::fromStdString(place) + u'\'',
-                            u"grows, since no new one can be begun: "_s + QString::fromStdString(error.message()));
+    rotationFailed = bool(error);
+    return {};
 }
 
 /// The new file is open and ours before the old one is let go, and there is never a moment without a file in its

@@ -59,7 +59,8 @@ private:
     void startTimer(Time now, Time written);
     std::error_code joinFirstWriter(Time now);
 
-    void rotateIfDue(Time now);
+    bool isRotationDue(Time now);
+    std::error_code rotateIfStillDue(Time now);
     std::error_code rotate(Time now);
     std::error_code moveAway(const std::string& next, const std::string& archive);
 

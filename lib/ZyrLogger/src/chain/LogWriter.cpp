@@ -234,12 +234,7 @@ void LogWriter::endChange()
         request(lock);
 }
 
-void LogWriter::drain()
-{
-    Lock lock(gate);
-    drain(lock);
-}
-
+/// Returns when all that was queued is in the file, or was given up.
 void LogWriter::drain(Lock& lock)
 {
     retryAt = {};

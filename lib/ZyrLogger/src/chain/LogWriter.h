@@ -62,9 +62,8 @@ public:
     void beginChange();
     void endChange();
 
-    /// Returns when all that was queued is in the file, or was given up because the store fails or hangs.
-    void drain();
-    /// The same, and ends the thread; a later line starts another.
+    /// Ends the thread when all that was queued is in the file, or was given up because the store fails or hangs. A
+    /// later line starts another.
     void finish();
     bool isUsed() const;
 
