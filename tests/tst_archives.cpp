@@ -172,7 +172,7 @@ private Q_SLOTS:
     // An archive that goes or stays by another rule than the settings', or a file that is none; the wrong order.
     void purges()
     {
-        const auto numbers = "l.0=a l.1.gz=b l.9=c l.10=d l.1x l.11/ l2.5";
+        const auto numbers = "l.0/ l.1=a l.2.gz=b l.9=c l.10=d l.1x l2.5";
         const auto stamps = "l.20260228110000000=a l.20260228110000000.0.gz=b l.20260228100000=c "
                             "l.20260228100000000.gz=d l.3=e";
         const struct
@@ -180,20 +180,23 @@ private Q_SLOTS:
             const char* before;
             bool timestamped;
             unsigned count;
-            int age;
+            long long age;
             const char* after;
         } rows[] = {
-            {numbers, false, 0, 0, "l.0=new l.10=d l.11/ l.1=a l.1x l.2.gz=b l.9=c l2.5"},
-            {numbers, false, 3, 0, "l.0=new l.11/ l.1=a l.1x l.2.gz=b l2.5"},
-            {numbers, false, 1, 0, "l.0=new l.11/ l.1x l2.5"},
-            {stamps, true, 3, 0, "l.20260228110000000.0.gz=b l.20260228110000000=a l.20260228120000000=new"},
-            {stamps, false, 3, 0, "l.0=new l.20260228110000000=a l.3=e"},
-            {stamps, true, 0, 3600, "l.20260228120000000=new l.3=e"},
-            {stamps, true, 2, 7000, "l.20260228110000000=a l.20260228120000000=new"},
-            {stamps, true, 2, 3600, "l.20260228120000000=new"},
+            {numbers, false, 0, 0, "l.0=new l.1/ l.10=d l.11/ l.1x l.2=a l.3.gz=b l.9=c l2.5"},
+            {numbers, false, 3, 0, "l.0=new l.1/ l.11/ l.1x l.2=a l.3.gz=b l2.5"},
+            {numbers, false, 1, 0, "l.0=new l.1/ l.11/ l.1x l2.5"},
+            {"l.0=a l.0.gz=b l.1=c", false, 2, 0, "l.0=new l.1.gz=b l.11/ l.1=a"},
+            {stamps, true, 3, 0, "l.11/ l.20260228110000000.0.gz=b l.20260228110000000=a l.20260228120000000=new"},
+            {stamps, false, 3, 0, "l.0=new l.11/ l.20260228110000000=a l.3=e"},
+            {stamps, true, 0, 3600, "l.11/ l.20260228120000000=new l.3=e"},
+            {stamps, true, 2, 7000, "l.11/ l.20260228110000000=a l.20260228120000000=new"},
+            {stamps, true, 2, 3600, "l.11/ l.20260228120000000=new"},
+            {"l.20260101000000", true, 0, 10'000'000'000, "l.11/ l.20260101000000 l.20260228120000000=new"},
         };
         for (const auto& [before, timestamped, count, age, after] : rows) {
             Folder folder(before);
+            fs::create_symlink(".", folder.path("l.11"));
             folder.settings.timestampedArchives = timestamped;
             folder.settings.purgeCount = count > 0 ? std::optional(count) : std::nullopt;
             folder.settings.purgeAge = age > 0 ? std::optional(std::chrono::seconds(age)) : std::nullopt;
@@ -224,6 +227,14 @@ private Q_SLOTS:
         folder.configure();
         folder.rotate();
         QCOMPARE(folder.content(), "l.0=new l.1=new");
+
+        Folder fresh;
+        fresh.settings.purgeAge = 30s;
+        fresh.configure();
+        fresh.archives.cleanUp(noon);
+        fresh.rotate();
+        fresh.rotate(noon + 5 * year);
+        QCOMPARE(fresh.content(), "l.0=new");
     }
 
     // Content under an old name after a shift, lost attributes, new archives that wait for old ones.
@@ -246,8 +257,13 @@ private Q_SLOTS:
         folder.compress(noon, 14);
         QCOMPARE(folder.content(), "l.0=new l.1 l.2.gz l.3=old l.4/");
         QVERIFY(!folder.archives.mustCompressFirst());
+        folder.compress(noon, 1);
+        QCOMPARE(folder.content(), "l.0=new l.1.gz l.2.gz l.3=old l.4/");
+        folder.compress(noon, 1);
+        QCOMPARE(folder.content(), "l.0.gz l.1.gz l.2.gz l.3=old l.4/");
         folder.compress();
         QCOMPARE(folder.content(), "l.0.gz l.1.gz l.2.gz l.3.gz l.4/");
+        QVERIFY(!folder.archives.canCompress(noon + 10s));
 
         struct stat status = {};
         QCOMPARE(::stat(folder.path("l.2.gz").c_str(), &status), 0);
@@ -303,14 +319,26 @@ private Q_SLOTS:
         QCOMPARE(folder.content(), "l.0");
         folder.compress(noon, 3);
         fs::rename(folder.path("l.0"), folder.path("kept"));
-        folder.put("l.0=foreign");
+        fs::copy(folder.path("kept"), folder.path("l.0"));
         folder.compress();
-        QCOMPARE(folder.content(), "kept l.0=foreign");
+        QCOMPARE(folder.content(), "kept l.0");
         folder.rotate(noon, longText());
         folder.compress(noon, 3);
-        folder.put("l.0.gz=foreign");
+        fs::remove(folder.path("l.0"));
+        folder.rotate(noon, longText());
+        QCOMPARE(folder.content(), "kept l.0");
+        folder.compress(noon, 3);
+        fs::remove(folder.path(".l.gz-part"));
+        folder.put(".l.gz-part=foreign");
         folder.compress();
+        QCOMPARE(folder.content(), "kept l.0");
+        folder.compress(noon + 10s, 3);
+        folder.put("l.0.gz=foreign");
+        folder.compress(noon + 10s);
         QCOMPARE(folder.content(), "kept l.0 l.0.gz=foreign");
+        folder.configure();
+        folder.archives.cleanUp(noon);
+        QVERIFY(!folder.archives.canCompress(noon));
     }
 
     // What a killed process leaves behind that stays, or history that is removed with it.
@@ -318,12 +346,13 @@ private Q_SLOTS:
     {
         for (const auto& [before, after] : {std::pair("l .l.gz-part=x .l.next .l2.next", ".l2.next l"),
                                             {"l .l.next=old l.0=older", "l l.0=old l.1=older"},
-                                            {"l .l.next=old l.1=older", "l l.0=old l.1=older"},
+                                            {"l .l.next=old l.0=older l.2=oldest", "l l.0=old l.1=older"},
                                             {"l pair=whole", "l l.0.gz"},
                                             {"l l.0=whole l.0.gz=cut", "l l.0.gz=cut l.0=whole"},
                                             {"l l.0/ l.0.gz=x", "l l.0.gz=x l.0/"}}) {
             Folder folder(before);
             folder.run("[ ! -e pair ] || { mv pair l.0; gzip -k l.0; }");
+            folder.settings.purgeCount = 2;
             folder.configure();
             QVERIFY(!folder.archives.cleanUp(noon));
             QCOMPARE(folder.content(), after);
