@@ -58,7 +58,7 @@ static std::string described(const Rule& rule)
     if (rule.kind == Rule::Kind::Size)
         return std::to_string(rule.size) + " bytes";
     if (rule.kind != Rule::Kind::TimeOfDay)
-        return rule == Rule() ? "" : std::to_string(rule.interval.count()) + " s";
+        return rule.kind == Rule::Kind::Never ? "" : std::to_string(rule.interval.count()) + " s";
     const int weekday = rule.weekday.value_or(-1), hour = rule.hour.value_or(-1);
     return "at " + std::to_string(weekday) + '/' + std::to_string(hour) + '/' + std::to_string(rule.minute);
 }
@@ -76,7 +76,7 @@ private Q_SLOTS:
         for (const std::string& name : names)
             QCOMPARE(properties.get(name), channel->getProperty(name));
         const Zyr::FileSettings& settings = properties.settings();
-        QVERIFY(settings.rotation == Rule() && !settings.timestampedArchives && !settings.localTimes);
+        QVERIFY(described(settings.rotation).empty() && !settings.timestampedArchives && !settings.localTimes);
         QVERIFY(!settings.purgeAge && !settings.purgeCount && settings.flush && !settings.compress);
         QVERIFY(!settings.rotateOnOpen && settings.path.empty());
         QVERIFY_EXCEPTION_THROWN(properties.get("pattern"), Poco::PropertyNotSupportedException);
