@@ -192,7 +192,7 @@ private Q_SLOTS:
             {stamps, true, 0, 3600, "l.11/ l.20260228120000000=new l.3=e"},
             {stamps, true, 2, 7000, "l.11/ l.20260228110000000=a l.20260228120000000=new"},
             {stamps, true, 2, 3600, "l.11/ l.20260228120000000=new"},
-            {"l.20260101000000", true, 0, 10'000'000'000, "l.11/ l.20260101000000 l.20260228120000000=new"},
+            {"l.20260101000000", true, 0, 15'000'000'000, "l.11/ l.20260101000000 l.20260228120000000=new"},
         };
         for (const auto& [before, timestamped, count, age, after] : rows) {
             Folder folder(before);
