@@ -107,6 +107,7 @@ private:
     void settle(const std::error_code& error, Lock& lock);
     void rest(Lock& lock, std::optional<Clock::time_point> until);
     bool hasWork() const { return !queue.isEmpty() || lost > 0; }
+    bool mayRest() const;
 
     mutable std::mutex gate;
     std::condition_variable work;     ///< for the worker thread

@@ -80,7 +80,7 @@ bool LogWriter::turn(Lock& lock)
         lock.unlock();
         file.close();
         lock.lock();
-    } else if (!hasWork()) {
+    } else if (mayRest()) { // what was said while a line was written woke nobody
         asleep = true;
         rest(lock, std::nullopt);
         asleep = false;
@@ -176,6 +176,11 @@ void LogWriter::settle(const std::error_code& error, Lock& lock)
     lock.lock();
 }
 
+bool LogWriter::mayRest() const
+{
+    return !hasWork() && !stopping && !abandoned && (!requested || changes > 0);
+}
+
 /// Gives back what memory it can, and sleeps until woken.
 void LogWriter::rest(Lock& lock, std::optional<Clock::time_point> until)
 {
@@ -185,7 +190,7 @@ void LogWriter::rest(Lock& lock, std::optional<Clock::time_point> until)
             lock.unlock();
             LineQueue::Chunk::unmap(freed);
             lock.lock();
-            if (hasWork() || requested || stopping || abandoned)
+            if (!mayRest())
                 return;
         }
     }
