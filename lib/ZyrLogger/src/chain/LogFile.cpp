@@ -269,7 +269,8 @@ std::error_code LogFile::rotate(Time now)
     if (!error)
         error = moveAway(next, archive);
     if (error) {
-        watch([&] { return ::unlink(next.c_str()); });
+        if (fresh.isStillAt(next, watch)) // and not the old log, which could not be brought back
+            watch([&] { return ::unlink(next.c_str()); });
         return error;
     }
     file.close(watch);
@@ -289,25 +290,20 @@ std::error_code LogFile::moveAway(const std::string& next, const std::string& ar
     const auto exchange = [&] {
         return watch([&] { return ::renameat2(AT_FDCWD, next.c_str(), AT_FDCWD, place.c_str(), RENAME_EXCHANGE); });
     };
-    const auto rename = [&](const std::string& from, const std::string& to) {
-        return watch([&] { return ::rename(from.c_str(), to.c_str()); }) == 0;
-    };
     if (exchange() == 0) {
-        if (rename(next, archive))
-            return {};
-        const std::error_code error = lastError();
-        exchange();
+        const std::error_code error = renameToFree(next, archive, watch);
+        if (error)
+            exchange();
         return error;
     }
     if (errno != EINVAL && errno != ENOSYS)
         return lastError();
     // A file system that cannot exchange.
-    if (!rename(place, archive))
-        return lastError();
-    if (rename(next, place))
-        return {};
-    const std::error_code error = lastError();
-    rename(archive, place);
+    if (const std::error_code error = renameToFree(place, archive, watch))
+        return error;
+    const std::error_code error = renameToFree(next, place, watch);
+    if (error)
+        renameToFree(archive, place, watch);
     return error;
 }
 
