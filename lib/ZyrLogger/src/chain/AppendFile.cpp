@@ -13,6 +13,8 @@ namespace Zyr {
 namespace {
 
 constexpr std::size_t mostPerWrite = 256 * 1024;
+constexpr std::chrono::seconds lineTime(2); // for a write of that many bytes
+constexpr std::chrono::seconds longLineTime(10);
 constexpr int always = O_APPEND | O_NOCTTY | O_NONBLOCK;
 
 bool setLock(int file, short kind, CallWatch& watch) noexcept
@@ -88,8 +90,12 @@ AppendFile::Appended AppendFile::append(const LineBatch& batch, std::size_t from
     Appended result;
     std::array<iovec, LineBatch::mostRuns> pieces;
     while (from < to) {
-        const std::size_t count = batch.pieces(from, std::min(to, from + mostPerWrite), pieces);
-        const ssize_t written = watch([&] { return ::writev(file.get(), pieces.data(), int(count)); });
+        // Only whole lines, also where one is longer: another process may write in between.
+        const std::size_t fitting = batch.bytesOf(batch.linesWithin(from + mostPerWrite));
+        const std::size_t end = fitting > from ? fitting : batch.bytesOf(batch.linesWithin(from) + 1);
+        const std::size_t count = batch.pieces(from, std::min(to, end), pieces);
+        const auto limit = end - from > mostPerWrite ? longLineTime : lineTime;
+        const ssize_t written = watch([&] { return ::writev(file.get(), pieces.data(), int(count)); }, limit);
         if (written <= 0) {
             if (written < 0 && errno == EINTR)
                 continue;

@@ -53,7 +53,7 @@ public:
         std::error_code error;
     };
 
-    /// Appends the batch's bytes from offset `from` to `to`, in writes of at most 256 KiB.
+    /// Appends the batch's bytes from offset `from` to `to`, in writes of whole lines: 256 KiB, or one that is longer.
     Appended append(const LineBatch& batch, std::size_t from, std::size_t to, CallWatch& watch);
     std::error_code endLine(CallWatch& watch);
     bool endsInLine(CallWatch& watch) const;
