@@ -118,7 +118,13 @@ private:
 
 Logger& Logger::instance()
 {
-    static const Main main;
+    static constinit std::atomic<bool> made = false;
+    if (!made.load(std::memory_order_acquire)) {
+        State::callWithoutFork([] {
+            static const Main main;
+            made.store(true, std::memory_order_release);
+        });
+    }
     Main::start();
     return Main::logger();
 }

@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <atomic>
 #include <new>
+#include <utility>
 
 #include <pthread.h>
 
@@ -30,7 +31,11 @@ constinit std::mutex livingMutex;
 
 } // namespace
 
+constinit std::mutex Logger::State::birth;
 constinit std::mutex Logger::State::registry;
+
+/// From the beginning, since another thread may fork while the first logger is made.
+const int Logger::State::forkHandlers = pthread_atfork(&beforeFork, &afterFork, &afterForkInChild);
 
 /// Made with the first logger, so that it ends after every logger that has an end, and before the static objects of Qt
 /// and POCO that logging needs: whatever still logs then, through a logger that nobody destroys, must not reach them.
@@ -42,7 +47,6 @@ public:
         // Qt makes these when they are first used; they have to be there before this object is.
         static_cast<void>(QLocale().toString(0.5));
         static_cast<void>(QDateTime::currentDateTime().toString(Qt::ISODateWithMs));
-        pthread_atfork(&beforeFork, &afterFork, &afterForkInChild);
     }
     ~ProcessLife() { markShutDown(); }
     ProcessLife(const ProcessLife&) = delete;
@@ -117,23 +121,19 @@ bool Logger::State::isInside(const LogListener* listener) const
     return std::find(callsUnderWay.begin(), callsUnderWay.end(), listener) != callsUnderWay.end();
 }
 
-/// The caller holds `guard`.
-LogFileChannel* Logger::State::fileLocked() const
-{
-    return isChainGone() ? nullptr : static_cast<LogFileChannel*>(logger.fileChannel);
-}
-
 void Logger::State::lockAll()
 {
     logger.mutex.lock();
     guard.lock();
-    if (LogFileChannel* const file = fileLocked())
-        file->lock();
+    lockedFile = shareLocked(logger.fileChannel).unsafeCast<LogFileChannel>();
+    if (lockedFile)
+        lockedFile->lock();
 }
 
 void Logger::State::unlockAll()
 {
-    if (LogFileChannel* const file = fileLocked())
+    auto file = std::exchange(lockedFile, nullptr); // which may end with this
+    if (file)
         file->unlock();
     guard.unlock();
     logger.mutex.unlock();
@@ -142,8 +142,8 @@ void Logger::State::unlockAll()
 /// Nothing of the parent's that is still to be written is written by the child.
 void Logger::State::renewInChild()
 {
-    if (LogFileChannel* const file = fileLocked()) {
-        file->renewInChild();
+    if (lockedFile) {
+        lockedFile->renewInChild();
         // Nobody may release the chain: POCO's own static objects would at the end, behind POCO's lock.
         if (logger.pocoLogger)
             logger.pocoLogger->duplicate();
@@ -157,6 +157,7 @@ void Logger::State::renewInChild()
     new (&reload) std::recursive_mutex;
     new (&listenerLeft) std::condition_variable;
     new (&logger.mutex) Poco::Mutex; // knows its owner by a number that the child's thread does not have
+    lockedFile = nullptr;
     guard.unlock();
 }
 
@@ -164,6 +165,7 @@ void Logger::State::renewInChild()
 /// few instructions only. The others are made anew in the child.
 void Logger::State::beforeFork()
 {
+    birth.lock();
     livingMutex.lock();
     for (State* state : living())
         state->lockAll();
@@ -178,6 +180,7 @@ void Logger::State::afterFork() noexcept
     for (State* state : living())
         state->unlockAll();
     livingMutex.unlock();
+    birth.unlock();
 }
 
 void Logger::State::afterForkInChild() noexcept
@@ -190,6 +193,7 @@ void Logger::State::afterForkInChild() noexcept
         state->renewInChild();
     registry.unlock();
     livingMutex.unlock();
+    birth.unlock();
 }
 
 } // namespace Zyr

@@ -86,6 +86,15 @@ public:
         return call();
     }
 
+    /// Calls what makes the main logger, which a fork does not interrupt: a child would wait for the rest of it for
+    /// ever.
+    template <typename Call>
+    static void callWithoutFork(Call call)
+    {
+        const std::lock_guard lock(birth);
+        call();
+    }
+
     /// Whether this process is a fork of the one that made the logger. The chain is kept for good there, since POCO's
     /// registry may be locked by a thread that is not there.
     bool isInherited() const noexcept;
@@ -112,13 +121,15 @@ private:
     static void beforeFork();
     static void afterFork() noexcept;
     static void afterForkInChild() noexcept;
-    LogFileChannel* fileLocked() const; ///< for a caller that holds `guard`
     void lockAll();
     void unlockAll();
     void renewInChild();
 
+    static const int forkHandlers;
+    static std::mutex birth;
     static std::mutex registry;
 
+    Poco::AutoPtr<LogFileChannel> lockedFile; ///< by lockAll(); the chain may count as gone before it is unlocked
     Logger& logger;
     const unsigned forks; ///< that lay between the first logger's process and the one that made this logger
 };

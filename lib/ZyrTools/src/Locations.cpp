@@ -1,4 +1,5 @@
 // Where the family's programs keep their files.
+#include "QtSettings.h"
 #include "ZyrTools/Misc.h"
 
 #include <QtCore/QCoreApplication>
@@ -16,7 +17,12 @@ QString applicationName()
 
 QString standardDirectory(const char* variable, QStandardPaths::StandardLocation location)
 {
-    QString directory = qEnvironmentVariable(variable);
+    QString directory;
+    {
+        // A child that is forked meanwhile would find Qt's lock of the environment taken for ever.
+        const std::lock_guard lock(QtSettings::lifeMutex());
+        directory = qEnvironmentVariable(variable);
+    }
     if (directory.isEmpty() && QCoreApplication::instance())
         directory = QCoreApplication::instance()->property(variable).toString();
     if (directory.isEmpty())
