@@ -344,7 +344,8 @@ LogFile::Written LogFile::append(const LineBatch& batch, std::size_t lines)
     return result;
 }
 
-/// What was written, and the name under which it is found, are on the disk afterwards.
+/// What was written, and the name under which it is found, are on the disk afterwards. The latter waits while the
+/// directory may not be read or no descriptor is left: that is no reason to keep records back.
 std::error_code LogFile::synchronize()
 {
     if (const std::error_code error = file.synchronize(watch))
@@ -354,7 +355,7 @@ std::error_code LogFile::synchronize()
     const int directory =
         watch([&] { return ::open(directoryOf(openedPath).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
     if (directory < 0)
-        return lastError();
+        return errno == EACCES || errno == EMFILE || errno == ENFILE ? std::error_code() : lastError();
     const bool done = watch([&] { return ::fsync(directory); }, 10s) == 0 || errno == EINVAL;
     const std::error_code error = done ? std::error_code() : lastError();
     watch([&] { return ::close(directory); });
