@@ -76,7 +76,8 @@ bool LogWriter::turn(Lock& lock)
         lock.unlock();
         file.compressSlice();
         lock.lock();
-    } else if (std::exchange(closing, false)) {
+    } else if (closing && !hasWork()) { // in the midst of lines, a pipe's reader would find a broken one and the end
+        closing = false;
         lock.unlock();
         file.close();
         lock.lock();
@@ -113,7 +114,8 @@ void LogWriter::writeLines(Lock& lock)
     lock.lock();
     queue.pop(result.lines);
     written += result.lines;
-    settle(result.error, lock);
+    // A store that takes some lines works, however few: a pipe never takes more at a time. The next write tells.
+    settle(result.lines > 0 ? std::error_code() : result.error, lock);
 }
 
 void LogWriter::writeLoss(Lock& lock)
