@@ -1,5 +1,4 @@
 // Where the family's programs keep their files.
-#include "QtSettings.h"
 #include "ZyrTools/Misc.h"
 
 #include <QtCore/QCoreApplication>
@@ -17,12 +16,7 @@ QString applicationName()
 
 QString standardDirectory(const char* variable, QStandardPaths::StandardLocation location)
 {
-    QString directory;
-    {
-        // A child that is forked meanwhile would find Qt's lock of the environment taken for ever.
-        const std::lock_guard lock(QtSettings::lifeMutex());
-        directory = qEnvironmentVariable(variable);
-    }
+    QString directory = qEnvironmentVariable(variable);
     if (directory.isEmpty() && QCoreApplication::instance())
         directory = QCoreApplication::instance()->property(variable).toString();
     if (directory.isEmpty())
