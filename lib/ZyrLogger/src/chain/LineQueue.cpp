@@ -113,8 +113,8 @@ void LineQueue::add(Chunk* chunk, std::size_t bytes) noexcept
 
 void LineQueue::link(Chunk* chunk) noexcept
 {
-    if (tail && tail->taken == tail->written) {
-        drop(tail); // it is the only one
+    if (tail && tail == head && tail->taken == tail->written) {
+        drop(tail);
         head = tail = nullptr;
     }
     chunk->next = nullptr;
