@@ -118,7 +118,18 @@ bool AppendFile::endsInLine(CallWatch& watch) const
     char last = '\n';
     if (isRegular() && status.st_size > 0)
         watch([&] { return ::pread(file.get(), &last, 1, status.st_size - 1); });
-    return last == '\n';
+    return last == '\n' || isBeingWritten(watch);
+}
+
+/// Whether somebody else was in the middle of an append when the file was last looked at, or is now.
+bool AppendFile::isBeingWritten(CallWatch& watch) const
+{
+    struct flock range = {};
+    range.l_type = F_WRLCK;
+    range.l_whence = SEEK_SET;
+    struct stat now = {};
+    return (watch([&] { return ::fcntl(file.get(), F_OFD_GETLK, &range); }) == 0 && range.l_type != F_UNLCK) ||
+           (watch([&] { return ::fstat(file.get(), &now); }) == 0 && now.st_size != status.st_size);
 }
 
 bool AppendFile::cutBack(std::size_t bytes, CallWatch& watch) noexcept

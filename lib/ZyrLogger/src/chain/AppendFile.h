@@ -56,6 +56,7 @@ public:
     /// Appends the batch's bytes from offset `from` to `to`, in writes of whole lines: 256 KiB, or one that is longer.
     Appended append(const LineBatch& batch, std::size_t from, std::size_t to, CallWatch& watch);
     std::error_code endLine(CallWatch& watch);
+    /// Also when somebody else has not ended the last one yet.
     bool endsInLine(CallWatch& watch) const;
 
     /// Takes the last `bytes` written back, unless somebody else has written behind them.
@@ -65,6 +66,7 @@ public:
 
 private:
     std::error_code look(CallWatch& watch);
+    bool isBeingWritten(CallWatch& watch) const;
 
     TrackedFile file;
     struct stat status = {};
