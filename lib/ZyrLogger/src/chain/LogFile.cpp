@@ -126,13 +126,18 @@ std::error_code LogFile::makeReady(Time now)
 
 std::error_code LogFile::openPath(Time now)
 {
-    AppendFile fresh;
-    if (const std::error_code error = fresh.open(settings.path, watch))
-        return error;
-    takeUp(std::move(fresh), now);
-    return {};
+    for (int tries = 0; tries < mostTries; ++tries) {
+        AppendFile fresh;
+        if (const std::error_code error = fresh.open(settings.path, watch))
+            return error;
+        takeUp(std::move(fresh), now);
+        if (file.isOpen())
+            return {};
+    }
+    return std::make_error_code(std::errc::resource_unavailable_try_again);
 }
 
+/// Leaves no file open when `fresh` is no longer the one under its path.
 void LogFile::takeUp(AppendFile&& fresh, Time now)
 {
     openedPath = settings.path;
@@ -143,6 +148,10 @@ void LogFile::takeUp(AppendFile&& fresh, Time now)
     }
     firstWriter = !fresh.isRegular() || fresh.lock(watch);
     close();
+    if (firstWriter && fresh.isRegular() && !fresh.isStillAt(openedPath, watch)) {
+        fresh.close(watch); // whoever let the lock go made an archive of it first
+        return;
+    }
     file = std::move(fresh);
     directoryChanged = true;
     endLineFirst = false;
@@ -184,6 +193,14 @@ void LogFile::startTimer(Time now, Time written)
         start.write(place, began);
     }
     timer.start(settings.rotation, settings.localTimes, began, written, now);
+}
+
+/// For a file without a line.
+void LogFile::restartTimer(Time now)
+{
+    if (settings.rotation.kind == RotationRule::Kind::Interval)
+        IntervalStart(watch).write(place, now);
+    timer.start(settings.rotation, settings.localTimes, now, now, now);
 }
 
 /// For a writer that is not the first one: finds the file that the path leads to now, and keeps it from being
@@ -228,7 +245,7 @@ std::error_code LogFile::rotateIfStillDue(Time now)
         return error;
     if (size == 0) { // an archive without a line would only push another one out
         rotationWanted = false;
-        startTimer(now, now);
+        restartTimer(now);
         return {};
     }
     const std::error_code error = rotate(now);
@@ -278,7 +295,7 @@ std::error_code LogFile::rotate(Time now)
     size = 0;
     endLineFirst = false;
     directoryChanged = true;
-    startTimer(now, now);
+    restartTimer(now);
     archives.added(archive, now);
     archives.purge(now);
     return {};

@@ -57,6 +57,7 @@ private:
     void takeUp(AppendFile&& fresh, Time now);
     void becomeFirstWriter(Time now);
     void startTimer(Time now, Time written);
+    void restartTimer(Time now);
     std::error_code joinFirstWriter(Time now);
 
     bool isRotationDue(Time now);
