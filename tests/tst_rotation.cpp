@@ -60,18 +60,17 @@ void waitFor(const char* file)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
 }
 
-/// How often threads other than the main one have gone to sleep so far.
+/// How often the worker thread has gone to sleep so far; -1 when there is none.
 long sleeps()
 {
-    long sum = 0;
     for (const QString& task : QDir(u"/proc/self/task"_s).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
         QFile status(u"/proc/self/task/%1/status"_s.arg(task));
-        if (task.toInt() == getpid() || !status.open(QIODevice::ReadOnly))
-            continue;
-        for (const QByteArray& line : status.readAll().split('\n'))
-            sum += line.startsWith("voluntary_ctxt_switches:") ? line.split('\t').last().toLong() : 0;
+        const QByteArray text = status.open(QIODevice::ReadOnly) ? status.readAll() : QByteArray();
+        const QByteArray key = "\nvoluntary_ctxt_switches:\t";
+        if (text.startsWith("Name:\tLogWriter\n"))
+            return text.mid(text.indexOf(key) + key.size()).split('\n').first().toLong();
     }
-    return sum;
+    return -1;
 }
 
 /// One is run in a process of its own.
@@ -119,7 +118,7 @@ public Q_SLOTS:
         std::this_thread::sleep_for(full ? 2s : 500ms);
         const long before = sleeps();
         std::this_thread::sleep_for(full ? 3s : 1s);
-        std::ofstream("awake") << sleeps() - before;
+        std::ofstream("awake") << (before < 0 ? before : sleeps() - before);
         std::raise(SIGKILL);
     }
 
@@ -330,8 +329,10 @@ private Q_SLOTS:
         QTest::addColumn<int>("length");
         for (const bool stamps : {false, true}) {
             const QByteArray keys = stamps ? "rotation=300 K\narchive=timestamp" : "rotation=300 K";
-            QTest::addRow("the first ends, %d", stamps) << stamps << keys << u""_s << 197;
-            QTest::addRow("the first is killed, %d", stamps) << stamps << keys << u"killed"_s << 197;
+            if (full || stamps)
+                QTest::addRow("the first ends, %d", stamps) << stamps << keys << u""_s << 197;
+            if (full || !stamps)
+                QTest::addRow("the first is killed, %d", stamps) << stamps << keys << u"killed"_s << 197;
         }
         QTest::newRow("long records") << false << QByteArray("rotation=20 M") << u""_s << 300'000;
     }
@@ -376,7 +377,7 @@ private Q_SLOTS:
         QFETCH(const QByteArray, keys);
         const TestPlace place;
         place.write(u"Quadel_Log.ini"_s, settings("rotation=100 K\n" + keys));
-        const int kills = full ? 10 : 3;
+        const int kills = full ? 10 : 2;
         QByteArrayList whole;
         for (int kill = 10; kill < 10 + kills; ++kill) {
             shell(place, u"run isKilled k%1 0 197 %2"_s.arg(kill).arg(QRandomGenerator::global()->bounded(20, 300)));
