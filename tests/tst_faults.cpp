@@ -306,6 +306,17 @@ public Q_SLOTS:
         tell("milliseconds of all calls", timed([] { count(20'000); }));
     }
 
+    // A reader that finds the end of the pipe while the logger tries whether there is one.
+    void lateReader(const QString&)
+    {
+        shell("mkfifo pipe");
+        EXPECT(std::freopen("said", "w", stdout));
+        Zyr::Logger::instance();
+        shell("(cat pipe >copy.log) &");
+        EXPECT(QTest::qWaitFor([] { return Poco::Logger::has("MainLogger"); }, 20'000));
+        count(100);
+    }
+
     // A worker thread that sleeps through the end of its logger.
     void ends(const QString&)
     {
@@ -396,6 +407,7 @@ const Row rows[] = {
     {"synchronizesBadly -", "flush=true", WAITS},
     {"pipe -", "", WAITS GIVEN_UP, 0, "pipe"},
     {"slowReader -", "queueSize=256 K", "(?:" WAITS ")?", 0, "pipe"},
+    {"lateReader -", "", "[^\n]* Cannot open file: [^\n]*\n", 0, "pipe"},
     {"ends -", "", ""},
     {"comesBack -", "", LOG "1 record was given up: [^\n]*\n"},
     {"device full", "", WAITS GIVEN_UP, 0, "/dev/full"},

@@ -20,6 +20,9 @@
 #include <Poco/Exception.h>
 #include <Poco/Logger.h>
 
+#include <memory>
+#include <utility>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -29,17 +32,35 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-bool canBeOpened(const QString& path)
+/// Tries whether a log file can be opened again, and keeps it open for the load that follows: the reader of a pipe
+/// would otherwise find its end before the logger writes.
+class OpenTrial
 {
-    if (!Misc::checkDirectory(QFileInfo(path).absolutePath()))
-        return false;
-    const int file =
-        open(QFile::encodeName(path).constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
-    if (file < 0)
-        return false;
-    close(file);
-    return true;
-}
+public:
+    OpenTrial() = default;
+    ~OpenTrial() { close(); }
+    OpenTrial(const OpenTrial&) = delete;
+    OpenTrial& operator=(const OpenTrial&) = delete;
+
+    bool succeeds(const QString& path)
+    {
+        close();
+        if (!Misc::checkDirectory(QFileInfo(path).absolutePath()))
+            return false;
+        file =
+            ::open(QFile::encodeName(path).constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+        return file >= 0;
+    }
+
+private:
+    void close()
+    {
+        if (file >= 0)
+            ::close(std::exchange(file, -1));
+    }
+
+    int file = -1;
+};
 
 /// The setting that is being handed to the chain, for a report when it is refused.
 struct Attempt
@@ -88,7 +109,8 @@ bool Logger::onConfigFileChanged(QSettings& settings, bool firstLoad)
         configFileLoadFailed();
         break;
     case LoadOutcome::FileNotOpened:
-        configFileLoadFailed([path = getLogFilePath()] { return canBeOpened(path); });
+        configFileLoadFailed(
+            [path = getLogFilePath(), trial = std::make_shared<OpenTrial>()] { return trial->succeeds(path); });
         break;
     }
     if (isMainLogger() && !firstLoad)
