@@ -97,7 +97,10 @@ public Q_SLOTS:
         touch("second");
         const int records = words[3].toInt();
         countOnTwoThreads(1, records / 3);
-        waitFor("gone");
+        for (int i = 0; !QFile::exists(u"gone"_s); ++i) { // so that it does not have to open the file that is left
+            count('c', i, i + 1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
         countOnTwoThreads(records / 3, records);
     }
 
@@ -350,16 +353,19 @@ private Q_SLOTS:
                          .arg(length)
                          .arg(end));
         Found found = find(place, timestamped, length);
+        QByteArrayList uncounted = {"2c"};
         QByteArray ofFirst = sequences("1", unit) + ' ';
         if (!end.isEmpty()) { // what was still queued is gone, and one line may be cut off
             QVERIFY(found.cutLines.size() <= 1);
             found.cutLines.clear();
             ofFirst.clear();
-            for (const char* const writer : {"1a", "1b"}) {
-                const std::vector<int>& numbers = found.numbers[writer];
-                QVERIFY(!numbers.empty() && numbers.back() + 1 == int(numbers.size()));
-                found.numbers.erase(writer);
-            }
+            uncounted << "1a"
+                      << "1b";
+        }
+        for (const QByteArray& writer : uncounted) {
+            const std::vector<int> numbers = found.numbers[writer];
+            QVERIFY(!numbers.empty() && numbers.back() + 1 == int(numbers.size()));
+            found.numbers.erase(writer);
         }
         QCOMPARE(found.sequences(), ofFirst + sequences("2", 3 * unit));
         QCOMPARE(found.cutLines.size(), 0);
@@ -456,6 +462,9 @@ private Q_SLOTS:
             "writes 1 1 "
             "197",
             "Quadel.log:{1 Quadel.log.conf: Quadel.log.old: Quadel.log.0:L Quadel.log.1:0 Quadel.log.2:1");
+        // The log that a killed process was just moving away, left under its hidden name; what it was just compressing.
+        row("left-overs", "", "for i in next gz-part; do echo $i >log/.Quadel.log.$i; done; run writes 1 1 197",
+            "Quadel.log:{1 Quadel.log.0:ne");
         // A new archive that is taken for the oldest one.
         row("stamps ahead", "rotateOnOpen=true\npurgeCount=2\narchive=timestamp",
             "for i in 2098 1999 2099; do echo $i >log/Quadel.log.${i}1231235959999; done; echo L >log/Quadel.log;"
