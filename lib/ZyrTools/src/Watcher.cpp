@@ -46,10 +46,7 @@ Watcher& Watcher::instance()
 Watcher::Watcher()
 {
     ::pthread_atfork([] { instance().mutex.lock(); }, [] { instance().mutex.unlock(); },
-                     [] {
-                         instance().forked = true;
-                         instance().mutex.unlock();
-                     });
+                     [] { instance().mutex.unlock(); });
 }
 
 Watcher::Begin Watcher::begin(const Client& client)
@@ -119,7 +116,7 @@ void Watcher::end(const Client& client, std::optional<Time> nextLook)
 
 void Watcher::stop(const Client& client)
 {
-    if (forked)
+    if (isForked())
         return;
     Lock lock(mutex);
     client->started = false;

@@ -5,7 +5,6 @@
 
 #include <QtCore/QString>
 
-#include <atomic>
 #include <condition_variable>
 #include <map>
 #include <memory>
@@ -13,6 +12,8 @@
 #include <optional>
 #include <thread>
 #include <vector>
+
+#include <unistd.h>
 
 namespace Zyr {
 
@@ -28,7 +29,7 @@ public:
     static Watcher& instance();
 
     /// In a forked child everything that the thread has to do with is left as it is.
-    bool isForked() const noexcept { return forked; }
+    bool isForked() const noexcept { return ::getpid() != owner; }
 
     enum class Begin { Acquired, Started, Resumed };
     /// Starts a client. Acquired: the caller has it to itself until end(). Started: it had been started before.
@@ -91,7 +92,7 @@ private:
     bool quit = false;
     bool ended = false;
     bool serving = false; ///< the thread is in a client's look()
-    std::atomic<bool> forked = false;
+    const pid_t owner = ::getpid(); // a fork may begin before its handlers are there
 };
 
 } // namespace Zyr

@@ -146,7 +146,7 @@ void Watcher::serveDueClients(Lock& lock)
                 Misc::reportProblem(QFile::decodeName(client->path), Misc::currentExceptionText());
             }
         }
-        if (forked)
+        if (isForked())
             return;
     }
 }
@@ -184,14 +184,14 @@ void Watcher::run()
 {
     ::pthread_setname_np(::pthread_self(), "ZyrSettings");
     Lock lock(mutex);
-    while (!quit && !forked) {
+    while (!quit && !isForked()) {
         try {
             runOnce(lock);
         } catch (const std::exception&) {
             recover(lock);
         }
     }
-    if (forked)
+    if (isForked())
         return;
     paths.reset();
     wakeUp = Descriptor();
