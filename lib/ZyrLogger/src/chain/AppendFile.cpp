@@ -134,10 +134,15 @@ bool AppendFile::isBeingWritten(CallWatch& watch) const
 
 bool AppendFile::cutBack(std::size_t bytes, CallWatch& watch) noexcept
 {
-    const off_t end = ::lseek(file.get(), 0, SEEK_CUR); // behind what this descriptor wrote last
-    if (end < off_t(bytes) || watch([&] { return ::fstat(file.get(), &status); }) != 0 || status.st_size != end)
+    // Whoever appends as another writer holds a lock for reading meanwhile.
+    if (!setLock(file.get(), F_WRLCK, watch) && (errno == EAGAIN || errno == EACCES))
         return false;
-    return watch([&] { return ::ftruncate(file.get(), end - off_t(bytes)); }) == 0;
+    const off_t end = ::lseek(file.get(), 0, SEEK_CUR); // behind what this descriptor wrote last
+    const bool mine =
+        end >= off_t(bytes) && watch([&] { return ::fstat(file.get(), &status); }) == 0 && status.st_size == end;
+    const bool cut = mine && watch([&] { return ::ftruncate(file.get(), end - off_t(bytes)); }) == 0;
+    setLock(file.get(), F_UNLCK, watch);
+    return cut;
 }
 
 std::error_code AppendFile::synchronize(CallWatch& watch) noexcept

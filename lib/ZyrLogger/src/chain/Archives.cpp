@@ -147,10 +147,12 @@ std::error_code Archives::shift()
             return error;
         if (error && end->compressing)
             compressor.abandon();
-        if (error)
+        if (error) {
             end = list.erase(end);
-        else
+            listChanged();
+        } else {
             end->name = moved;
+        }
     }
     return {};
 }

@@ -9,11 +9,11 @@
 namespace Zyr {
 
 LineFormattingChannel::LineFormattingChannel(const Poco::AutoPtr<LineFormatter>& itsFormatter,
-                                             Poco::AutoPtr<LineQueueChannel> target,
+                                             const Poco::AutoPtr<LineQueueChannel>& target,
                                              std::shared_ptr<std::atomic<bool>> released)
     : Poco::FormattingChannel(itsFormatter, target)
     , patterns(itsFormatter->patterns())
-    , queue(*target)
+    , lines(target->sharedLines())
     , ended(std::move(released))
 {
 }
@@ -27,7 +27,7 @@ void LineFormattingChannel::log(const Poco::Message& message)
 {
     LineBuffer line;
     patterns->inForce().format(message, line);
-    queue.log(line.view());
+    lines->writer->push(line.view());
 }
 
 void LineFormattingChannel::setProperty(const std::string& name, const std::string& value)

@@ -15,8 +15,8 @@ class LineFormattingChannel : public Poco::FormattingChannel
 {
 public:
     /// `released` becomes true when the chain ends.
-    LineFormattingChannel(const Poco::AutoPtr<LineFormatter>& itsFormatter, Poco::AutoPtr<LineQueueChannel> target,
-                          std::shared_ptr<std::atomic<bool>> released);
+    LineFormattingChannel(const Poco::AutoPtr<LineFormatter>& itsFormatter,
+                          const Poco::AutoPtr<LineQueueChannel>& target, std::shared_ptr<std::atomic<bool>> released);
 
     void log(const Poco::Message& message) override;
     void setProperty(const std::string& name, const std::string& value) override;
@@ -26,7 +26,7 @@ protected:
 
 private:
     const std::shared_ptr<const LinePatterns> patterns;
-    LineQueueChannel& queue; // the base holds the reference
+    const std::shared_ptr<const LogFileChannel::Lines> lines;
     const std::shared_ptr<std::atomic<bool>> ended;
 };
 

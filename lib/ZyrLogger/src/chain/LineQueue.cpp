@@ -100,11 +100,12 @@ std::size_t LineQueue::chunkBytes(std::string_view line) const noexcept
 bool LineQueue::mayGrow(std::size_t bytes) noexcept
 {
     trim(); // they are of the wrong size
-    return held + bytes <= most || isEmpty();
+    return held + bytes <= most || (isEmpty() && announced == 0);
 }
 
 void LineQueue::add(Chunk* chunk, std::size_t bytes) noexcept
 {
+    announced -= bytes;
     if (chunk)
         link(chunk);
     else

@@ -56,7 +56,11 @@ public:
     bool mayGrow(std::size_t bytes) noexcept;
 
     /// Counts the chunk before it is mapped, so that several threads that map at a time keep the bound together.
-    void announce(std::size_t bytes) noexcept { held += bytes; }
+    void announce(std::size_t bytes) noexcept
+    {
+        announced += bytes;
+        held += bytes;
+    }
     /// Adds the chunk that was announced; a null one takes the announcement back.
     void add(Chunk* chunk, std::size_t bytes) noexcept;
 
@@ -79,6 +83,7 @@ private:
     std::size_t most = 0;
     std::size_t usualChunk = 0;
     std::size_t held = 0; ///< spare chunks included
+    std::size_t announced = 0;
     std::size_t lines = 0;
     Chunk* head = nullptr;
     Chunk* tail = nullptr;

@@ -21,16 +21,16 @@ std::size_t lineLimit(const std::string& value)
 
 } // namespace
 
-LineQueueChannel::LineQueueChannel(const Poco::AutoPtr<LogFileChannel>& target)
+LineQueueChannel::LineQueueChannel(Poco::AutoPtr<LogFileChannel> target)
     : Poco::AsyncChannel(target, Poco::Thread::PRIO_NORMAL)
-    , file(target)
+    , lines(target->sharedLines())
 {
 }
 
 LineQueueChannel::~LineQueueChannel()
 {
     try {
-        file->writer().finish();
+        lines->writer->finish();
     } catch (...) {
         // A destructor always finishes.
     }
@@ -42,18 +42,18 @@ void LineQueueChannel::open()
 
 void LineQueueChannel::close()
 {
-    file->writer().finish();
+    lines->writer->finish();
 }
 
 void LineQueueChannel::log(const Poco::Message& message)
 {
-    log(std::string_view(message.getText()));
+    lines->writer->push(message.getText());
 }
 
 void LineQueueChannel::setProperty(const std::string& name, const std::string& value)
 {
     if (name == "queueSize")
-        file->writer().setLineLimit(lineLimit(value));
+        lines->writer->setLineLimit(lineLimit(value));
     else if (name == "channel")
         throw Poco::PropertyNotSupportedException(name, "the queue belongs to the log file");
     else

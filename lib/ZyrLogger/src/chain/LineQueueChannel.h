@@ -4,7 +4,7 @@
 
 #include <Poco/AsyncChannel.h>
 
-#include <string_view>
+#include <memory>
 
 namespace Zyr {
 
@@ -15,9 +15,7 @@ namespace Zyr {
 class LineQueueChannel : public Poco::AsyncChannel
 {
 public:
-    explicit LineQueueChannel(const Poco::AutoPtr<LogFileChannel>& target);
-
-    void log(std::string_view line) { file->writer().push(line); }
+    explicit LineQueueChannel(Poco::AutoPtr<LogFileChannel> target);
 
     /// Does nothing: the first line starts the thread.
     void open() override;
@@ -26,12 +24,14 @@ public:
     void log(const Poco::Message& message) override;
     void setProperty(const std::string& name, const std::string& value) override;
 
+    const std::shared_ptr<const LogFileChannel::Lines>& sharedLines() const { return lines; }
+
 protected:
     ~LineQueueChannel() override;
     void run() override;
 
 private:
-    const Poco::AutoPtr<LogFileChannel> file;
+    const std::shared_ptr<const LogFileChannel::Lines> lines;
 };
 
 } // namespace Zyr

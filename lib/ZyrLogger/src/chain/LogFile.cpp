@@ -24,8 +24,10 @@ constexpr int mostTries = 5; // to find the file that the first writer has just 
 
 RotationTimer::Time timeOf(const timespec& stamp)
 {
-    return RotationTimer::Time(
-        std::chrono::duration_cast<RotationTimer::Time::duration>(std::chrono::seconds(stamp.tv_sec)));
+    using Duration = RotationTimer::Time::duration;
+    constexpr auto latest = std::chrono::duration_cast<std::chrono::seconds>(Duration::max());
+    const std::chrono::seconds seconds(stamp.tv_sec);
+    return RotationTimer::Time(std::chrono::duration_cast<Duration>(std::clamp(seconds, -latest, latest)));
 }
 
 } // namespace
@@ -43,16 +45,13 @@ void LogFile::configure(const FileSettings& wanted)
     settings = wanted;
     if (!file.isOpen() || openedPath != settings.path || !firstWriter || place.empty())
         return;
-    const Time now = std::chrono::system_clock::now();
-    archives.configure(place, settings);
-    archives.cleanUp(now);
-    startTimer(now, timeOf(file.lastStatus().st_mtim));
+    keepArchives(std::chrono::system_clock::now());
 }
 
 void LogFile::adopt(AppendFile&& opened, bool beginAnew)
 {
     takeUp(std::move(opened), std::chrono::system_clock::now());
-    rotationWanted = beginAnew;
+    rotationWanted = beginAnew && firstWriter;
     nextRotation = {};
 }
 
@@ -140,10 +139,15 @@ std::error_code LogFile::openPath(Time now)
 /// Leaves no file open when `fresh` is no longer the one under its path.
 void LogFile::takeUp(AppendFile&& fresh, Time now)
 {
-    openedPath = settings.path;
+    const bool samePath = std::exchange(openedPath, settings.path) == settings.path;
     looked = Steady::now();
     if (file.isSame(fresh)) {
         fresh.close(watch);
+        if (samePath)
+            return;
+        place = file.isRegular() ? realPlace(openedPath, watch) : std::string();
+        if (firstWriter && !place.empty())
+            keepArchives(now);
         return;
     }
     firstWriter = !fresh.isRegular() || fresh.lock(watch);
@@ -157,7 +161,9 @@ void LogFile::takeUp(AppendFile&& fresh, Time now)
     endLineFirst = false;
     rotationWanted = false;
     rotationFailed = false;
-    place = file.isRegular() ? realPlace(openedPath) : std::string();
+    place.clear();
+    if (file.isRegular())
+        place = realPlace(openedPath, watch);
     if (firstWriter)
         becomeFirstWriter(now);
     else if (!std::exchange(reportedOther, true))
@@ -171,8 +177,13 @@ void LogFile::becomeFirstWriter(Time now)
     reportedOther = false;
     size = std::uint64_t(file.lastStatus().st_size);
     endLineFirst = !file.endsInLine(watch);
-    if (place.empty())
-        return;
+    if (!place.empty())
+        keepArchives(now);
+}
+
+/// Begins to look after archives and rotation as the settings say.
+void LogFile::keepArchives(Time now)
+{
     archives.configure(place, settings);
     archives.cleanUp(now);
     startTimer(now, size > 0 ? timeOf(file.lastStatus().st_mtim) : now);
@@ -286,7 +297,8 @@ std::error_code LogFile::rotate(Time now)
     if (!error)
         error = moveAway(next, archive);
     if (error) {
-        if (fresh.isStillAt(next, watch)) // and not the old log, which could not be brought back
+        // It may be the old log that could not be brought back, or another writer's lines may be in it by now.
+        if (fresh.isStillAt(next, watch) && fresh.lastStatus().st_size == 0)
             watch([&] { return ::unlink(next.c_str()); });
         return error;
     }
@@ -369,8 +381,8 @@ std::error_code LogFile::synchronize()
         return error;
     if (!directoryChanged)
         return {};
-    const int directory =
-        watch([&] { return ::open(directoryOf(openedPath).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    const std::string name = directoryOf(place.empty() ? openedPath : place);
+    const int directory = watch([&] { return ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
     if (directory < 0)
         return errno == EACCES || errno == EMFILE || errno == ENFILE ? std::error_code() : lastError();
     const bool done = watch([&] { return ::fsync(directory); }, 10s) == 0 || errno == EINVAL;

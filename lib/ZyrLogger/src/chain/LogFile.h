@@ -28,6 +28,8 @@ public:
     void adopt(AppendFile&& opened, bool beginAnew);
 
     bool isOpen() const noexcept { return file.isOpen(); }
+    /// Whether a pipe has taken a line in part only. The same batch, or one that begins with that line, goes on.
+    bool isInLine() const noexcept { return partial > 0; }
     void close() noexcept;
 
     /// Makes the next write look first whether the file is still the one under its path.
@@ -56,6 +58,7 @@ private:
     std::error_code openPath(Time now);
     void takeUp(AppendFile&& fresh, Time now);
     void becomeFirstWriter(Time now);
+    void keepArchives(Time now);
     void startTimer(Time now, Time written);
     void restartTimer(Time now);
     std::error_code joinFirstWriter(Time now);

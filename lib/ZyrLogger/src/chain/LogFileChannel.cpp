@@ -21,9 +21,10 @@ std::string absolute(const std::string& path)
 } // namespace
 
 LogFileChannel::LogFileChannel()
-    : lines(std::make_shared<LogWriter>())
+    : lines(std::make_shared<Lines>(Lines{std::make_shared<LogWriter>()}))
 {
-    lines->configure(properties.settings());
+    inForce = properties.settings();
+    writer().configure(inForce);
 }
 
 LogFileChannel::~LogFileChannel() = default;
@@ -33,23 +34,23 @@ void LogFileChannel::open()
     FileSettings settings;
     {
         const std::lock_guard lock(propertiesMutex);
-        settings = properties.settings();
+        settings = inForce;
     }
     CallWatch unwatched;
     AppendFile file;
-    if (const std::error_code error = file.open(absolute(settings.path), unwatched))
+    if (const std::error_code error = file.open(settings.path, unwatched))
         throw Poco::OpenFileException(settings.path, error.message(), error.value());
-    lines->adopt(std::move(file), settings.rotateOnOpen);
+    writer().adopt(std::move(file), settings.rotateOnOpen);
 }
 
 void LogFileChannel::close()
 {
-    lines->close();
+    writer().close();
 }
 
 void LogFileChannel::log(const Poco::Message& message)
 {
-    lines->push(message.getText());
+    writer().push(message.getText());
 }
 
 void LogFileChannel::setProperty(const std::string& name, const std::string& value)
@@ -58,9 +59,10 @@ void LogFileChannel::setProperty(const std::string& name, const std::string& val
     properties.set(name, value);
     if (name == PROP_PATH)
         Poco::FileChannel::setProperty(name, value); // for path()
-    FileSettings settings = properties.settings();
-    settings.path = absolute(settings.path);
-    lines->configure(std::move(settings));
+    std::string path = name == PROP_PATH ? absolute(value) : std::move(inForce.path);
+    inForce = properties.settings();
+    inForce.path = std::move(path);
+    writer().configure(inForce);
 }
 
 std::string LogFileChannel::getProperty(const std::string& name) const
@@ -72,20 +74,20 @@ std::string LogFileChannel::getProperty(const std::string& name) const
 void LogFileChannel::lock()
 {
     propertiesMutex.lock();
-    lines->lock();
+    writer().lock();
 }
 
 void LogFileChannel::unlock()
 {
-    lines->unlock();
+    writer().unlock();
     propertiesMutex.unlock();
 }
 
 void LogFileChannel::renewInChild()
 {
     static auto& inherited = *new std::vector<std::shared_ptr<LogWriter>>;
-    inherited.push_back(lines);
-    lines = lines->copyForChild();
+    inherited.push_back(lines->writer);
+    lines->writer = writer().copyForChild();
     propertiesMutex.unlock();
 }
 

@@ -25,9 +25,9 @@ public:
         explicit Change(LogFileChannel& channel)
             : changed(channel)
         {
-            changed.lines->beginChange();
+            changed.writer().beginChange();
         }
-        ~Change() { changed.lines->endChange(); }
+        ~Change() { changed.writer().endChange(); }
         Change(const Change&) = delete;
         Change& operator=(const Change&) = delete;
 
@@ -46,7 +46,14 @@ public:
     void setProperty(const std::string& name, const std::string& value) override;
     std::string getProperty(const std::string& name) const override;
 
-    LogWriter& writer() const noexcept { return *lines; }
+    LogWriter& writer() const noexcept { return *lines->writer; }
+
+    /// For the other links, which POCO would let an application connect elsewhere.
+    struct Lines
+    {
+        std::shared_ptr<LogWriter> writer;
+    };
+    std::shared_ptr<const Lines> sharedLines() const { return lines; }
 
     // Around fork().
     void lock();
@@ -60,7 +67,8 @@ protected:
 private:
     mutable std::mutex propertiesMutex;
     FileProperties properties;
-    std::shared_ptr<LogWriter> lines;
+    FileSettings inForce; ///< with an absolute path
+    const std::shared_ptr<Lines> lines;
 };
 
 } // namespace Zyr

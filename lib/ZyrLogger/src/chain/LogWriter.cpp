@@ -34,8 +34,10 @@ void LogWriter::push(std::string_view line)
 {
     Lock lock(gate);
     for (;;) {
-        if (abandoned)
+        if (abandoned) {
+            ++lost;
             return;
+        }
         if (line.size() > LineQueue::longestLine) {
             lose(std::strerror(EMSGSIZE));
             return wake(lock);
@@ -88,8 +90,12 @@ bool LogWriter::waitForRoom(Lock& lock)
     if (!running)
         start(lock);
     ++waiting;
+    ++wantingRoom;
     progress.wait_until(lock, until);
+    --wantingRoom;
     --waiting;
+    if (abandoned)
+        progress.notify_all(); // whoever gives up counts what is lost here
     return true;
 }
 
@@ -129,12 +135,18 @@ void LogWriter::request(Lock& lock)
     work.notify_one();
 }
 
+/// Starts the thread, which may have ended again when this returns.
 void LogWriter::start(Lock& lock)
 {
+    ++waiting;
+    progress.wait(lock, [this] { return !starting; });
+    --waiting;
+    if (running)
+        return;
     auto* const self = new std::shared_ptr<LogWriter>(shared_from_this()); // the thread's
-    running = true;
+    running = starting = true;
     const pthread_t former = thread;
-    const bool hasFormer = std::exchange(joinable, true);
+    const bool hasFormer = std::exchange(joinable, false);
     lock.unlock();
     if (hasFormer)
         ::pthread_join(former, nullptr);
@@ -154,11 +166,15 @@ void LogWriter::start(Lock& lock)
         delete self;
 
     lock.lock();
+    starting = false;
+    if (waiting > 0)
+        progress.notify_all();
     if (error == 0) {
         thread = started;
+        joinable = true;
         return;
     }
-    running = joinable = false;
+    running = false;
     failing = true;
     failure = std::strerror(error);
 }
@@ -230,19 +246,21 @@ void LogWriter::beginChange()
 void LogWriter::endChange()
 {
     Lock lock(gate);
-    if (--changes == 0)
+    if (changes > 0 && --changes == 0) // none in a child that was forked in between
         request(lock);
 }
 
-/// Returns when all that was queued is in the file, or was given up.
+/// Returns when all that was queued is in the file, or was given up. What others queue meanwhile is not waited for:
+/// they may never stop.
 void LogWriter::drain(Lock& lock)
 {
+    const std::uint64_t last = pushed;
     retryAt = {};
     work.notify_one();
     constexpr auto none = Clock::time_point::max();
     auto limit = none;
     ++waiting;
-    while (hasWork() && !abandoned) {
+    while (hasWork() && (written < last || queue.isEmpty()) && !abandoned) {
         if (!running)
             start(lock);
         const auto now = Clock::now();
@@ -270,7 +288,8 @@ void LogWriter::giveUp(Lock& lock)
     const std::string reason = stuckReason();
     abandoned = true;
     work.notify_one();
-    while (running && Clock::now() < watch.limit())
+    progress.notify_all();
+    while (wantingRoom > 0 || (running && Clock::now() < watch.limit()))
         progress.wait_until(lock, Clock::now() + lookInterval);
     const std::uint64_t count = queue.size() + lost;
     lost = 0;
@@ -289,16 +308,21 @@ void LogWriter::finish()
 {
     Lock lock(gate);
     drain(lock);
-    stopping = true;
+    ++stopping;
     stopBy = Clock::now() + compressionAtEnd;
     work.notify_one();
     ++waiting;
     constexpr auto none = Clock::time_point::max();
     auto limit = none;
-    while (running) {
+    bool needed = false; // by others, who go on logging
+    while (running && !needed) {
+        if (hasWork() && !abandoned) {
+            drain(lock);
+            needed = hasWork() && !abandoned;
+            continue;
+        }
         const auto now = Clock::now();
-        const bool hangs = now >= watch.limit();
-        if (!hangs)
+        if (now < watch.limit())
             limit = none;
         else if (limit == none)
             limit = abandoned ? now : Patience::limit(now);
@@ -306,9 +330,10 @@ void LogWriter::finish()
             break;
         progress.wait_until(lock, now + lookInterval);
     }
+    progress.wait(lock, [this] { return !starting; });
     --waiting;
-    stopping = false;
-    if (!std::exchange(joinable, false))
+    --stopping;
+    if (needed || !std::exchange(joinable, false))
         return;
     const pthread_t last = thread;
     const bool hangs = running;

@@ -102,6 +102,7 @@ private:
     void run();
     bool turn(Lock& lock);
     void takeRequests(Lock& lock);
+    bool isLossDue() const;
     void writeLines(Lock& lock);
     void writeLoss(Lock& lock);
     void settle(const std::error_code& error, Lock& lock);
@@ -113,6 +114,7 @@ private:
     std::condition_variable work;     ///< for the worker thread
     std::condition_variable progress; ///< for those who wait for it
     unsigned waiting = 0;
+    unsigned wantingRoom = 0; ///< of those, to queue a line
 
     LineQueue queue{Limits().bytes};
     Overflow overflow = Limits().overflow;
@@ -128,9 +130,10 @@ private:
 
     pthread_t thread = {};
     bool joinable = false;
+    bool starting = false;
     bool running = false;
-    bool asleep = false; ///< and to be woken by a line
-    bool stopping = false;
+    bool asleep = false;   ///< and to be woken by a line
+    unsigned stopping = 0; ///< how many wait for its end
     bool abandoned = false;
     bool closing = false; ///< the file, when no archive waits for compression any more
     Clock::time_point stopBy;
@@ -150,6 +153,8 @@ private:
 
     CallWatch watch;
     LogFile file{watch};
+    std::string lossLine; ///< the thread's own: one that a pipe has taken in part
+    std::uint64_t lossTold = 0;
 };
 
 } // namespace Zyr

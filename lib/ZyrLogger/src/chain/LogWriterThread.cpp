@@ -37,18 +37,22 @@ void* LogWriter::enter(void* self)
 void LogWriter::run()
 {
     Lock lock(gate);
-    for (bool goesOn = true; goesOn && !abandoned;) {
-        try {
-            goesOn = turn(lock);
-        } catch (...) { // out of memory
-            if (!lock.owns_lock())
-                lock.lock();
-            settle(std::make_error_code(std::errc::not_enough_memory), lock);
+    do {
+        for (bool goesOn = true; goesOn && !abandoned;) {
+            try {
+                goesOn = turn(lock);
+            } catch (...) { // out of memory: nothing may be done here that needs some
+                if (!lock.owns_lock())
+                    lock.lock();
+                failing = true;
+                requests.configure = requested = true; // perhaps it was that
+                work.wait_until(lock, Clock::now() + longestBackoff);
+            }
         }
-    }
-    lock.unlock();
-    file.close();
-    lock.lock();
+        lock.unlock();
+        file.close();
+        lock.lock();
+    } while (hasWork() && !abandoned); // what was queued meanwhile woke nobody
     running = false;
     progress.notify_all();
 }
@@ -67,7 +71,7 @@ bool LogWriter::turn(Lock& lock)
             return true;
         }
         if (!file.mustCompressFirst())
-            queue.isEmpty() || (lossAfter && written >= *lossAfter) ? writeLoss(lock) : writeLines(lock);
+            isLossDue() ? writeLoss(lock) : writeLines(lock);
     } else if (stopping && (!file.canCompress() || Clock::now() >= stopBy)) {
         return false;
     }
@@ -89,13 +93,21 @@ bool LogWriter::turn(Lock& lock)
     return true;
 }
 
+/// A line that a pipe has taken in part goes on first.
+bool LogWriter::isLossDue() const
+{
+    if (!lossLine.empty() || queue.isEmpty())
+        return true;
+    return lossAfter && written >= *lossAfter && !file.isInLine();
+}
+
 void LogWriter::takeRequests(Lock& lock)
 {
+    const FileSettings wanted = requests.configure ? settings : FileSettings();
     Requests taken;
     std::swap(taken, requests);
     requested = false;
-    closing = taken.close;
-    const FileSettings wanted = taken.configure ? settings : FileSettings();
+    closing = taken.close || (closing && !taken.opened.isOpen());
     lock.unlock();
     if (taken.configure)
         file.configure(wanted);
@@ -126,22 +138,28 @@ void LogWriter::writeLoss(Lock& lock)
     const std::shared_ptr<const LinePatterns> format = lossFormat;
     lock.unlock();
 
-    LineBuffer line;
-    if (format)
-        format->inForce().format(Poco::Message(source, text, Poco::Message::PRIO_WARNING), line);
-    else
-        line.append(text);
-    line.append("\n");
-    const auto end = static_cast<std::uint32_t>(line.view().size());
+    if (lossLine.empty()) {
+        LineBuffer line;
+        if (format)
+            format->inForce().format(Poco::Message(source, text, Poco::Message::PRIO_WARNING), line);
+        else
+            line.append(text);
+        line.append("\n");
+        lossLine = line.view();
+        lossTold = count;
+    }
+    const auto end = static_cast<std::uint32_t>(lossLine.size());
     LineBatch batch;
-    batch.add({line.view().data(), &end, 0, 1});
+    batch.add({lossLine.data(), &end, 0, 1});
     const LogFile::Written result = file.write(batch);
 
     lock.lock();
     if (result.lines == 1) {
-        lost -= count;
+        lost -= std::min(lost, lossTold); // nothing when it was given up meanwhile
         lossAfter.reset();
     }
+    if (!file.isInLine())
+        lossLine.clear();
     settle(result.error, lock);
 }
 
@@ -161,6 +179,7 @@ void LogWriter::settle(const std::error_code& error, Lock& lock)
         report = !failing && (!reported || now - *reported > quietTime);
         failing = true;
         failure = error.message();
+        lossAfter.reset(); // first what is held now
         backoff = std::clamp(backoff * 2, std::chrono::milliseconds(shortestBackoff), longestBackoff);
         retryAt = now + backoff;
         reported = now;

@@ -13,24 +13,26 @@ namespace {
 
 constexpr int longestLinkChain = 40;
 
-std::string realDirectory(const std::string& path)
+std::string realDirectory(const std::string& path, CallWatch& watch)
 {
-    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(directoryOf(path).c_str(), nullptr), &std::free);
+    const std::string directory = directoryOf(path);
+    const std::unique_ptr<char, decltype(&std::free)> real(
+        watch([&] { return ::realpath(directory.c_str(), nullptr); }), &std::free);
     return real ? real.get() : std::string();
 }
 
 } // namespace
 
-std::string realPlace(const std::string& path)
+std::string realPlace(const std::string& path, CallWatch& watch)
 {
     std::string place = path;
     for (int links = 0; links < longestLinkChain; ++links) {
-        const std::string directory = realDirectory(place);
+        const std::string directory = realDirectory(place, watch);
         if (directory.empty() || std::string_view(directory).starts_with("/proc/"))
             return {};
         place = (directory == "/" ? "" : directory) + '/' + place.substr(place.rfind('/') + 1);
         char target[PATH_MAX];
-        const ssize_t length = ::readlink(place.c_str(), target, sizeof target);
+        const ssize_t length = watch([&] { return ::readlink(place.c_str(), target, sizeof target); });
         if (length <= 0)
             return place;
         const std::string next(target, std::size_t(length));
