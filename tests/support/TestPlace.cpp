@@ -2,6 +2,8 @@
 
 #include <QtTest/QtTest>
 
+#include <cstdlib>
+
 TestPlace::TestPlace()
 {
     if (!directory.isValid())
@@ -51,4 +53,12 @@ QByteArray settingsFile(const QByteArray& loggerKeys, const QByteArray& channelK
     // QSettings keeps the last of two equal keys, so that a test's own values win.
     return "[Logger]\nlevel=trace\n" + loggerKeys + "\n[LoggerFileChannel]\npattern=%p %t\nrotation=never\n" +
            channelKeys + '\n';
+}
+
+int runScenario(const TestPlace& place, const QString& scenario)
+{
+    // By a shell, since QProcess cannot start anything under an emulator.
+    const QString command = QStringLiteral("cd %1 && timeout 60 $ZYR_TEST_EMULATOR '%2' --scenario %3 >output 2>error")
+                                .arg(place.path({}), QCoreApplication::applicationFilePath(), scenario);
+    return std::system(qPrintable(command));
 }

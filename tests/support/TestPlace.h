@@ -35,3 +35,7 @@ private:
 /// A settings file of which the given keys differ from what a test wants by default: plain text lines, no rotation.
 /// `loggerKeys` and `channelKeys` are lines "key=value".
 QByteArray settingsFile(const QByteArray& loggerKeys = {}, const QByteArray& channelKeys = {});
+
+/// Runs this test program again, with the arguments `--scenario <scenario>`, in `place`; its output and what it says on
+/// standard error are in files of these names there. Returns its status.
+int runScenario(const TestPlace& place, const QString& scenario);
