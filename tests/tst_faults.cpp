@@ -208,6 +208,15 @@ public Q_SLOTS:
         EXPECT(status("Threads:") == threads);
     }
 
+    // Half a record at the end of the file, or records that are not counted, when the disk becomes full at the end.
+    void fillsDisk(const QString&)
+    {
+        shell("head -c 2500000 /dev/zero >store/filler");
+        padding = QString(100, u'x');
+        order("write 100 0 0\n");
+        count(10'000);
+    }
+
     // Records that are lost, or memory that grows, although the store only needs time; callers that wait for nothing.
     void slow(const QString&)
     {
@@ -399,6 +408,9 @@ const Row rows[] = {
     {"trouble fileTooLarge", "rotation=4 K", WAITS},
     {"fullDisk 100", "rotation=200 K\nqueueSize=256 K", WAITS, 1},
     {"fullDisk 5000", "rotation=200 K\nqueueSize=256 K\nflush=true", WAITS, 1},
+    {"fullDisk 110", "rotation=200 K\nqueueSize=256 K\nflush=true", WAITS, 1},
+    {"fullDisk 5100", "rotation=200 K\nqueueSize=256 K", WAITS, 1},
+    {"fillsDisk -", "", WAITS GIVEN_UP},
     {"endsOnFullDisk -", "", WAITS GIVEN_UP},
     {"slow wait", "", ""},
     {"slow drop", "queueSize=1 M\nqueueOverflow=drop", "", -1},
