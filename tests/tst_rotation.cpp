@@ -186,8 +186,9 @@ public Q_SLOTS:
 void shell(const TestPlace& place, const QString& script)
 {
     const QString prelude = u"cd '%1'; export QUADEL_CURRENT_LOG_LOCATION=$PWD/log; mkdir -p log; "
-                            "run() { timeout 500 $ZYR_TEST_EMULATOR '%2' \"$@\" 2>>error; }; exec 2>>shell;\n"_s;
-    std::system(qPrintable(prelude.arg(place.path({}), QCoreApplication::applicationFilePath()) + script));
+                            "run() { timeout %3 $ZYR_TEST_EMULATOR '%2' \"$@\" 2>>error; }; exec 2>>shell;\n"_s;
+    std::system(qPrintable(prelude.arg(place.path({}), QCoreApplication::applicationFilePath()).arg(full ? 1000 : 60) +
+                           script));
 }
 
 /// What there is of the records of all writers, in the archives and the log from the oldest one on.
