@@ -337,7 +337,7 @@ void LogWriter::finish()
         return;
     const pthread_t last = thread;
     const bool hangs = running;
-    abandoned |= hangs;
+    abandoned = hangs; // a later line finds a logger that begins anew, unless its thread is still away
     lock.unlock();
     if (hangs)
         ::pthread_detach(last);
