@@ -1,7 +1,7 @@
 // The archives of a rotating log file, which is named "l". A folder is told as its names in order, with "/" behind a
 // directory and "=" and the content behind a short file.
 
-#include "chain/Archives.h"
+#include "chain/archive/Archives.h"
 
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>

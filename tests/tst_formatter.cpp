@@ -1,7 +1,7 @@
 // Log lines: POCO's own formatter is the model wherever it is right, the C library for local time.
 
 #include "chain/LineFormatter.h"
-#include "chain/LocalTime.h"
+#include "chain/format/LocalTime.h"
 
 #include <Poco/Exception.h>
 

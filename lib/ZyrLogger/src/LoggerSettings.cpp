@@ -7,9 +7,9 @@
 #include "OwnEntries.h"
 #include "SettingsGroup.h"
 #include "StandardOutput.h"
-#include "chain/ByteSize.h"
 #include "chain/LineFormatter.h"
 #include "chain/LineFormattingChannel.h"
+#include "chain/settings/ByteSize.h"
 
 #include <ZyrLogger/PocoMessage.h>
 #include <ZyrTools/Misc.h>

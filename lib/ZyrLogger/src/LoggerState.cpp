@@ -2,9 +2,9 @@
 
 #include "StandardOutput.h"
 #include "chain/LineFormatter.h"
-#include "chain/LocalTime.h"
-#include "chain/Patience.h"
-#include "chain/TrackedFile.h"
+#include "chain/file/TrackedFile.h"
+#include "chain/format/LocalTime.h"
+#include "chain/queue/Patience.h"
 
 #include <ZyrLogger/PocoMessage.h>
 

@@ -1,4 +1,4 @@
-#include "LineFormatter.h"
+#include "chain/LineFormatter.h"
 
 namespace Zyr {
 

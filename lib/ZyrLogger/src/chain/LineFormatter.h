@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LinePatterns.h"
+#include "chain/format/LinePatterns.h"
 
 #include <Poco/PatternFormatter.h>
 

@@ -1,6 +1,6 @@
-#include "LineFormattingChannel.h"
+#include "chain/LineFormattingChannel.h"
 
-#include "LineBuffer.h"
+#include "chain/format/LineBuffer.h"
 
 #include <Poco/Exception.h>
 

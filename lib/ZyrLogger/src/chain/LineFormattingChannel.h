@@ -1,7 +1,7 @@
 #pragma once
 
-#include "LineFormatter.h"
-#include "LineQueueChannel.h"
+#include "chain/LineFormatter.h"
+#include "chain/LineQueueChannel.h"
 
 #include <Poco/FormattingChannel.h>
 

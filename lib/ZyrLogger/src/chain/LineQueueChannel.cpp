@@ -1,4 +1,4 @@
-#include "LineQueueChannel.h"
+#include "chain/LineQueueChannel.h"
 
 #include <Poco/Exception.h>
 #include <Poco/Message.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LogFileChannel.h"
+#include "chain/LogFileChannel.h"
 
 #include <Poco/AsyncChannel.h>
 

@@ -1,4 +1,4 @@
-#include "LogFileChannel.h"
+#include "chain/LogFileChannel.h"
 
 #include <Poco/Exception.h>
 #include <Poco/Message.h>

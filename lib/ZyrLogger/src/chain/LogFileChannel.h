@@ -1,7 +1,7 @@
 #pragma once
 
-#include "FileProperties.h"
-#include "LogWriter.h"
+#include "chain/queue/LogWriter.h"
+#include "chain/settings/FileProperties.h"
 
 #include <Poco/FileChannel.h>
 

@@ -1,0 +1,259 @@
+#include "chain/archive/ArchiveCompressor.h"
+
+#include "chain/archive/ArchiveFolder.h"
+
+#include <Poco/DeflatingStream.h>
+
+#include <cerrno>
+#include <exception>
+#include <optional>
+#include <ostream>
+#include <streambuf>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace Zyr {
+
+namespace {
+
+constexpr std::size_t blockSize = 16 * 1024; // on the stack
+constexpr int blocksPerSlice = 4;
+constexpr std::chrono::seconds longestSync(10);
+constexpr int always = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+/// What POCO's deflating stream, which writes nothing at all without input, leaves out.
+constexpr char emptyGzip[20] = {'\x1f', '\x8b', 8, 0, 0, 0, 0, 0, 0, 3, 3};
+
+/// The temporary file as the deflating stream writes to it.
+class Output : public std::streambuf
+{
+public:
+    explicit Output(CallWatch& itsWatch)
+        : watch(itsWatch)
+    {
+    }
+
+    TrackedFile file;
+
+protected:
+    std::streamsize xsputn(const char* bytes, std::streamsize count) override
+    {
+        if (!file) // abandoned: the deflating stream writes its end nevertheless
+            return count;
+        for (std::streamsize written = 0; written < count;) {
+            const ssize_t step =
+                watch([&] { return ::write(file.get(), bytes + written, std::size_t(count - written)); });
+            if (step == 0 || (step < 0 && errno != EINTR))
+                return written;
+            written += step > 0 ? step : 0;
+        }
+        return count;
+    }
+
+private:
+    CallWatch& watch;
+};
+
+bool isSameFile(const struct stat& one, const struct stat& other)
+{
+    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+/// Empty and for nobody else to read.
+bool createFile(const std::string& path, TrackedFile& file, CallWatch& watch)
+{
+    const auto create = [&] { return ::mknod(path.c_str(), S_IFREG | S_IRUSR | S_IWUSR, 0); };
+    if (watch(create) != 0) {
+        if (errno != EEXIST || watch([&] { return ::unlink(path.c_str()); }) != 0 || watch(create) != 0)
+            return false;
+    }
+    return file.open(path, O_WRONLY | always, watch);
+}
+
+} // namespace
+
+struct ArchiveCompressor::Work
+{
+    Work(const std::string& itsTemporary, CallWatch& watch)
+        : temporary(itsTemporary)
+        , output(watch)
+        , stream(&output)
+    {
+    }
+
+    const std::string temporary;
+    TrackedFile input;
+    struct stat status = {}; ///< of the input, before it is read
+    std::uint64_t consumed = 0;
+    Output output;
+    std::ostream stream;
+    std::optional<Poco::DeflatingStreamBuf> deflated; // last, since it writes when it is destroyed
+};
+
+ArchiveCompressor::ArchiveCompressor(CallWatch& itsWatch)
+    : watch(itsWatch)
+{
+}
+
+ArchiveCompressor::~ArchiveCompressor()
+{
+    abandon();
+}
+
+ArchiveCompressor::Result ArchiveCompressor::start(const std::string& archive, const std::string& temporary)
+{
+    abandon();
+    work = std::make_unique<Work>(temporary, watch);
+    const Result result = begin(archive);
+    if (result != Result::Working)
+        abandon();
+    return result;
+}
+
+ArchiveCompressor::Result ArchiveCompressor::begin(const std::string& archive)
+{
+    TrackedFile& input = work->input;
+    if (!input.open(archive, O_RDWR | always, watch) && // a lock that keeps writers off needs that
+        ((errno != EACCES && errno != EPERM && errno != EROFS) || !input.open(archive, O_RDONLY | always, watch)))
+        return errno == ENOENT ? Result::Gone : Result::Failed;
+    if (isBeingWritten())
+        return Result::Busy;
+    if (watch([&] { return ::fstat(input.get(), &work->status); }) != 0)
+        return Result::Failed;
+    if (!S_ISREG(work->status.st_mode))
+        return Result::Gone;
+    if (!createFile(work->temporary, work->output.file, watch))
+        return Result::Failed;
+    try {
+        work->deflated.emplace(work->stream, Poco::DeflatingStreamBuf::STREAM_GZIP, Z_DEFAULT_COMPRESSION);
+    } catch (const std::exception&) { // out of memory, by one type or another
+        return Result::Failed;
+    }
+    return Result::Working;
+}
+
+/// Whoever appends holds a lock, and looks under it whether the file is still the log. So once nobody holds one, the
+/// archive is never written again.
+bool ArchiveCompressor::isBeingWritten()
+{
+    struct flock range = {};
+    range.l_type = F_WRLCK;
+    range.l_whence = SEEK_SET;
+    const int file = work->input.get();
+    const auto set = [&] { return ::fcntl(file, F_OFD_SETLK, &range); };
+    if (watch(set) != 0)
+        return errno == EAGAIN || errno == EACCES; // other errors: there are no such locks here
+    range.l_type = F_UNLCK;
+    watch(set);
+    return false;
+}
+
+ArchiveCompressor::Result ArchiveCompressor::compressSlice(const std::string& archive)
+{
+    if (!work)
+        return Result::Failed;
+    Result result = Result::Failed;
+    try {
+        result = readSlice(archive);
+    } catch (const std::exception&) { // of the deflating stream, where the file could not be written
+    }
+    if (result != Result::Working)
+        abandon();
+    return result;
+}
+
+ArchiveCompressor::Result ArchiveCompressor::readSlice(const std::string& archive)
+{
+    char block[blockSize];
+    for (int blocks = 0; blocks < blocksPerSlice;) {
+        const ssize_t count = watch([&] { return ::read(work->input.get(), block, sizeof block); });
+        if (count == 0)
+            return finish(archive);
+        if (count < 0 && errno != EINTR)
+            return Result::Failed;
+        if (count < 0)
+            continue;
+        if (work->deflated->sputn(block, count) != count)
+            return Result::Failed;
+        work->consumed += std::uint64_t(count);
+        ++blocks;
+    }
+    return Result::Working;
+}
+
+ArchiveCompressor::Result ArchiveCompressor::finish(const std::string& archive)
+{
+    const int output = work->output.file.get();
+    if (work->consumed > 0)
+        work->deflated->close();
+    else
+        work->stream.write(emptyGzip, sizeof emptyGzip);
+    if (!work->stream.good())
+        return Result::Failed;
+
+    struct stat status = {};
+    if (watch([&] { return ::lstat(archive.c_str(), &status); }) != 0)
+        return errno == ENOENT ? Result::Gone : Result::Failed;
+    if (!isSameFile(status, work->status))
+        return Result::Gone;
+    if (std::uint64_t(status.st_size) != work->consumed) // written to although there are no locks
+        return Result::Failed;
+    copyAttributes(status);
+    if (watch([&] { return ::fdatasync(output); }, longestSync) != 0)
+        return Result::Failed;
+
+    // Somebody else may have taken the temporary file for a left-over.
+    if (watch([&] { return ::fstat(output, &status); }) != 0 || status.st_nlink == 0)
+        return Result::Failed;
+    if (renameToFree(work->temporary, archive + ".gz", watch))
+        return Result::Failed;
+    work->output.file.close(watch); // so that it is not removed as the temporary file
+    watch([&] { return ::unlink(archive.c_str()); });
+    return Result::Done;
+}
+
+/// As far as it is permitted. Who could not read the archive must not be able to read this one.
+void ArchiveCompressor::copyAttributes(const struct stat& status)
+{
+    const int output = work->output.file.get();
+    struct stat made = {};
+    if (watch([&] { return ::fchown(output, status.st_uid, status.st_gid); }) != 0)
+        watch([&] { return ::fchown(output, uid_t(-1), status.st_gid); });
+    mode_t mode = status.st_mode & 0777;
+    if (watch([&] { return ::fstat(output, &made); }) != 0 || made.st_gid != status.st_gid)
+        mode &= ~mode_t(S_IRWXG);
+    watch([&] { return ::fchmod(output, mode); });
+    const timespec times[] = {status.st_atim, status.st_mtim};
+    watch([&] { return ::futimens(output, times); });
+}
+
+void ArchiveCompressor::abandon() noexcept
+{
+    if (!work)
+        return;
+    if (work->output.file) // in a forked child it is closed and left to the parent
+        watch([&] { return ::unlink(work->temporary.c_str()); });
+    work->output.file.close(watch);
+    work->input.close(watch);
+    work.reset();
+}
+
+bool holdsAllOf(const std::string& gzipped, const std::string& plain, CallWatch& watch)
+{
+    struct stat whole = {};
+    struct stat part = {};
+    TrackedFile file;
+    std::uint8_t size[4] = {};
+    if (watch([&] { return ::lstat(plain.c_str(), &whole); }) != 0 || !file.open(gzipped, O_RDONLY | always, watch) ||
+        watch([&] { return ::fstat(file.get(), &part); }) != 0 || part.st_size < off_t(sizeof emptyGzip) ||
+        watch([&] { return ::pread(file.get(), size, sizeof size, part.st_size - off_t(sizeof size)); }) !=
+            ssize_t(sizeof size))
+        return false;
+    std::uint32_t told = 0;
+    for (std::size_t byte = sizeof size; byte-- > 0;)
+        told = told << 8 | size[byte];
+    return told == std::uint32_t(whole.st_size);
+}
+
+} // namespace Zyr

@@ -1,0 +1,300 @@
+#include "chain/archive/Archives.h"
+
+#include "chain/file/AppendFile.h"
+#include "chain/file/Place.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+#include <limits>
+#include <utility>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Zyr {
+
+namespace {
+
+constexpr std::int64_t never = std::numeric_limits<std::int64_t>::max();
+
+std::int64_t secondsOf(Archives::Time time)
+{
+    return std::chrono::floor<std::chrono::seconds>(time).time_since_epoch().count();
+}
+
+bool isTwin(const ArchiveName& one, const ArchiveName& other)
+{
+    return one.as(true) == other.as(true);
+}
+
+} // namespace
+
+Archives::Archives(CallWatch& itsWatch)
+    : watch(itsWatch)
+    , compressor(itsWatch)
+{
+}
+
+void Archives::configure(const std::string& logPath, const FileSettings& wanted)
+{
+    const bool otherLog = path != logPath;
+    if (otherLog || !wanted.compress)
+        abandonCompression();
+    if (otherLog) {
+        path = logPath;
+        list.clear();
+        scanned = false;
+    }
+    settings = wanted;
+    nextExpiry = 0;
+    failed.reset();
+    listChanged();
+}
+
+std::error_code Archives::scan()
+{
+    std::vector<FoundArchive> found;
+    if (const std::error_code error = findArchives(path, found, watch))
+        return error;
+    List known;
+    known.reserve(found.size());
+    for (const FoundArchive& archive : found)
+        known.push_back({archive});
+    known.swap(list);
+    scanned = true;
+    listChanged();
+
+    for (const Archive& archive : known) {
+        if (archive.made == 0 && !archive.compressing && !archive.postponed)
+            continue;
+        const auto before = [this](const Archive& one, const Archive& other) { return goesBefore(one, other); };
+        const auto same = std::lower_bound(list.begin(), list.end(), archive, before);
+        if (same != list.end() && same->name == archive.name)
+            *same = {{archive.name, same->regular}, archive.made, archive.compressing, archive.postponed};
+        else if (archive.compressing)
+            compressor.abandon();
+    }
+    listChanged();
+    return {};
+}
+
+void Archives::listChanged()
+{
+    std::sort(list.begin(), list.end(),
+              [this](const Archive& one, const Archive& other) { return goesBefore(one, other); });
+    waiting = 0;
+    leftOvers = false;
+    for (const Archive& archive : list) {
+        if (!waits(archive))
+            continue;
+        if (archive.made > 0)
+            ++waiting;
+        else
+            leftOvers = true;
+    }
+}
+
+/// Newest first; all of the kind in use before the other kind; a plain file before a gzipped one of the same archive.
+bool Archives::goesBefore(const Archive& one, const Archive& other) const noexcept
+{
+    if (one.name.isTimestamped() != other.name.isTimestamped())
+        return one.name.isTimestamped() == settings.timestampedArchives;
+    if (isTwin(one.name, other.name))
+        return one.name.gzipped < other.name.gzipped;
+    return one.name.isNewerThan(other.name);
+}
+
+std::error_code Archives::makeRoom(Time now, std::string& archivePath)
+{
+    if (const std::error_code error = scan())
+        return error;
+    ArchiveName wanted;
+    if (settings.timestampedArchives) {
+        wanted.stamp = freeStamp(now);
+    } else {
+        wanted.number = 0;
+        if (const std::error_code error = shift())
+            return error;
+    }
+    archivePath = path + wanted.suffix();
+    return {};
+}
+
+/// Later than all stamps there, also when the clock was set back, so that the order of the names is that of the logs.
+std::uint64_t Archives::freeStamp(Time now) const noexcept
+{
+    const std::uint64_t stamp = ArchiveStamp::of(now, settings.localTimes);
+    std::uint64_t newest = 0;
+    for (const Archive& archive : list)
+        newest = std::max(newest, archive.name.stamp);
+    return newest < stamp ? stamp : ArchiveStamp::after(newest);
+}
+
+/// Counts up the numbers of the archives from 0 to the first hole, the last one first.
+std::error_code Archives::shift()
+{
+    auto end = list.begin();
+    std::int32_t hole = 0;
+    while (end != list.end() && !end->name.isTimestamped() && end->name.number <= hole)
+        hole = end++->name.number + 1;
+    while (end != list.begin()) {
+        --end;
+        ArchiveName moved = end->name;
+        ++moved.number;
+        const std::error_code error = renameToFree(pathOf(*end), path + moved.suffix(), watch);
+        if (error && error != std::errc::no_such_file_or_directory) // which was removed since it was found
+            return error;
+        if (error && end->compressing)
+            compressor.abandon();
+        if (error) {
+            end = list.erase(end);
+            listChanged();
+        } else {
+            end->name = moved;
+        }
+    }
+    return {};
+}
+
+struct Archives::AgeLimit
+{
+    AgeLimit(std::chrono::seconds itsAge, Time now, bool localTimes)
+        : age(itsAge.count())
+        , present(secondsOf(now))
+    {
+        if (age < present)
+            stamp = ArchiveStamp::of(now - itsAge, localTimes);
+    }
+
+    std::int64_t age;
+    std::int64_t present;
+    std::uint64_t stamp = 0; ///< of the newest time stamp that is too old
+};
+
+void Archives::added(const std::string& archivePath, Time now)
+{
+    if (!archivePath.starts_with(path))
+        return;
+    const auto name = ArchiveName::parse({}, std::string_view(archivePath).substr(path.size()));
+    if (!name)
+        return;
+    list.push_back({{*name}, ++made});
+    if (settings.purgeAge && !name->isTimestamped())
+        isTooOld(list.back(), AgeLimit{*settings.purgeAge, now, settings.localTimes});
+    failed.reset();
+    listChanged();
+}
+
+/// What a time stamp in the name tells, or else the time at which the file was last written.
+bool Archives::isTooOld(const Archive& archive, const AgeLimit& limit)
+{
+    if (archive.name.isTimestamped())
+        return archive.name.stamp <= limit.stamp;
+    struct stat status = {};
+    const std::string file = pathOf(archive);
+    if (watch([&] { return ::lstat(file.c_str(), &status); }) != 0)
+        return false;
+    const std::int64_t written = status.st_mtim.tv_sec;
+    const std::int64_t expiry = limit.age < never / 2 ? written + limit.age : never;
+    nextExpiry = std::min(nextExpiry, expiry);
+    return expiry <= limit.present;
+}
+
+void Archives::purge(Time now)
+{
+    if (!settings.purgeAge && !settings.purgeCount)
+        return;
+    if (!scanned && scan())
+        return;
+    std::optional<AgeLimit> limit;
+    bool timesMatter = false;
+    if (settings.purgeAge) {
+        limit.emplace(*settings.purgeAge, now, settings.localTimes);
+        timesMatter = nextExpiry <= limit->present;
+        if (timesMatter)
+            nextExpiry = never;
+    }
+
+    std::size_t rank = 0; // two files of one archive have the same
+    const ArchiveName* previous = nullptr;
+    List kept;
+    kept.reserve(list.size());
+    for (const Archive& archive : list) {
+        bool tooMany = false;
+        bool tooOld = false;
+        if (archive.regular) {
+            rank += previous && isTwin(*previous, archive.name) ? 0 : 1;
+            previous = &archive.name;
+            tooMany = settings.purgeCount && rank > *settings.purgeCount;
+            tooOld = limit && (timesMatter || archive.name.isTimestamped()) && isTooOld(archive, *limit);
+        }
+        const bool latest = made > 0 && archive.made == made;
+        if (latest || !(tooMany || tooOld) || !remove(archive))
+            kept.push_back(archive);
+    }
+    list.swap(kept);
+    listChanged();
+}
+
+/// False when it is still there.
+bool Archives::remove(const Archive& archive)
+{
+    if (archive.compressing)
+        abandonCompression();
+    const std::string file = pathOf(archive);
+    return watch([&] { return ::unlink(file.c_str()); }) == 0 || errno == ENOENT;
+}
+
+std::error_code Archives::cleanUp(Time now)
+{
+    if (!compressor.isWorking()) {
+        const std::string temporary = besideLog(path, temporaryEnding);
+        watch([&] { return ::unlink(temporary.c_str()); });
+    }
+    std::error_code error = scan();
+    if (!error)
+        removePlainTwins();
+    if (!error)
+        error = rescueLog(now);
+    purge(now);
+    return error;
+}
+
+/// Ends what was ended between the last two steps of compression: the gzipped file got its name when it was complete.
+void Archives::removePlainTwins()
+{
+    List kept;
+    kept.reserve(list.size());
+    for (auto archive = list.cbegin(); archive != list.cend(); ++archive) {
+        const auto next = std::next(archive);
+        const bool done = next != list.cend() && isTwin(archive->name, next->name) && archive->regular &&
+                          next->regular && holdsAllOf(pathOf(*next), pathOf(*archive), watch);
+        if (!done || !remove(*archive))
+            kept.push_back(*archive);
+    }
+    list.swap(kept);
+    listChanged();
+}
+
+/// Gives the log its name that was exchanged with the next one and did not become an archive any more.
+std::error_code Archives::rescueLog(Time now)
+{
+    const std::string old = besideLog(path, ".next");
+    struct stat status = {};
+    if (watch([&] { return ::lstat(old.c_str(), &status); }) != 0)
+        return errno == ENOENT ? std::error_code() : lastError();
+    if (!S_ISREG(status.st_mode))
+        return std::make_error_code(std::errc::file_exists);
+    if (status.st_size == 0)
+        return watch([&] { return ::unlink(old.c_str()); }) == 0 ? std::error_code() : lastError();
+    std::string archive;
+    if (const std::error_code error = makeRoom(now, archive))
+        return error;
+    if (const std::error_code error = renameToFree(old, archive, watch))
+        return error;
+    added(archive, now);
+    return {};
+}
+
+} // namespace Zyr

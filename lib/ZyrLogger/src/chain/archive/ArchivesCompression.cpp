@@ -1,0 +1,117 @@
+// The part of Archives that has them compressed.
+
+#include "chain/archive/Archives.h"
+
+#include "chain/file/Place.h"
+
+#include <algorithm>
+
+namespace Zyr {
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::size_t mostWaiting = 2;
+constexpr std::chrono::seconds firstWait(4);
+constexpr std::chrono::seconds longestWait(256); // a full disk is written to at each attempt
+
+} // namespace
+
+bool Archives::mustCompressFirst() const noexcept
+{
+    return settings.compress && waiting > mostWaiting && !failed;
+}
+
+bool Archives::canCompress(Time now) const noexcept
+{
+    if (!settings.compress || (waiting == 0 && !leftOvers))
+        return false;
+    return !failed || now >= *failed + pause || now < *failed; // the clock may have been set back
+}
+
+void Archives::compressSlice(Time now)
+{
+    if (!canCompress(now))
+        return;
+    failed.reset();
+    Archive* archive = nullptr;
+    auto result = ArchiveCompressor::Result::Working;
+    if (compressor.isWorking()) {
+        archive = &*std::find_if(list.begin(), list.end(), [](const Archive& one) { return one.compressing; });
+    } else {
+        archive = nextToCompress();
+        result = compressor.start(pathOf(*archive), besideLog(path, temporaryEnding));
+        archive->compressing = true;
+    }
+    if (result == ArchiveCompressor::Result::Working)
+        result = compressor.compressSlice(pathOf(*archive));
+    if (result == ArchiveCompressor::Result::Working)
+        return;
+
+    archive->compressing = false;
+    switch (result) {
+    case ArchiveCompressor::Result::Working:
+        break;
+    case ArchiveCompressor::Result::Done:
+        archive->name.gzipped = true;
+        backoff = 0s;
+        break;
+    case ArchiveCompressor::Result::Gone:
+        list.erase(list.begin() + (archive - list.data()));
+        break;
+    case ArchiveCompressor::Result::Busy:
+        archive->postponed = true;
+        putOff(now, 1s);
+        break;
+    case ArchiveCompressor::Result::Failed:
+        archive->postponed = true;
+        backoff = std::clamp(2 * backoff, firstWait, longestWait);
+        putOff(now, backoff);
+        break;
+    }
+    listChanged();
+}
+
+/// What was added here, in that order, and then the others, the newest first, since the oldest ones are purged soonest.
+/// Something waits.
+Archives::Archive* Archives::nextToCompress()
+{
+    for (;;) {
+        Archive* next = nullptr;
+        for (Archive& archive : list) {
+            if (!waits(archive) || archive.postponed)
+                continue;
+            if (!next || (archive.made > 0 && (next->made == 0 || archive.made < next->made)))
+                next = &archive;
+        }
+        if (next)
+            return next;
+        for (Archive& archive : list)
+            archive.postponed = false;
+    }
+}
+
+/// Whether an archive of the list is to be compressed. One that has a gzipped file beside it is left alone.
+bool Archives::waits(const Archive& archive) const noexcept
+{
+    if (!archive.regular || archive.name.gzipped)
+        return false;
+    const Archive* const next = &archive + 1;
+    return next == list.data() + list.size() || next->name != archive.name.as(true);
+}
+
+void Archives::putOff(Time now, std::chrono::seconds wait) noexcept
+{
+    failed = now;
+    pause = wait;
+}
+
+void Archives::abandonCompression() noexcept
+{
+    compressor.abandon();
+    for (Archive& archive : list)
+        archive.compressing = false;
+}
+
+} // namespace Zyr

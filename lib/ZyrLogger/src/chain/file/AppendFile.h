@@ -1,0 +1,75 @@
+#pragma once
+
+#include "chain/file/TrackedFile.h"
+#include "chain/queue/LineBatch.h"
+
+#include <cstdint>
+#include <string>
+#include <system_error>
+
+#include <sys/stat.h>
+
+namespace Zyr {
+
+/// The value of errno.
+inline std::error_code lastError() noexcept
+{
+    return {errno, std::system_category()};
+}
+
+/// One open file that lines are appended to: regular, or a device or pipe, which is written and nothing else.
+class AppendFile
+{
+public:
+    /// Creates the file if need be. A pipe that nobody reads cannot be opened.
+    std::error_code open(const std::string& path, CallWatch& watch);
+    /// Creates it; one that is there already is an error.
+    std::error_code create(const std::string& path, CallWatch& watch);
+    void close(CallWatch& watch) noexcept { file.close(watch); }
+
+    bool isOpen() const noexcept { return bool(file); }
+    bool isRegular() const noexcept { return S_ISREG(status.st_mode); }
+    int descriptor() const noexcept { return file.get(); }
+
+    /// As it was when the file was opened or last looked at.
+    const struct stat& lastStatus() const noexcept { return status; }
+    bool isSame(const AppendFile& other) const noexcept;
+
+    /// Looks whether the file is still the one under that path. A path that cannot be looked at counts as unchanged.
+    bool isStillAt(const std::string& path, CallWatch& watch);
+
+    /// The lock of the one writer that rotates. False when somebody else has it; a file system without locks counts as
+    /// ours.
+    bool lock(CallWatch& watch) noexcept;
+
+    /// For the other writers, around each append: nobody compresses the file meanwhile. False when somebody does, so
+    /// that it is an archive by now.
+    bool holdOffCompression(CallWatch& watch) noexcept;
+    void allowCompression(CallWatch& watch) noexcept;
+
+    struct Appended
+    {
+        std::size_t bytes = 0;
+        std::error_code error;
+    };
+
+    /// Appends the batch's bytes from offset `from` to `to`, in writes of whole lines: 256 KiB, or one that is longer.
+    Appended append(const LineBatch& batch, std::size_t from, std::size_t to, CallWatch& watch);
+    std::error_code endLine(CallWatch& watch);
+    /// Also when somebody else has not ended the last one yet.
+    bool endsInLine(CallWatch& watch) const;
+
+    /// Takes the last `bytes` written back, unless somebody else has written behind them.
+    bool cutBack(std::size_t bytes, CallWatch& watch) noexcept;
+
+    std::error_code synchronize(CallWatch& watch) noexcept;
+
+private:
+    std::error_code look(CallWatch& watch);
+    bool isBeingWritten(CallWatch& watch) const;
+
+    TrackedFile file;
+    struct stat status = {};
+};
+
+} // namespace Zyr

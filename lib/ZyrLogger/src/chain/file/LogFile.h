@@ -1,0 +1,94 @@
+#pragma once
+
+#include "chain/archive/Archives.h"
+#include "chain/file/AppendFile.h"
+#include "chain/file/CallWatch.h"
+#include "chain/rotation/RotationTimer.h"
+#include "chain/settings/FileSettings.h"
+
+#include <string>
+#include <system_error>
+
+namespace Zyr {
+
+/// The log file and its archives, as the worker thread keeps them.
+///
+/// Several writers may have one file open: other loggers of that name, other instances of the application. The first
+/// one holds a lock on it and alone rotates, purges, compresses and cuts back; the others append whole lines, follow
+/// its rotations, and one of them takes over when the lock is free.
+class LogFile
+{
+public:
+    explicit LogFile(CallWatch& itsWatch);
+
+    /// Another path takes effect with the next write.
+    void configure(const FileSettings& wanted);
+
+    /// Goes on with a file that was opened elsewhere, under the path of the settings.
+    void adopt(AppendFile&& opened, bool beginAnew);
+
+    bool isOpen() const noexcept { return file.isOpen(); }
+    /// Whether a pipe has taken a line in part only. The same batch, or one that begins with that line, goes on.
+    bool isInLine() const noexcept { return partial > 0; }
+    void close() noexcept;
+
+    /// Makes the next write look first whether the file is still the one under its path.
+    void lookAgain() noexcept { looked = {}; }
+
+    struct Written
+    {
+        std::size_t lines = 0;
+        std::error_code error; ///< why it was not all
+    };
+
+    /// Appends lines, rotating before where it is time to, and as many of them as go into the present file. Where it
+    /// fails, nothing of the rest is in the file.
+    Written write(const LineBatch& batch);
+
+    /// Whether archives wait for compression, whether so many that it goes before the next lines, and a slice of it.
+    bool canCompress() const;
+    bool mustCompressFirst() const { return canCompress() && archives.mustCompressFirst(); }
+    void compressSlice();
+
+private:
+    using Steady = CallWatch::Clock;
+    using Time = RotationTimer::Time;
+
+    std::error_code makeReady(Time now);
+    std::error_code openPath(Time now);
+    void takeUp(AppendFile&& fresh, Time now);
+    void becomeFirstWriter(Time now);
+    void keepArchives(Time now);
+    void startTimer(Time now, Time written);
+    void restartTimer(Time now);
+    std::error_code joinFirstWriter(Time now);
+
+    bool isRotationDue(Time now);
+    std::error_code rotateIfStillDue(Time now);
+    std::error_code rotate(Time now);
+    std::error_code moveAway(const std::string& next, const std::string& archive);
+
+    Written append(const LineBatch& batch, std::size_t lines);
+    std::error_code synchronize();
+
+    CallWatch& watch;
+    FileSettings settings;
+    Archives archives;
+    RotationTimer timer;
+
+    AppendFile file;
+    std::string openedPath;
+    std::string place; ///< where the file really lies; empty when it is not to be moved from there
+    std::uint64_t size = 0;
+    std::size_t partial = 0; ///< bytes of the next line that a pipe took already
+    bool firstWriter = false;
+    bool reportedOther = false;
+    bool endLineFirst = false;
+    bool directoryChanged = false;
+    bool rotationWanted = false;
+    bool rotationFailed = false;
+    Steady::time_point nextRotation; ///< not before that
+    Steady::time_point looked;
+};
+
+} // namespace Zyr

@@ -1,0 +1,263 @@
+#include "chain/format/LinePattern.h"
+
+#include "chain/format/CalendarText.h"
+#include "chain/format/FieldWriter.h"
+
+#include <Poco/Exception.h>
+#include <Poco/NumberParser.h>
+#include <Poco/StringTokenizer.h>
+
+#include <algorithm>
+#include <charconv>
+#include <iterator>
+#include <utility>
+
+#include <sys/utsname.h>
+
+namespace Zyr {
+
+namespace {
+
+constexpr std::string_view weekdays[] = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
+constexpr std::string_view months[] = {"January", "February", "March",     "April",   "May",      "June",
+                                       "July",    "August",   "September", "October", "November", "December"};
+
+constexpr int widestSource = 64 * 1024; // a mistyped width must not take all memory
+
+/// The first character, which takes several bytes when it is not of ASCII.
+std::string_view initial(std::string_view name) noexcept
+{
+    std::size_t size = std::min<std::size_t>(name.size(), 1);
+    while (size < name.size() && (name[0] & 0xC0) == 0xC0 && (name[size] & 0xC0) == 0x80)
+        ++size;
+    return name.substr(0, size);
+}
+
+char take(std::string_view& pattern)
+{
+    const char first = pattern[0];
+    pattern.remove_prefix(1);
+    return first;
+}
+
+/// Takes what is before the next ']', or all the rest.
+std::string takeBracket(std::string_view& pattern)
+{
+    const std::size_t size = std::min(pattern.find(']'), pattern.size());
+    const std::string content(pattern.substr(0, size));
+    pattern.remove_prefix(std::min(size + 1, pattern.size()));
+    return content;
+}
+
+std::size_t parseWidth(const std::string& text)
+{
+    int width = 0;
+    return Poco::NumberParser::tryParse(text, width) ? std::size_t(std::clamp(width, 0, widestSource)) : 0;
+}
+
+} // namespace
+
+LinePattern::LinePattern(Source text)
+    : origin(std::move(text))
+{
+    const Poco::StringTokenizer list(origin.priorityNames, ",;", Poco::StringTokenizer::TOK_TRIM);
+    if (list.count() != names.size())
+        throw Poco::SyntaxException("priorityNames property must specify a comma-separated list of 8 property names");
+    std::copy(list.begin(), list.end(), names.begin());
+    compile();
+}
+
+/// Patterns mean what they mean to POCO, also where they are odd: brackets after other letters than 'v' are taken out,
+/// a bracket that is not closed reaches to the end, a '%' at the end and unknown letters give nothing.
+void LinePattern::compile()
+{
+    bool localTime = origin.localTime;
+    for (std::string_view rest = origin.pattern; !rest.empty();) {
+        const char character = take(rest);
+        if (character != '%') {
+            literals += character;
+            continue;
+        }
+        if (rest.empty())
+            break;
+        const char letter = take(rest);
+        if (letter == '%') {
+            literals += '%';
+            continue;
+        }
+        std::size_t argument = 0;
+        if (letter == '[') {
+            argument = parameters.size();
+            parameters.push_back(takeBracket(rest));
+        } else if (rest.starts_with('[')) {
+            take(rest);
+            argument = parseWidth(takeBracket(rest));
+        }
+        if (letter != 'L' || !std::exchange(localTime, true))
+            addField(letter, argument);
+    }
+    addField(0, 0); // for the text behind the last one
+    fixedSize = literals.size() + fields.size() * FieldWriter::longestFixedField + FieldWriter::copiedAtOnce;
+    literals.append(FieldWriter::copiedAtOnce, '\0');
+}
+
+void LinePattern::addField(char letter, std::size_t argument)
+{
+    constexpr std::string_view ofCalendar = "wWbBdefmnoyYHhaAMSzZ";
+    showsTime = showsTime || ofCalendar.find(letter) != ofCalendar.npos;
+    const std::uint32_t literal = fields.empty() ? 0 : fields.back().literal + fields.back().literalSize;
+    fields.push_back({letter, literal, std::uint32_t(literals.size()) - literal, std::uint32_t(argument)});
+}
+
+void LinePattern::format(const Poco::Message& message, LineBuffer& line) const
+{
+    constexpr int perSecond = 1'000'000;
+    const std::int64_t microseconds = message.getTime().epochMicroseconds();
+    std::int64_t second = microseconds / perSecond;
+    if (second * perSecond > microseconds) // before the epoch
+        --second;
+    const auto fraction = std::uint32_t(microseconds - second * perSecond);
+    const CalendarText* time = showsTime ? &CalendarText::of(second, origin.localTime) : nullptr;
+
+    FieldWriter out(line, fixedSize);
+    for (const Field& field : fields) {
+        out.literal(literals.data() + field.literal, field.literalSize);
+        switch (field.letter) {
+        case 's':
+            out.text(message.getSource());
+            break;
+        case 'v':
+            out.padded(message.getSource(), field.argument);
+            break;
+        case 't':
+            out.text(message.getText());
+            break;
+        case 'l':
+            out.number(int(message.getPriority()));
+            break;
+        case 'p':
+        case 'q': {
+            char digits[12];
+            const std::string_view name = priorityName(message.getPriority(), digits);
+            out.text(field.letter == 'p' ? name : initial(name));
+            break;
+        }
+        case 'P':
+            out.number(message.getPid());
+            break;
+        case 'T':
+            out.text(message.getThread());
+            break;
+        case 'I':
+            out.number(message.getTid());
+            break;
+        case 'N':
+            if (utsname system; ::uname(&system) == 0)
+                out.text(system.nodename);
+            break;
+        case 'U':
+        case 'O':
+            if (const char* const path = message.getSourceFile()) {
+                const char* const slash = field.letter == 'O' ? std::strrchr(path, '/') : nullptr;
+                out.text(slash ? slash + 1 : path);
+            }
+            break;
+        case 'u':
+            out.number(message.getSourceLine());
+            break;
+        case '[':
+            if (const std::string& name = parameters[field.argument]; message.has(name))
+                out.text(message.get(name));
+            break;
+        case 'w':
+            out.fixed(weekdays[time->weekday].substr(0, 3));
+            break;
+        case 'W':
+            out.fixed(weekdays[time->weekday]);
+            break;
+        case 'b':
+            out.fixed(months[time->monthIndex].substr(0, 3));
+            break;
+        case 'B':
+            out.fixed(months[time->monthIndex]);
+            break;
+        case 'd':
+            out.digits(time->day);
+            break;
+        case 'e':
+            out.digitsWithoutZero(time->day);
+            break;
+        case 'f':
+            out.digitsWithSpace(time->day);
+            break;
+        case 'm':
+            out.digits(time->month);
+            break;
+        case 'n':
+            out.digitsWithoutZero(time->month);
+            break;
+        case 'o':
+            out.digitsWithSpace(time->month);
+            break;
+        case 'y':
+            out.digits(time->yearOfCentury);
+            break;
+        case 'Y':
+            out.fixed(time->year());
+            break;
+        case 'H':
+            out.digits(time->hour);
+            break;
+        case 'h':
+            out.digits(time->hourOfHalfDay);
+            break;
+        case 'a':
+            out.fixed(time->afternoon ? "pm" : "am");
+            break;
+        case 'A':
+            out.fixed(time->afternoon ? "PM" : "AM");
+            break;
+        case 'M':
+            out.digits(time->minute);
+            break;
+        case 'S':
+            out.digits(time->secondOfMinute);
+            break;
+        case 'i':
+            out.fraction(fraction / 1000, 3);
+            break;
+        case 'c':
+            out.fraction(fraction / 100'000, 1);
+            break;
+        case 'F':
+            out.fraction(fraction, 6);
+            break;
+        case 'z':
+            out.fixed(time->isoOffset());
+            break;
+        case 'Z':
+            out.fixed(time->rfcOffset());
+            break;
+        case 'L':
+            time = &CalendarText::of(second, true);
+            break;
+        case 'E':
+            out.number(second);
+            break;
+        default:
+            break;
+        }
+    }
+    out.finish();
+}
+
+/// A priority without a name is shown as its number.
+std::string_view LinePattern::priorityName(int priority, char (&digits)[12]) const noexcept
+{
+    const auto index = std::size_t(priority) - 1;
+    if (index < names.size())
+        return names[index];
+    return {digits, std::size_t(std::to_chars(digits, std::end(digits), priority).ptr - digits)};
+}
+
+} // namespace Zyr

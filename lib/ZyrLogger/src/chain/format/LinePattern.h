@@ -1,0 +1,59 @@
+#pragma once
+
+#include "chain/format/LineBuffer.h"
+
+#include <Poco/Message.h>
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Zyr {
+
+/// What log lines look like: the pattern in the letters of Poco::PatternFormatter, compiled once. It never changes, so
+/// that any number of threads can format with it.
+class LinePattern
+{
+public:
+    /// What the pattern is made of, as the formatter's properties have it.
+    struct Source
+    {
+        std::string pattern;
+        bool localTime = false;
+        std::string priorityNames = "Fatal,Critical,Error,Warning,Notice,Information,Debug,Trace";
+
+        bool operator==(const Source&) const = default;
+    };
+
+    /// Throws Poco::SyntaxException where there are not eight priority names.
+    explicit LinePattern(Source text);
+
+    const Source& source() const noexcept { return origin; }
+
+    /// Appends the line of `message`, without a line end.
+    void format(const Poco::Message& message, LineBuffer& line) const;
+
+private:
+    struct Field
+    {
+        char letter;           // POCO's; '[' is a parameter, 0 nothing
+        std::uint32_t literal; // where the text before the field begins
+        std::uint32_t literalSize;
+        std::uint32_t argument; // the width of 'v', which parameter of '['
+    };
+
+    void compile();
+    void addField(char letter, std::size_t argument);
+    std::string_view priorityName(int priority, char (&digits)[12]) const noexcept;
+
+    const Source origin;
+    std::array<std::string, 8> names;
+    std::vector<std::string> parameters;
+    std::vector<Field> fields;
+    std::string literals;      // and as many bytes more as are copied at once
+    std::size_t fixedSize = 0; // no line needs more, apart from texts of the record's own
+    bool showsTime = false;
+};
+
+} // namespace Zyr

@@ -1,0 +1,368 @@
+// The writer as the threads that log and configure see it.
+
+#include "chain/queue/LogWriter.h"
+
+#include "chain/queue/Patience.h"
+
+#include <ZyrTools/Misc.h>
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include <signal.h>
+
+namespace Zyr {
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto patienceWhenFull = 2s;
+constexpr auto longestHold = 2s;
+constexpr auto lookInterval = 500ms; // at which those who wait look whether the store hangs
+constexpr auto compressionAtEnd = 1s;
+constexpr std::size_t stackSize = 512 * 1024;
+
+} // namespace
+
+LogWriter::LogWriter() = default;
+LogWriter::~LogWriter() = default;
+
+void LogWriter::push(std::string_view line)
+{
+    Lock lock(gate);
+    for (;;) {
+        if (abandoned) {
+            ++lost;
+            return;
+        }
+        if (line.size() > LineQueue::longestLine) {
+            lose(std::strerror(EMSGSIZE));
+            return wake(lock);
+        }
+        if (lineLimit > 0 && queue.size() >= lineLimit) {
+            lose("the queue is full");
+            return wake(lock);
+        }
+        if (queue.append(line)) {
+            ++pushed;
+            return wake(lock);
+        }
+        const std::size_t bytes = queue.chunkBytes(line);
+        if (queue.mayGrow(bytes)) {
+            queue.announce(bytes);
+            LineQueue::Chunk* const freed = queue.takeFreed();
+            lock.unlock();
+            LineQueue::Chunk::unmap(freed);
+            LineQueue::Chunk* const chunk = LineQueue::Chunk::map(bytes);
+            lock.lock();
+            queue.add(chunk, bytes);
+            if (chunk)
+                continue;
+            lose(std::strerror(ENOMEM));
+            return wake(lock);
+        }
+        if (overflow == Overflow::Drop) {
+            lose("the queue is full");
+            return wake(lock);
+        }
+        if (!waitForRoom(lock))
+            return;
+    }
+}
+
+/// False when the line is lost.
+bool LogWriter::waitForRoom(Lock& lock)
+{
+    const auto now = Clock::now();
+    auto until = now + lookInterval;
+    if (isStuck(now)) {
+        if (!fullSince)
+            fullSince = now;
+        until = *fullSince + patienceWhenFull;
+        if (now >= until) {
+            lose(stuckReason());
+            return false;
+        }
+    }
+    if (!running)
+        start(lock);
+    ++waiting;
+    ++wantingRoom;
+    progress.wait_until(lock, until);
+    --wantingRoom;
+    --waiting;
+    if (abandoned)
+        progress.notify_all(); // whoever gives up counts what is lost here
+    return true;
+}
+
+bool LogWriter::isStuck(Clock::time_point now) const
+{
+    return failing || now >= watch.limit() || (changes > 0 && now >= heldSince + longestHold);
+}
+
+std::string LogWriter::stuckReason() const
+{
+    return failing ? failure : "no answer from the file system";
+}
+
+void LogWriter::lose(std::string reason)
+{
+    ++lost;
+    lossReason = std::move(reason);
+}
+
+/// Has the worker thread look at the queue.
+void LogWriter::wake(Lock& lock)
+{
+    if (!running)
+        return start(lock);
+    const bool notify = std::exchange(asleep, false);
+    lock.unlock();
+    if (notify)
+        work.notify_one();
+}
+
+void LogWriter::request(Lock& lock)
+{
+    requested = true;
+    retryAt = {};
+    asleep = false;
+    lock.unlock();
+    work.notify_one();
+}
+
+/// Starts the thread, which may have ended again when this returns.
+void LogWriter::start(Lock& lock)
+{
+    ++waiting;
+    progress.wait(lock, [this] { return !starting; });
+    --waiting;
+    if (running)
+        return;
+    auto* const self = new std::shared_ptr<LogWriter>(shared_from_this()); // the thread's
+    running = starting = true;
+    const pthread_t former = thread;
+    const bool hasFormer = std::exchange(joinable, false);
+    lock.unlock();
+    if (hasFormer)
+        ::pthread_join(former, nullptr);
+
+    pthread_attr_t attributes;
+    ::pthread_attr_init(&attributes);
+    ::pthread_attr_setstacksize(&attributes, stackSize);
+    sigset_t all;
+    sigset_t before;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before);
+    pthread_t started = {};
+    const int error = ::pthread_create(&started, &attributes, &enter, self);
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    ::pthread_attr_destroy(&attributes);
+    if (error != 0)
+        delete self;
+
+    lock.lock();
+    starting = false;
+    if (waiting > 0)
+        progress.notify_all();
+    if (error == 0) {
+        thread = started;
+        joinable = true;
+        return;
+    }
+    running = false;
+    failing = true;
+    failure = std::strerror(error);
+}
+
+LogWriter::Limits LogWriter::limits() const
+{
+    const Lock lock(gate);
+    return {queue.bound(), overflow};
+}
+
+void LogWriter::setLimits(const Limits& wanted)
+{
+    Lock lock(gate);
+    queue.setBound(wanted.bytes);
+    overflow = wanted.overflow;
+    LineQueue::Chunk* const freed = queue.takeFreed();
+    progress.notify_all();
+    lock.unlock();
+    LineQueue::Chunk::unmap(freed);
+}
+
+void LogWriter::setLineLimit(std::size_t lines)
+{
+    const Lock lock(gate);
+    lineLimit = lines;
+}
+
+void LogWriter::setLossFormat(std::string source, std::shared_ptr<const LinePatterns> format)
+{
+    const Lock lock(gate);
+    lossSource = std::move(source);
+    lossFormat = std::move(format);
+}
+
+void LogWriter::configure(FileSettings wanted)
+{
+    Lock lock(gate);
+    settings = std::move(wanted);
+    requests.configure = true;
+    request(lock);
+}
+
+void LogWriter::adopt(AppendFile&& opened, bool beginAnew)
+{
+    Lock lock(gate);
+    std::swap(requests.opened, opened); // the one that waited is closed by the caller
+    requests.beginAnew = beginAnew;
+    requests.close = false;
+    request(lock);
+}
+
+void LogWriter::close()
+{
+    AppendFile waited;
+    Lock lock(gate);
+    std::swap(requests.opened, waited);
+    requests.look = true;
+    requests.close = changes == 0; // whoever changes something goes on with the file
+    request(lock);
+}
+
+void LogWriter::beginChange()
+{
+    const Lock lock(gate);
+    if (changes++ == 0)
+        heldSince = Clock::now();
+}
+
+void LogWriter::endChange()
+{
+    Lock lock(gate);
+    if (changes > 0 && --changes == 0) // none in a child that was forked in between
+        request(lock);
+}
+
+/// Returns when all that was queued is in the file, or was given up. What others queue meanwhile is not waited for:
+/// they may never stop.
+void LogWriter::drain(Lock& lock)
+{
+    const std::uint64_t last = pushed;
+    retryAt = {};
+    work.notify_one();
+    constexpr auto none = Clock::time_point::max();
+    auto limit = none;
+    ++waiting;
+    while (hasWork() && (written < last || queue.isEmpty()) && !abandoned) {
+        if (!running)
+            start(lock);
+        const auto now = Clock::now();
+        auto until = now + lookInterval;
+        if (!isStuck(now)) {
+            limit = none;
+        } else {
+            if (limit == none)
+                limit = Patience::limit(now);
+            if (now >= limit) {
+                giveUp(lock);
+                break;
+            }
+            until = std::min(until, limit);
+        }
+        progress.wait_until(lock, until);
+    }
+    --waiting;
+}
+
+/// Counts exactly what is not in the file: the worker thread ends first, unless it hangs, when what it is just writing
+/// counts as well.
+void LogWriter::giveUp(Lock& lock)
+{
+    const std::string reason = stuckReason();
+    abandoned = true;
+    work.notify_one();
+    progress.notify_all();
+    while (wantingRoom > 0 || (running && Clock::now() < watch.limit()))
+        progress.wait_until(lock, Clock::now() + lookInterval);
+    const std::uint64_t count = queue.size() + lost;
+    lost = 0;
+    if (!running)
+        queue.pop(queue.size());
+    const std::string path = settings.path;
+    lock.unlock();
+    if (count > 0)
+        Misc::reportProblem(u"log file '"_s + QString::fromStdString(path) + u'\'',
+                            QString::number(count) + (count == 1 ? u" record was"_s : u" records were"_s) +
+                                u" given up: "_s + QString::fromStdString(reason));
+    lock.lock();
+}
+
+void LogWriter::finish()
+{
+    Lock lock(gate);
+    drain(lock);
+    ++stopping;
+    stopBy = Clock::now() + compressionAtEnd;
+    work.notify_one();
+    ++waiting;
+    constexpr auto none = Clock::time_point::max();
+    auto limit = none;
+    bool needed = false; // by others, who go on logging
+    while (running && !needed) {
+        if (hasWork() && !abandoned) {
+            drain(lock);
+            needed = hasWork() && !abandoned;
+            continue;
+        }
+        const auto now = Clock::now();
+        if (now < watch.limit())
+            limit = none;
+        else if (limit == none)
+            limit = abandoned ? now : Patience::limit(now);
+        if (now >= limit)
+            break;
+        progress.wait_until(lock, now + lookInterval);
+    }
+    progress.wait(lock, [this] { return !starting; });
+    --waiting;
+    --stopping;
+    if (needed || !std::exchange(joinable, false))
+        return;
+    const pthread_t last = thread;
+    const bool hangs = running;
+    abandoned = hangs; // a later line finds a logger that begins anew, unless its thread is still away
+    lock.unlock();
+    if (hangs)
+        ::pthread_detach(last);
+    else
+        ::pthread_join(last, nullptr);
+}
+
+bool LogWriter::isUsed() const
+{
+    const Lock lock(gate);
+    return pushed > 0;
+}
+
+std::shared_ptr<LogWriter> LogWriter::copyForChild() const
+{
+    auto copy = std::make_shared<LogWriter>();
+    copy->queue.setBound(queue.bound());
+    copy->overflow = overflow;
+    copy->lineLimit = lineLimit;
+    copy->settings = settings;
+    copy->requests.configure = true;
+    copy->requested = true;
+    copy->lossSource = lossSource;
+    copy->lossFormat = lossFormat;
+    return copy;
+}
+
+} // namespace Zyr

@@ -1,0 +1,224 @@
+// The writer's worker thread.
+
+#include "chain/queue/LogWriter.h"
+
+#include "chain/format/LineBuffer.h"
+#include "chain/format/LinePatterns.h"
+
+#include <ZyrTools/Misc.h>
+
+#include <Poco/Message.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace Zyr {
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr std::size_t batchBytes = 256 * 1024;
+constexpr auto shortestBackoff = 2ms;
+constexpr std::chrono::milliseconds longestBackoff = 1s;
+constexpr auto quietTime = 10s; // between two reports of failures
+
+} // namespace
+
+void* LogWriter::enter(void* self)
+{
+    const std::unique_ptr<std::shared_ptr<LogWriter>> writer(static_cast<std::shared_ptr<LogWriter>*>(self));
+    ::pthread_setname_np(::pthread_self(), "LogWriter");
+    (*writer)->run();
+    return nullptr;
+}
+
+void LogWriter::run()
+{
+    Lock lock(gate);
+    do {
+        for (bool goesOn = true; goesOn && !abandoned;) {
+            try {
+                goesOn = turn(lock);
+            } catch (...) { // out of memory: nothing may be done here that needs some
+                if (!lock.owns_lock())
+                    lock.lock();
+                failing = true;
+                requests.configure = requested = true; // perhaps it was that
+                work.wait_until(lock, Clock::now() + longestBackoff);
+            }
+        }
+        lock.unlock();
+        file.close();
+        lock.lock();
+    } while (hasWork() && !abandoned); // what was queued meanwhile woke nobody
+    running = false;
+    progress.notify_all();
+}
+
+/// One step of the work, or a rest until there is more. False when the thread is to end.
+bool LogWriter::turn(Lock& lock)
+{
+    const bool held = changes > 0;
+    if (requested && !held) {
+        takeRequests(lock);
+        return true;
+    }
+    if (hasWork()) {
+        if (held || Clock::now() < retryAt) {
+            rest(lock, held ? std::nullopt : std::optional(retryAt));
+            return true;
+        }
+        if (!file.mustCompressFirst())
+            isLossDue() ? writeLoss(lock) : writeLines(lock);
+    } else if (stopping && (!file.canCompress() || Clock::now() >= stopBy)) {
+        return false;
+    }
+
+    if (file.canCompress()) {
+        lock.unlock();
+        file.compressSlice();
+        lock.lock();
+    } else if (closing && !hasWork()) { // in the midst of lines, a pipe's reader would find a broken one and the end
+        closing = false;
+        lock.unlock();
+        file.close();
+        lock.lock();
+    } else if (mayRest()) { // what was said while a line was written woke nobody
+        asleep = true;
+        rest(lock, std::nullopt);
+        asleep = false;
+    }
+    return true;
+}
+
+/// A line that a pipe has taken in part goes on first.
+bool LogWriter::isLossDue() const
+{
+    if (!lossLine.empty() || queue.isEmpty())
+        return true;
+    return lossAfter && written >= *lossAfter && !file.isInLine();
+}
+
+void LogWriter::takeRequests(Lock& lock)
+{
+    const FileSettings wanted = requests.configure ? settings : FileSettings();
+    Requests taken;
+    std::swap(taken, requests);
+    requested = false;
+    closing = taken.close || (closing && !taken.opened.isOpen());
+    lock.unlock();
+    if (taken.configure)
+        file.configure(wanted);
+    if (taken.opened.isOpen())
+        file.adopt(std::move(taken.opened), taken.beginAnew);
+    if (taken.look)
+        file.lookAgain();
+    lock.lock();
+}
+
+void LogWriter::writeLines(Lock& lock)
+{
+    const LineBatch batch = queue.front(batchBytes);
+    lock.unlock();
+    const LogFile::Written result = file.write(batch);
+    lock.lock();
+    queue.pop(result.lines);
+    written += result.lines;
+    // A store that takes some lines works, however few: a pipe never takes more at a time. The next write tells.
+    settle(result.lines > 0 ? std::error_code() : result.error, lock);
+}
+
+void LogWriter::writeLoss(Lock& lock)
+{
+    const std::uint64_t count = lost;
+    const std::string text = std::to_string(count) + (count == 1 ? " record lost: " : " records lost: ") + lossReason;
+    const std::string source = lossSource;
+    const std::shared_ptr<const LinePatterns> format = lossFormat;
+    lock.unlock();
+
+    if (lossLine.empty()) {
+        LineBuffer line;
+        if (format)
+            format->inForce().format(Poco::Message(source, text, Poco::Message::PRIO_WARNING), line);
+        else
+            line.append(text);
+        line.append("\n");
+        lossLine = line.view();
+        lossTold = count;
+    }
+    const auto end = static_cast<std::uint32_t>(lossLine.size());
+    LineBatch batch;
+    batch.add({lossLine.data(), &end, 0, 1});
+    const LogFile::Written result = file.write(batch);
+
+    lock.lock();
+    if (result.lines == 1) {
+        lost -= std::min(lost, lossTold); // nothing when it was given up meanwhile
+        lossAfter.reset();
+    }
+    if (!file.isInLine())
+        lossLine.clear();
+    settle(result.error, lock);
+}
+
+/// What a write that failed or not means for those who wait.
+void LogWriter::settle(const std::error_code& error, Lock& lock)
+{
+    LineQueue::Chunk* const freed = queue.takeFreed();
+    const auto now = Clock::now();
+    bool report = false;
+    if (!error) {
+        failing = false;
+        backoff = 0ms;
+        fullSince.reset();
+        if (lost > 0 && !lossAfter)
+            lossAfter = pushed;
+    } else {
+        report = !failing && (!reported || now - *reported > quietTime);
+        failing = true;
+        failure = error.message();
+        lossAfter.reset(); // first what is held now
+        backoff = std::clamp(backoff * 2, std::chrono::milliseconds(shortestBackoff), longestBackoff);
+        retryAt = now + backoff;
+        reported = now;
+    }
+    if (waiting > 0)
+        progress.notify_all();
+    if (!freed && !report)
+        return;
+    const std::string path = settings.path;
+    lock.unlock();
+    LineQueue::Chunk::unmap(freed);
+    if (report)
+        Misc::reportProblem(u"log file '"_s + QString::fromStdString(path) + u'\'',
+                            u"cannot be written, records wait: "_s + QString::fromStdString(error.message()));
+    lock.lock();
+}
+
+bool LogWriter::mayRest() const
+{
+    return !hasWork() && !stopping && !abandoned && (!requested || changes > 0);
+}
+
+/// Gives back what memory it can, and sleeps until woken.
+void LogWriter::rest(Lock& lock, std::optional<Clock::time_point> until)
+{
+    if (queue.isEmpty()) {
+        queue.trim();
+        if (LineQueue::Chunk* const freed = queue.takeFreed()) {
+            lock.unlock();
+            LineQueue::Chunk::unmap(freed);
+            lock.lock();
+            if (!mayRest())
+                return;
+        }
+    }
+    if (until)
+        work.wait_until(lock, *until);
+    else
+        work.wait(lock);
+}
+
+} // namespace Zyr

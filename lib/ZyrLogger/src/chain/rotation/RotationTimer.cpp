@@ -1,0 +1,52 @@
+#include "chain/rotation/RotationTimer.h"
+
+#include "chain/rotation/TimeOfDay.h"
+
+#include <algorithm>
+
+namespace Zyr {
+
+namespace {
+
+using std::chrono::seconds;
+using Time = RotationTimer::Time;
+
+/// A smaller step back is no reason for a second rotation at the same time of day.
+constexpr seconds clockTolerance(60);
+
+/// The end of time where the sum lies behind it.
+Time sum(Time time, seconds span)
+{
+    const auto room = std::chrono::floor<seconds>(Time::max() - std::max(time, Time{}));
+    return span < room ? time + span : Time::max();
+}
+
+} // namespace
+
+void RotationTimer::start(const RotationRule& newRule, bool localTimes, Time began, Time written, Time now)
+{
+    rule = newRule;
+    inLocalTime = localTimes;
+    earliest = Time::min();
+    due = Time::max();
+    if (rule.kind == RotationRule::Kind::Interval) {
+        const Time base = std::min(began, now);
+        earliest = base;
+        due = sum(base, rule.interval);
+    } else if (rule.kind == RotationRule::Kind::TimeOfDay) {
+        // From the epoch on, which is where clocks without a battery start: sums do not overflow.
+        const Time base = std::clamp(written, Time{}, std::max(now, Time{}));
+        earliest = base - clockTolerance;
+        const auto second = std::chrono::floor<seconds>(base);
+        due = sum(Time(second), firstReached(rule, inLocalTime, second.time_since_epoch()) - second.time_since_epoch());
+    }
+}
+
+bool RotationTimer::isDue(Time now)
+{
+    if (now < earliest)
+        start(rule, inLocalTime, now, now, now);
+    return now >= due;
+}
+
+} // namespace Zyr
