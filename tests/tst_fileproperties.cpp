@@ -1,7 +1,7 @@
 // The file channel's properties: which texts are legal, what they say, and what is left of them when one is refused.
 
-#include <chain/ByteSize.h>
-#include <chain/FileProperties.h>
+#include "chain/settings/ByteSize.h"
+#include "chain/settings/FileProperties.h"
 
 #include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>

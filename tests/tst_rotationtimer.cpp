@@ -2,9 +2,9 @@
 
 #include "TestPlace.h"
 
-#include <chain/FileProperties.h>
-#include <chain/IntervalStart.h>
-#include <chain/RotationTimer.h>
+#include "chain/settings/FileProperties.h"
+#include "chain/rotation/IntervalStart.h"
+#include "chain/rotation/RotationTimer.h"
 
 #include <QtTest/QtTest>
 
