@@ -1,13 +1,10 @@
 #include "chain/file/LogFile.h"
 
+#include "chain/file/LogProblem.h"
 #include "chain/file/Place.h"
-#include "chain/rotation/IntervalStart.h"
-
-#include <ZyrTools/Misc.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <utility>
 
 #include <fcntl.h>
@@ -167,8 +164,8 @@ void LogFile::takeUp(AppendFile&& fresh, Time now)
     if (firstWriter)
         becomeFirstWriter(now);
     else if (!std::exchange(reportedOther, true))
-        Misc::reportProblem(u"log file '"_s + QString::fromStdString(openedPath) + u'\'',
-                            u"another logger writes it; this one appends, and leaves rotation and purging to it"_s);
+        reportLogProblem(openedPath,
+                         u"another logger writes it; this one appends, and leaves rotation and purging to it"_s);
 }
 
 void LogFile::becomeFirstWriter(Time now)
@@ -187,31 +184,6 @@ void LogFile::keepArchives(Time now)
     archives.configure(place, settings);
     archives.cleanUp(now);
     startTimer(now, size > 0 ? timeOf(file.lastStatus().st_mtim) : now);
-}
-
-/// `written`: when the file was last written.
-void LogFile::startTimer(Time now, Time written)
-{
-    const IntervalStart start(watch);
-    Time began = now;
-    if (settings.rotation.kind != RotationRule::Kind::Interval) {
-        start.remove(place);
-    } else if (const auto kept = size > 0 ? start.read(place) : std::nullopt) {
-        began = *kept;
-    } else {
-        if (size > 0)
-            began = start.birthOf(place).value_or(now);
-        start.write(place, began);
-    }
-    timer.start(settings.rotation, settings.localTimes, began, written, now);
-}
-
-/// For a file without a line.
-void LogFile::restartTimer(Time now)
-{
-    if (settings.rotation.kind == RotationRule::Kind::Interval)
-        IntervalStart(watch).write(place, now);
-    timer.start(settings.rotation, settings.localTimes, now, now, now);
 }
 
 /// For a writer that is not the first one: finds the file that the path leads to now, and keeps it from being
@@ -237,103 +209,6 @@ std::error_code LogFile::joinFirstWriter(Time now)
             return {};
     }
     return std::make_error_code(std::errc::resource_unavailable_try_again);
-}
-
-bool LogFile::isRotationDue(Time now)
-{
-    if (place.empty())
-        return false;
-    const bool tooLarge = settings.rotation.kind == RotationRule::Kind::Size && size >= settings.rotation.size;
-    return (tooLarge || rotationWanted || timer.isDue(now)) && Steady::now() >= nextRotation;
-}
-
-/// Where it cannot be done, lines go on into the old file, and it is tried again soon. An error means that there is no
-/// file to go on with.
-std::error_code LogFile::rotateIfStillDue(Time now)
-{
-    lookAgain(); // what is moved away must be the file that is written
-    if (const std::error_code error = makeReady(now); error || !firstWriter || !isRotationDue(now))
-        return error;
-    if (size == 0) { // an archive without a line would only push another one out
-        rotationWanted = false;
-        restartTimer(now);
-        return {};
-    }
-    const std::error_code error = rotate(now);
-    rotationWanted = rotationWanted && error;
-    if (error) {
-        nextRotation = Steady::now() + 900ms;
-        if (!rotationFailed)
-            Misc::reportProblem(u"log file '"_s + QString::fromStdString(place) + u'\'',
-                                u"grows, since no new one can be begun: "_s + QString::fromStdString(error.message()));
-    }
-    rotationFailed = bool(error);
-    return {};
-}
-
-/// The new file is open and ours before the old one is let go, and there is never a moment without a file in its
-/// place, in which another writer would make one.
-std::error_code LogFile::rotate(Time now)
-{
-    const std::string next = besideLog(place, ".next");
-    AppendFile fresh;
-    std::error_code error = fresh.create(next, watch);
-    if (error == std::errc::file_exists) { // left over: perhaps an old log, which is not to be lost
-        archives.cleanUp(now);
-        error = fresh.create(next, watch);
-    }
-    if (error)
-        return error;
-
-    const struct stat& old = file.lastStatus();
-    if (old.st_uid != fresh.lastStatus().st_uid || old.st_gid != fresh.lastStatus().st_gid)
-        watch([&] { return ::fchown(fresh.descriptor(), old.st_uid, old.st_gid); }); // as far as we may
-    if (old.st_mode != fresh.lastStatus().st_mode)
-        watch([&] { return ::fchmod(fresh.descriptor(), old.st_mode & 07777); });
-    fresh.lock(watch);
-
-    std::string archive;
-    error = archives.makeRoom(now, archive);
-    if (!error)
-        error = moveAway(next, archive);
-    if (error) {
-        // It may be the old log that could not be brought back, or another writer's lines may be in it by now.
-        if (fresh.isStillAt(next, watch) && fresh.lastStatus().st_size == 0)
-            watch([&] { return ::unlink(next.c_str()); });
-        return error;
-    }
-    file.close(watch);
-    file = std::move(fresh);
-    size = 0;
-    endLineFirst = false;
-    directoryChanged = true;
-    restartTimer(now);
-    archives.added(archive, now);
-    archives.purge(now);
-    return {};
-}
-
-/// Puts the file `next` in the log's place and that under the name `archive`, or leaves all as it was.
-std::error_code LogFile::moveAway(const std::string& next, const std::string& archive)
-{
-    const auto exchange = [&] {
-        return watch([&] { return ::renameat2(AT_FDCWD, next.c_str(), AT_FDCWD, place.c_str(), RENAME_EXCHANGE); });
-    };
-    if (exchange() == 0) {
-        const std::error_code error = renameToFree(next, archive, watch);
-        if (error)
-            exchange();
-        return error;
-    }
-    if (errno != EINVAL && errno != ENOSYS)
-        return lastError();
-    // A file system that cannot exchange.
-    if (const std::error_code error = renameToFree(place, archive, watch))
-        return error;
-    const std::error_code error = renameToFree(next, place, watch);
-    if (error)
-        renameToFree(archive, place, watch);
-    return error;
 }
 
 LogFile::Written LogFile::append(const LineBatch& batch, std::size_t lines)

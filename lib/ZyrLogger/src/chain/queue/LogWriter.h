@@ -77,6 +77,9 @@ private:
     using Clock = CallWatch::Clock;
     using Lock = std::unique_lock<std::mutex>;
 
+    /// At which those who wait look whether the store hangs.
+    static constexpr std::chrono::milliseconds lookInterval{500};
+
     struct Requests
     {
         bool configure = false;
@@ -106,6 +109,7 @@ private:
     void writeLines(Lock& lock);
     void writeLoss(Lock& lock);
     void settle(const std::error_code& error, Lock& lock);
+    bool fail(std::string reason);
     void rest(Lock& lock, std::optional<Clock::time_point> until);
     bool hasWork() const { return !queue.isEmpty() || lost > 0; }
     bool mayRest() const;

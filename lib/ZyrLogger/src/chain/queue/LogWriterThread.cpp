@@ -2,10 +2,9 @@
 
 #include "chain/queue/LogWriter.h"
 
+#include "chain/file/LogProblem.h"
 #include "chain/format/LineBuffer.h"
 #include "chain/format/LinePatterns.h"
-
-#include <ZyrTools/Misc.h>
 
 #include <Poco/Message.h>
 
@@ -176,13 +175,11 @@ void LogWriter::settle(const std::error_code& error, Lock& lock)
         if (lost > 0 && !lossAfter)
             lossAfter = pushed;
     } else {
-        report = !failing && (!reported || now - *reported > quietTime);
-        failing = true;
-        failure = error.message();
+        // A pipe that is full has a slow reader, which is no trouble to tell of.
+        report = fail(error.message()) && error != std::errc::resource_unavailable_try_again;
         lossAfter.reset(); // first what is held now
         backoff = std::clamp(backoff * 2, std::chrono::milliseconds(shortestBackoff), longestBackoff);
         retryAt = now + backoff;
-        reported = now;
     }
     if (waiting > 0)
         progress.notify_all();
@@ -192,9 +189,19 @@ void LogWriter::settle(const std::error_code& error, Lock& lock)
     lock.unlock();
     LineQueue::Chunk::unmap(freed);
     if (report)
-        Misc::reportProblem(u"log file '"_s + QString::fromStdString(path) + u'\'',
-                            u"cannot be written, records wait: "_s + QString::fromStdString(error.message()));
+        reportLogProblem(path, u"cannot be written, records wait: "_s + QString::fromStdString(error.message()));
     lock.lock();
+}
+
+/// Returns whether it is to be told: the first time after some quiet.
+bool LogWriter::fail(std::string reason)
+{
+    const auto now = Clock::now();
+    const bool first = !failing && (!reported || now - *reported > quietTime);
+    failing = true;
+    failure = std::move(reason);
+    reported = now;
+    return first;
 }
 
 bool LogWriter::mayRest() const
