@@ -5,6 +5,12 @@
 #include <QtCore/QStringList>
 #include <QtCore/QTemporaryDir>
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool isSanitized = true;
+#else
+constexpr bool isSanitized = false;
+#endif
+
 /// A temporary directory that log and settings files of every logger made from now on go to.
 class TestPlace
 {
