@@ -155,8 +155,7 @@ private Q_SLOTS:
     void purgesByTime()
     {
         Folder folder("l.0=a l.1=b l.2.gz=c", "purgeAge=30");
-        folder.run("touch -d 2026-02-28T11:59:50Z l.0; touch -d 2026-02-28T11:59:40Z l.1; "
-                   "touch -d 2026-02-28T12:00:00Z l.2.gz");
+        folder.run("touch -d @1772279990 l.0; touch -d @1772279980 l.1; touch -d @1772280000 l.2.gz"); // noon
         folder.archives.cleanUp(noon);
         folder.rotate();
         for (const auto& [time, after] : {std::pair(noon + 9s, "l.0=new l.1=a l.2=b l.3.gz=c"),
@@ -237,8 +236,7 @@ private Q_SLOTS:
             Folder folder("", "compress=true&purgeCount=1");
             folder.rotate(noon, longText());
             const int writer = ::open((folder.directory + "l.0").c_str(), O_RDWR | O_CLOEXEC);
-            struct flock range = {};
-            range.l_type = F_RDLCK;
+            const struct flock range = {F_RDLCK, SEEK_SET, 0, 0, 0};
             QCOMPARE(::fcntl(writer, F_OFD_SETLK, &range), 0);
             folder.compress();
             QCOMPARE(folder.content(), "l.0");
