@@ -65,7 +65,7 @@ private Q_SLOTS:
         QVERIFY(described(settings.rotation).empty() && !settings.timestampedArchives && !settings.localTimes);
         QVERIFY(!settings.purgeAge && !settings.purgeCount && settings.flush && !settings.compress);
         QVERIFY(!settings.rotateOnOpen && settings.path.empty());
-        QVERIFY_EXCEPTION_THROWN(properties.get("pattern"), Poco::PropertyNotSupportedException);
+        QVERIFY_THROWS_EXCEPTION(Poco::PropertyNotSupportedException, properties.get("pattern"));
     }
 
     // A wrong unit, a swapped part of the time of day, an overflow; a legal text that is refused.
@@ -141,7 +141,7 @@ private Q_SLOTS:
         properties.set("purgeCount", "2");
         const Zyr::FileProperties before = properties;
         for (const char* refused : {"rotation", "archive", "times", "purgeAge", "purgeCount", "pattern"}) {
-            QVERIFY_EXCEPTION_THROWN(properties.set(refused, "tue,3:99"), Poco::Exception);
+            QVERIFY_THROWS_EXCEPTION(Poco::Exception, properties.set(refused, "tue,3:99"));
             QVERIFY2(properties.settings() == before.settings(), refused);
             for (const std::string& name : names)
                 QCOMPARE(properties.get(name), before.get(name));

@@ -148,9 +148,9 @@ private Q_SLOTS:
             QCOMPARE(fresh.getProperty(name), stock.getProperty(name));
         configure(ours, "%p", "local");
         for (const char* names : {"", "a,b,c,d,e,f,g", "a,b,c,d,e,f,g,h,"})
-            QVERIFY_EXCEPTION_THROWN(ours.setProperty("priorityNames", names), Poco::SyntaxException);
-        QVERIFY_EXCEPTION_THROWN(ours.setProperty("Pattern", "x"), Poco::PropertyNotSupportedException);
-        QVERIFY_EXCEPTION_THROWN(ours.getProperty("Pattern"), Poco::PropertyNotSupportedException);
+            QVERIFY_THROWS_EXCEPTION(Poco::SyntaxException, ours.setProperty("priorityNames", names));
+        QVERIFY_THROWS_EXCEPTION(Poco::PropertyNotSupportedException, ours.setProperty("Pattern", "x"));
+        QVERIFY_THROWS_EXCEPTION(Poco::PropertyNotSupportedException, ours.getProperty("Pattern"));
         QCOMPARE(ours.getProperty("priorityNames"), std::string("fatal,panic,error,warn,notice,info,debug,trace"));
         QCOMPARE(format(ours, message(0)), std::string("line: info"));
     }
