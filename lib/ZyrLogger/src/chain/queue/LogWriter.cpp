@@ -170,7 +170,8 @@ void LogWriter::start(Lock& lock)
         return;
     }
     running = false;
-    if (!fail(std::strerror(error)))
+    fail(std::strerror(error));
+    if (!isToBeTold())
         return;
     const std::string path = settings.path;
     lock.unlock();

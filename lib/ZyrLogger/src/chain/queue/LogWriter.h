@@ -109,7 +109,8 @@ private:
     void writeLines(Lock& lock);
     void writeLoss(Lock& lock);
     void settle(const std::error_code& error, Lock& lock);
-    bool fail(std::string reason);
+    void fail(std::string reason);
+    bool isToBeTold();
     void rest(Lock& lock, std::optional<Clock::time_point> until);
     bool hasWork() const { return !queue.isEmpty() || lost > 0; }
     bool mayRest() const;
@@ -147,7 +148,8 @@ private:
     Clock::time_point retryAt;
     std::chrono::milliseconds backoff{0};
     std::optional<Clock::time_point> fullSince; ///< in the present failure
-    std::optional<Clock::time_point> reported;
+    bool told = false;                          ///< the present failure
+    std::optional<Clock::time_point> reported;  ///< any
 
     std::uint64_t lost = 0;
     std::string lossReason;

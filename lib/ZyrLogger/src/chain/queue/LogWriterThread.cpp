@@ -169,14 +169,15 @@ void LogWriter::settle(const std::error_code& error, Lock& lock)
     const auto now = Clock::now();
     bool report = false;
     if (!error) {
-        failing = false;
+        failing = told = false;
         backoff = 0ms;
         fullSince.reset();
         if (lost > 0 && !lossAfter)
             lossAfter = pushed;
     } else {
+        fail(error.message());
         // A pipe that is full has a slow reader, which is no trouble to tell of.
-        report = fail(error.message()) && error != std::errc::resource_unavailable_try_again;
+        report = error != std::errc::resource_unavailable_try_again && isToBeTold();
         lossAfter.reset(); // first what is held now
         backoff = std::clamp(backoff * 2, std::chrono::milliseconds(shortestBackoff), longestBackoff);
         retryAt = now + backoff;
@@ -193,15 +194,19 @@ void LogWriter::settle(const std::error_code& error, Lock& lock)
     lock.lock();
 }
 
-/// Returns whether it is to be told: the first time after some quiet.
-bool LogWriter::fail(std::string reason)
+void LogWriter::fail(std::string reason)
 {
-    const auto now = Clock::now();
-    const bool first = !failing && (!reported || now - *reported > quietTime);
     failing = true;
     failure = std::move(reason);
+}
+
+/// Once in each failure, and not when there was one only just now.
+bool LogWriter::isToBeTold()
+{
+    const auto now = Clock::now();
+    const bool quiet = !reported || now - *reported > quietTime;
     reported = now;
-    return first;
+    return !std::exchange(told, true) && quiet;
 }
 
 bool LogWriter::mayRest() const
