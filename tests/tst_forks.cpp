@@ -33,6 +33,7 @@ std::atomic<bool> inHungWrite = false;
 std::atomic<int> forked = 0;
 bool right = true;                     // what only the scenario itself sees
 const auto lastToGo = qScopeGuard([] { // made before the main logger; a leak checker is no concern of the library
+    std::fflush(nullptr);
     if (isSanitized)
         _exit(right ? 0 : 1);
 });
