@@ -23,23 +23,19 @@ const bool full = qEnvironmentVariableIsSet("ZYR_ROTATION_FULL");
 /// For a process of its own: the scenario, the writer's name, how many records each thread writes, of which length.
 QStringList words;
 
-void say(const QString& text)
+/// The text of a record: who wrote it, its number, a filling and its length.
+QByteArray recordText(const QByteArray& writer, int number, qsizetype length)
 {
-    Zyr::Logger::instance().out(Zyr::Info, text).endl();
-}
-
-/// The text of a record: who wrote it, its number, and a filling that ends in a mark.
-QByteArray recordText(const QByteArray& writer, int number, int length)
-{
-    return (writer + ' ' + QByteArray::number(number) + ' ').leftJustified(length - 1, 'x') + '|';
+    const QByteArray end = QByteArray::number(length);
+    return (writer + ' ' + QByteArray::number(number) + ' ').leftJustified(length - end.size(), 'x') + end;
 }
 
 void count(char thread, int from, int to)
 {
     const QByteArray writer = words[2].toLatin1() + thread;
-    const int length = words[4].toInt();
+    const int length = words.value(4, u"197"_s).toInt();
     for (int i = from; i < to; ++i)
-        say(QString::fromLatin1(recordText(writer, i, length)));
+        Zyr::Logger::instance().out(Zyr::Info, QString::fromLatin1(recordText(writer, i, length))).endl();
 }
 
 void countOnTwoThreads(int from, int to)
@@ -47,11 +43,6 @@ void countOnTwoThreads(int from, int to)
     std::thread other(count, 'b', from, to);
     count('a', from, to);
     other.join();
-}
-
-void touch(const char* file)
-{
-    std::ofstream stream(file);
 }
 
 void waitFor(const char* file)
@@ -83,10 +74,10 @@ public Q_SLOTS:
     void writesFirst()
     {
         countOnTwoThreads(0, 1);
-        touch("first");
+        std::ofstream("first");
         waitFor("second");
         countOnTwoThreads(1, words[3].toInt());
-        if (words.value(5) == "killed"_L1)
+        if (words.last() == "killed"_L1)
             std::raise(SIGKILL);
     }
 
@@ -94,57 +85,53 @@ public Q_SLOTS:
     {
         waitFor("first");
         countOnTwoThreads(0, 1);
-        touch("second");
-        const int records = words[3].toInt();
-        countOnTwoThreads(1, records / 3);
+        std::ofstream("second");
+        countOnTwoThreads(1, words[3].toInt() / 2);
         for (int i = 0; !QFile::exists(u"gone"_s); ++i) { // so that it does not have to open the file that is left
             count('c', i, i + 1);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
-        countOnTwoThreads(records / 3, records);
+        countOnTwoThreads(words[3].toInt() / 2, words[3].toInt());
     }
 
     void isKilled()
     {
         countOnTwoThreads(0, 1);
         std::thread([] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(words[5].toInt()));
+            std::this_thread::sleep_for(std::chrono::milliseconds(words[3].toInt()));
             std::raise(SIGKILL);
         }).detach();
         countOnTwoThreads(1, INT_MAX);
     }
 
+    // Until its worker thread has slept for a second.
     void isIdle()
     {
-        using namespace std::chrono_literals;
         count('a', 0, 5);
-        std::this_thread::sleep_for(full ? 2s : 500ms);
-        const long before = sleeps();
-        std::this_thread::sleep_for(full ? 3s : 1s);
-        std::ofstream("awake") << (before < 0 ? before : sleeps() - before);
+        for (long before = -1; before < 0 || before != sleeps();) {
+            before = sleeps();
+            std::this_thread::sleep_for(std::chrono::seconds(full ? 3 : 1));
+        }
         std::raise(SIGKILL);
     }
 
     void reloads()
     {
         std::atomic<bool> enough = false;
-        const auto log = [&](char thread) {
-            int i = 0;
-            for (; !enough; ++i) {
-                count(thread, i, i + 1);
+        const auto log = [&](char thread, int& next) {
+            for (; !enough; ++next) {
+                count(thread, next, next + 1);
                 std::this_thread::sleep_for(std::chrono::microseconds(20));
             }
-            std::ofstream(std::string("counted.") + thread) << "1" << thread << ":0-" << i - 1;
         };
-        std::thread first(log, 'a'), second(log, 'b');
-        const int loads = words[3].toInt();
-        const int loadsPerMove = words[5].toInt();
+        int counted[] = {0, 0};
+        std::thread first(log, 'a', std::ref(counted[0])), second(log, 'b', std::ref(counted[1]));
         QSettings settings(u"Quadel_Log.ini"_s, QSettings::IniFormat);
-        for (int i = 1; i <= loads; ++i) {
+        for (int i = 1; i <= words[3].toInt(); ++i) {
             Zyr::Logger::instance().createLoggerBySettings(settings);
-            if (i % loadsPerMove != 0)
+            if (i % 75 != 0)
                 continue;
-            const QString path = u"log/moved.%1"_s.arg(i / loadsPerMove);
+            const QString path = u"log/moved.%1"_s.arg(i / 75);
             Zyr::Logger::instance().setLogFilePath(path);
             while (QFileInfo(path).size() == 0)
                 std::this_thread::yield();
@@ -152,16 +139,7 @@ public Q_SLOTS:
         enough = true;
         first.join();
         second.join();
-    }
-
-    // Between the lines of the last one the queue, of 64 K, is full.
-    void writesLargeRecords()
-    {
-        for (int i = 0; i < words[3].toInt(); ++i) {
-            say(u"%1\n."_s.arg(i));
-            say(QString(100'000, u'y'));
-            say(QString(300'000, u'z'));
-        }
+        std::ofstream("expected") << "1a:0-" << counted[0] - 1 << " 1b:0-" << counted[1] - 1;
     }
 
     void opensAgain()
@@ -182,91 +160,99 @@ public Q_SLOTS:
     }
 };
 
-/// Runs a shell's script in `place` with log files in its directory "log"; `run` there starts a scenario.
-void shell(const TestPlace& place, const QString& script)
+struct Row
 {
-    const QString prelude = u"cd '%1'; export QUADEL_CURRENT_LOG_LOCATION=$PWD/log; mkdir -p log; "
-                            "run() { timeout %3 $ZYR_TEST_EMULATOR '%2' \"$@\" 2>>error; }; exec 2>>shell;\n"_s;
-    std::system(qPrintable(prelude.arg(place.path({}), QCoreApplication::applicationFilePath()).arg(full ? 1000 : 60) +
-                           script));
-}
-
-/// What there is of the records of all writers, in the archives and the log from the oldest one on.
-struct Found
-{
-    std::map<QByteArray, std::vector<int>> numbers; ///< of each writer
-    QByteArrayList cutLines;                        ///< which are no records
-    QStringList faults;
-    QStringList names; ///< of all files
-
-    /// Like "1a:0-499 1b:0-499": all numbers, sorted.
-    QByteArray sequences() const
-    {
-        QByteArray result;
-        for (auto [writer, all] : numbers) {
-            std::sort(all.begin(), all.end());
-            result += (result.isEmpty() ? "" : " ") + writer + ':';
-            for (std::size_t i = 0, begin = 0; i < all.size(); ++i) {
-                if (i + 1 < all.size() && all[i + 1] == all[i] + 1)
-                    continue;
-                result += (begin > 0 ? "," : "") + QByteArray::number(all[begin]) + '-' + QByteArray::number(all[i]);
-                begin = i + 1;
-            }
-        }
-        return result;
-    }
+    const char* name;
+    const char* keys;     // beside those that every row has
+    const char* script;   // ends with status 0; `run` starts a scenario
+    int number;           // $N there; 0 when it is the files that are expected, and how their lines begin
+    const char* expected; // else an expression for the numbers of each writer's records, $L being the last one of $N
+    int cutLines = 0;     // at most
+    const char* errors = "";
 };
 
-/// The names, when they are not those of the log and of archives of one kind without a gap between their numbers.
-QStringList oddNames(QStringList names, bool timestamped)
+#define SHARED "log file '[^']*': .*"
+#define ROTATES "run writes 1 $N; [ $(ls log | wc -l) -gt $((N / 2650)) ]"
+#define BOTH(of) "{ run writesFirst 1 $N " of " $end; touch gone; } & run writesSecond 2 $N " of "; wait; "
+#define DOES_NOT_GROW "[ $(stat -c %s log/Quadel.log) -lt 600000 ]"
+#define KILLS "for k in $(seq 10 $((N + 9))); do run isKilled k$k $(shuf -i 20-300 -n 1); run writes r$k 50; done"
+#define KILLED_AND_WHOLE "(k\\d\\d[ab]:0-\\d+ )*(r\\d\\da:0-49 r\\d\\db:0-49 ?){$N}"
+
+const int kills = full ? 10 : 3;
+const int records = full ? 500'000 : 30'000;
+
+const Row rows[] = {
+    // A record that is lost or doubled where the file changes; archives that overtake each other; an archive or a
+    // temporary file that is forgotten; a hole in the numbers.
+    {"rotates number", "rotation=1 M", ROTATES, records, "1a:0-$L 1b:0-$L"},
+    {"rotates timestamp", "rotation=1 M\narchive=timestamp", ROTATES, records, "1a:0-$L 1b:0-$L"},
+    // Other archives kept than the newest ones, or not that many.
+    {"keeps the newest", "rotation=200 K\npurgeCount=10", "run writes 1 $N; [ $(ls log | wc -l) = 11 ]", records,
+     "(1[ab]:\\d+-$L ?)+"},
+    // A line that is written to an archive while that is compressed, or between the halves of another one; a file that
+    // grows for ever when the process that rotated it is gone; a report for each rotation.
+    {"two, one ends", "rotation=300 K\narchive=timestamp", BOTH("197") DOES_NOT_GROW, records / 2,
+     "1a:0-$L 1b:0-$L 2a:0-$L 2b:0-$L 2c:0-\\d+", 0, SHARED},
+    // What was still queued is gone, and one line may be cut off.
+    {"two, one is killed", "rotation=300 K", "end=killed; " BOTH("197") DOES_NOT_GROW, records / 2,
+     "1a:0-\\d+ 1b:0-\\d+ 2a:0-$L 2b:0-$L 2c:0-\\d+", 1, SHARED},
+    // A record that is torn where the queue or a write is full; one longer than the queue, which waits for ever.
+    {"two with long records", "rotation=10 M\nqueueSize=64 K", BOTH("300000"), full ? 200 : 40,
+     "1a:0-$L 1b:0-$L 2a:0-$L 2b:0-$L 2c:0-\\d+", 0, SHARED},
+    // A log that is left under its hidden name, an archive that is overwritten because its numbers have a hole, a
+    // gzipped file that is not whole, a cut off line that the next one continues, files of steps that were not ended.
+    {"kills number", "rotation=100 K", KILLS, kills, KILLED_AND_WHOLE, kills},
+    {"kills timestamp", "rotation=100 K\narchive=timestamp", KILLS, kills, KILLED_AND_WHOLE, kills},
+    // Records that wait for more of them, a worker thread that wakes up although nothing is to be done.
+    {"idle, never", "rotation=never\nflush=false", "run isIdle 1 0; [ $? = 137 ]", 5, "1a:0-$L"},
+    {"idle, interval", "rotation=1 seconds\nflush=true", "run isIdle 1 0; [ $? = 137 ] && rm log/.Quadel.log.since", 5,
+     "1a:0-$L"},
+    // A line that is lost, doubled or goes to an archive when files are opened and rotated at the same time.
+    {"reloads", "rotation=20 K", "run reloads 1 $N; [ $(ls log | grep -c '^moved.[0-9]*$') = $((N / 75)) ]",
+     full ? 15'000 : 750, nullptr},
+    // Archives kept by the times of files, which a wrong clock gave them; a name or a directory that is like that
+    // of an archive and goes, or stops purging.
+    {"wrong times", "compress=false\nrotateOnOpen=true\npurgeCount=3",
+     "for i in 0 1 2 3; do echo $i >log/Quadel.log.$i; done; mkdir log/Quadel.log.old; touch log/Quadel.log.conf;"
+     "touch -d 2099-01-01 log/Quadel.log.3; touch -d 1980-01-01 log/Quadel.log.0; echo L >log/Quadel.log;"
+     "run writes 1 1",
+     0, "Quadel.log:{1 Quadel.log.conf: Quadel.log.old: Quadel.log.0:L Quadel.log.1:0 Quadel.log.2:1"},
+    // What a killed process was just moving away or compressing, left under its hidden name.
+    {"left-overs", "compress=false", "for i in next gz-part; do echo $i >log/.Quadel.log.$i; done; run writes 1 1", 0,
+     "Quadel.log:{1 Quadel.log.0:ne"},
+    // A rotation whenever a record opens the file again; none at a load or a call that sets the path.
+    {"opened again", "compress=false\nrotateOnOpen=true", "run opensAgain 1 0", 0,
+     "Quadel.log:{1 Quadel.log.0:{1 Quadel.log.1:{1,{<"},
+    // An interval that begins anew at each start of the program, or that is kept as a line of the log.
+    {"interval", "compress=false\nrotation=1 hours",
+     "run writes 1 1; run writes 2 1; since=log/.Quadel.log.since; echo $(($(cat $since) - 3600)) >$since;"
+     "run writes 3 1; rm $since",
+     0, "Quadel.log:{3 Quadel.log.0:{1,{2"},
+    // A time of day that was missed while the program did not run.
+    {"time of day", "compress=false\nrotation=12:00",
+     "echo L >log/Quadel.log; touch -d '2 days ago' log/*; run writes 1 1", 0, "Quadel.log:{1 Quadel.log.0:L"},
+};
+
+/// Like "1a:0-499 1b:0-499": all numbers of each writer, which become sorted.
+QString sequences(std::map<QByteArray, std::vector<int>>& numbers)
 {
-    const QRegularExpression odd(timestamped ? u"^(?!Quadel\\.log(\\.\\d{17}(\\.gz)?)?$)"_s
-                                             : u"^(?!Quadel\\.log(\\.\\d{1,9}(\\.gz)?)?$)"_s);
-    for (qsizetype i = 0; !timestamped && i + 1 < names.size(); ++i) {
-        const QString name = u"Quadel.log.%1"_s.arg(i);
-        if (names.contains(name) == names.contains(name + u".gz"_s))
-            return names;
+    QByteArrayList result;
+    for (auto& [writer, all] : numbers) {
+        std::sort(all.begin(), all.end());
+        result += writer + ':';
+        for (std::size_t i = 0, begin = 0; i < all.size(); ++i) {
+            if (i + 1 < all.size() && all[i + 1] == all[i] + 1)
+                continue;
+            result.back() += (begin > 0 ? "," : "") + QByteArray::number(all[begin]) + '-' + QByteArray::number(all[i]);
+            begin = i + 1;
+        }
     }
-    return names.filter(odd);
+    return QString::fromLatin1(result.join(' '));
 }
 
-Found find(const TestPlace& place, bool timestamped, int length)
+bool matches(const QString& text, const QString& expression)
 {
-    shell(place, u"cd log; for f in *.gz; do [ ! -e $f ] || gzip -t $f || touch ../damaged; done; "
-                 "{ gzip -dcf $(ls -v%1 Quadel.log.[0-9]*) moved.*; cat Quadel.log; } >../all"_s.arg(
-                     timestamped ? u""_s : u"r"_s));
-    Found found;
-    std::ifstream lines(QFile::encodeName(place.path(u"all"_s)).toStdString());
-    for (std::string line; std::getline(lines, line);) {
-        const QByteArray bytes = QByteArray::fromStdString(line);
-        const QByteArrayList parts = bytes.left(bytes.lastIndexOf(' ')).mid(1).split(' ');
-        const int number = parts.size() == 2 ? parts[1].toInt() : -1;
-        if (number >= 0 && bytes == '{' + recordText(parts[0], number, length) + '}')
-            found.numbers[parts[0]].push_back(number);
-        else
-            found.cutLines += bytes;
-    }
-    for (const auto& [writer, numbers] : found.numbers) {
-        if (!std::is_sorted(numbers.begin(), numbers.end()))
-            found.faults += u"disordered"_s;
-    }
-    const auto all = QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot;
-    found.names = QDir(place.path(u"log"_s)).entryList(all, QDir::Name);
-    found.faults += oddNames(found.names.filter(QRegularExpression(u"^(?!moved)"_s)), timestamped);
-    if (QFile::exists(place.path(u"damaged"_s)))
-        found.faults += u"damaged"_s;
-    return found;
-}
-
-QByteArray settings(const QByteArray& keys)
-{
-    return settingsFile({}, "pattern={%t}\ncompress=true\npurgeAge=none\npurgeCount=1000000\n" + keys);
-}
-
-QByteArray sequences(const QByteArray& writer, int records)
-{
-    const QByteArray numbers = ":0-" + QByteArray::number(records - 1);
-    return writer + 'a' + numbers + ' ' + writer + 'b' + numbers;
+    return QRegularExpression(QRegularExpression::anchoredPattern(expression)).match(text).hasMatch();
 }
 
 } // namespace
@@ -274,223 +260,99 @@ QByteArray sequences(const QByteArray& writer, int records)
 class TestRotation : public QObject
 {
     Q_OBJECT
+    const TestPlace place;
 
-    const int records = full ? 1'000'000 : 60'000; // of all writers together, of 200 bytes
-
-    static void archiveKinds()
+    QString path(const Row& row, const char* file) const
     {
-        QTest::addColumn<bool>("timestamped");
-        QTest::addColumn<QByteArray>("keys");
-        QTest::newRow("number") << false << QByteArray("archive=number\n");
-        QTest::newRow("timestamp") << true << QByteArray("archive=timestamp\n");
+        return QString::fromLatin1(row.name) + u'/' + QString::fromLatin1(file);
+    }
+
+    /// Runs a script among a row's log files.
+    int shell(const Row& row, const QString& script) const
+    {
+        return std::system(qPrintable(u"cd '%1'; exec 2>../looked; "_s.arg(place.path(path(row, "log"))) + script));
+    }
+
+    static void addRows(bool ofFiles)
+    {
+        QTest::addColumn<const Row*>("row");
+        for (const Row& row : rows) {
+            if ((row.number == 0) == ofFiles)
+                QTest::newRow(row.name) << &row;
+        }
     }
 
 private Q_SLOTS:
-    // A record that is lost or doubled where the file changes; archives that overtake each other; an archive or a
-    // temporary file that is forgotten; a hole in the numbers.
-    void rotates_data() { archiveKinds(); }
-    void rotates()
+    // All at a time, since they wait most of it.
+    void initTestCase()
     {
-        QFETCH(const bool, timestamped);
-        QFETCH(const QByteArray, keys);
-        const TestPlace place;
-        place.write(u"Quadel_Log.ini"_s, settings("rotation=1 M\n" + keys));
-        shell(place, u"run writes 1 %1 197"_s.arg(records / 2));
-        const Found found = find(place, timestamped, 197);
-        QCOMPARE(found.sequences(), sequences("1", records / 2));
-        QCOMPARE(found.cutLines, QByteArrayList());
-        QCOMPARE(found.faults.join(u' '), QString());
-        QVERIFY(found.names.size() > records / 5300);
-        QCOMPARE(place.read(u"error"_s), QByteArray());
-    }
-
-    // Other archives kept than the newest ones, or not that many.
-    void keepsTheNewest_data() { archiveKinds(); }
-    void keepsTheNewest()
-    {
-        QFETCH(const bool, timestamped);
-        QFETCH(const QByteArray, keys);
-        const TestPlace place;
-        place.write(u"Quadel_Log.ini"_s, settings("rotation=200 K\npurgeCount=10\n" + keys));
-        shell(place, u"run writes 1 %1 197"_s.arg(records / 2));
-        const Found found = find(place, timestamped, 197);
-        QCOMPARE(found.names.size(), 11);
-        QCOMPARE((found.faults + place.lines(u"error"_s)).join(u'\n'), QString());
-        QCOMPARE(found.cutLines, QByteArrayList());
-        for (const auto& [writer, numbers] : found.numbers) {
-            QCOMPARE(numbers.back(), records / 2 - 1);
-            QCOMPARE(numbers.back() - numbers.front() + 1, int(numbers.size()));
+        const QByteArray keys = "pattern={%t}\ncompress=true\npurgeAge=none\npurgeCount=1000000\n";
+        const QString run =
+            u"(cd '%1'; export QUADEL_CURRENT_LOG_LOCATION=$PWD/log QUADEL_CURRENT_CONFIG_LOCATION=$PWD;"
+            "run() { timeout %2 $ZYR_TEST_EMULATOR '%3' \"$@\" 2>>error; };"
+            "exec 2>shell; N=%4; %5\necho $? >status) &\n"_s;
+        QString script;
+        for (const Row& row : rows) {
+            QDir().mkpath(place.path(path(row, "log")));
+            place.write(path(row, "Quadel_Log.ini"), settingsFile({}, keys + row.keys));
+            script += run.arg(place.path(path(row, "")))
+                          .arg(full ? 3000 : 60)
+                          .arg(QCoreApplication::applicationFilePath())
+                          .arg(row.number)
+                          .arg(QString::fromLatin1(row.script));
         }
+        QCOMPARE(std::system(qPrintable(script + u"wait"_s)), 0);
     }
 
-    // A line that is written to an archive while that is compressed, or between the halves of another one; a file that
-    // grows for ever when the process that rotated it is gone; a report for each rotation.
-    void twoProcesses_data()
+    void records_data() { addRows(false); }
+    void records()
     {
-        QTest::addColumn<bool>("timestamped");
-        QTest::addColumn<QByteArray>("keys");
-        QTest::addColumn<QString>("end");
-        QTest::addColumn<int>("length");
-        for (const bool stamps : {false, true}) {
-            const QByteArray keys = stamps ? "rotation=300 K\narchive=timestamp" : "rotation=300 K";
-            if (full || stamps)
-                QTest::addRow("the first ends, %d", stamps) << stamps << keys << u""_s << 197;
-            if (full || !stamps)
-                QTest::addRow("the first is killed, %d", stamps) << stamps << keys << u"killed"_s << 197;
+        QFETCH(const Row* const, row);
+        const bool timestamped = QByteArray(row->keys).contains("timestamp");
+        const QString look = u"{ gzip -dcf $(ls -v%1 Quadel.log.[0-9]*) moved.*; cat Quadel.log; } >../all; "
+                             "grep -v Killed ../error >../errors; " // the shell tells that
+                             "ls -A | grep -v ^moved | sed 's/[.]gz$//' | sort -V >../names; "
+                             "! ls | grep -q gz$ || gzip -t *.gz"_s;
+        QCOMPARE(shell(*row, look.arg(timestamped ? u""_s : u"r"_s)), 0);
+
+        std::map<QByteArray, std::vector<int>> numbers; // of each writer
+        QByteArrayList cutLines;
+        std::ifstream lines(QFile::encodeName(place.path(path(*row, "all"))).toStdString());
+        for (std::string line; std::getline(lines, line);) {
+            const QByteArray bytes = QByteArray::fromStdString(line);
+            const QByteArrayList parts = bytes.left(bytes.lastIndexOf(' ')).mid(1).split(' ');
+            const int number = parts.size() == 2 ? parts[1].toInt() : -1;
+            if (number >= 0 && bytes == '{' + recordText(parts[0], number, bytes.size() - 2) + '}')
+                numbers[parts[0]].push_back(number);
+            else
+                cutLines += bytes;
         }
-        QTest::newRow("long records") << false << QByteArray("rotation=20 M") << u""_s << 300'000;
-    }
-    void twoProcesses()
-    {
-        QFETCH(const bool, timestamped);
-        QFETCH(const QByteArray, keys);
-        QFETCH(const QString, end);
-        QFETCH(const int, length);
-        const int unit = length > 1000 ? records / 1000 : records / 8;
-        const TestPlace place;
-        place.write(u"Quadel_Log.ini"_s, settings(keys));
-        shell(place, u"{ run writesFirst 1 %1 %3 %4; touch gone; } & run writesSecond 2 %2 %3; wait"_s.arg(unit)
-                         .arg(3 * unit)
-                         .arg(length)
-                         .arg(end));
-        Found found = find(place, timestamped, length);
-        QByteArrayList uncounted = {"2c"};
-        QByteArray ofFirst = sequences("1", unit) + ' ';
-        if (!end.isEmpty()) { // what was still queued is gone, and one line may be cut off
-            QVERIFY(found.cutLines.size() <= 1);
-            found.cutLines.clear();
-            ofFirst.clear();
-            uncounted << "1a"
-                      << "1b";
+        for (const auto& [writer, all] : numbers)
+            QVERIFY2(!row->expected || std::is_sorted(all.begin(), all.end()), writer.constData()); // or by other files
+        const QString found = sequences(numbers);
+        QString expected =
+            row->expected ? QString::fromLatin1(row->expected) : place.lines(path(*row, "expected")).at(0);
+        expected.replace(u"$N"_s, QString::number(row->number)).replace(u"$L"_s, QString::number(row->number - 1));
+        QVERIFY2(matches(found, expected), qPrintable(found));
+        QVERIFY2(cutLines.size() <= row->cutLines, cutLines.join('\n').left(1000).constData());
+        const QStringList names = place.lines(path(*row, "names")); // a hole or a pair of equal ones moves the others
+        for (qsizetype i = 0; i < names.size(); ++i) {
+            const QString suffix = timestamped ? u"\\.\\d{17}"_s : u"\\.%1"_s.arg(i - 1);
+            QVERIFY2(matches(names[i], u"Quadel\\.log"_s + (i > 0 ? suffix : u""_s)), qPrintable(names.join(u' ')));
         }
-        for (const QByteArray& writer : uncounted) {
-            const std::vector<int> numbers = found.numbers[writer];
-            QVERIFY(!numbers.empty() && numbers.back() + 1 == int(numbers.size()));
-            found.numbers.erase(writer);
-        }
-        QCOMPARE(found.sequences(), ofFirst + sequences("2", 3 * unit));
-        QCOMPARE(found.cutLines.size(), 0);
-        QCOMPARE(found.faults.join(u' '), QString());
-        QVERIFY(length > 1000 || QFileInfo(place.path(u"log/Quadel.log"_s)).size() < 600'000);
-        QCOMPARE(place.lines(u"error"_s).filter(u"log file"_s).size(), 1); // the shell tells that one was killed
+        const QString errors = place.lines(path(*row, "errors")).join(u'\n');
+        QVERIFY2(matches(errors, QString::fromLatin1(row->errors)), qPrintable(errors));
+        QCOMPARE(place.read(path(*row, "status")), "0\n");
     }
 
-    // A log that is left under its hidden name, an archive that is overwritten because its numbers have a hole, a
-    // gzipped file that is not whole, a cut off line that the next one continues, files of steps that were not ended.
-    void survivesKills_data() { archiveKinds(); }
-    void survivesKills()
-    {
-        QFETCH(const bool, timestamped);
-        QFETCH(const QByteArray, keys);
-        const TestPlace place;
-        place.write(u"Quadel_Log.ini"_s, settings("rotation=100 K\n" + keys));
-        const int kills = full ? 10 : 2;
-        QByteArrayList whole;
-        for (int kill = 10; kill < 10 + kills; ++kill) {
-            shell(place, u"run isKilled k%1 0 197 %2"_s.arg(kill).arg(QRandomGenerator::global()->bounded(20, 300)));
-            shell(place, u"run writes r%1 50 197"_s.arg(kill));
-            whole += sequences("r" + QByteArray::number(kill), 50);
-            QCOMPARE(find(place, timestamped, 197).faults, QStringList());
-        }
-        Found found = find(place, timestamped, 197);
-        QVERIFY2(found.cutLines.size() <= kills, found.cutLines.join('\n').constData());
-        for (auto writer = found.numbers.begin(); writer != found.numbers.end();) {
-            QVERIFY2(writer->second.back() + 1 == int(writer->second.size()), writer->first.constData());
-            writer = writer->first.startsWith('k') ? found.numbers.erase(writer) : std::next(writer);
-        }
-        QCOMPARE(found.sequences(), whole.join(' '));
-    }
-
-    // Records that wait for more of them, a worker thread that wakes up although nothing is to be done.
-    void isIdle_data()
-    {
-        QTest::addColumn<QByteArray>("keys");
-        QTest::newRow("never") << QByteArray("rotation=never\nflush=false");
-        QTest::newRow("interval") << QByteArray("rotation=1 seconds\nflush=true");
-    }
-    void isIdle()
-    {
-        QFETCH(const QByteArray, keys);
-        const TestPlace place;
-        place.write(u"Quadel_Log.ini"_s, settings(keys));
-        shell(place, u"run isIdle 1 0 197"_s);
-        QCOMPARE(find(place, false, 197).sequences(), QByteArray("1a:0-4"));
-        QCOMPARE(place.read(u"awake"_s), QByteArray("0"));
-    }
-
-    // A line that is lost, doubled or goes to an archive when files are opened and rotated at the same time.
-    void reloads()
-    {
-        const TestPlace place;
-        place.write(u"Quadel_Log.ini"_s, settings("rotation=20 K"));
-        shell(place, u"run reloads 1 %1 197 %2"_s.arg(full ? 15'000 : 500).arg(full ? 75 : 25));
-        Found found = find(place, false, 197);
-        QCOMPARE(found.sequences(), place.read(u"counted.a"_s) + ' ' + place.read(u"counted.b"_s));
-        QCOMPARE(found.cutLines, QByteArrayList());
-        found.faults.removeAll(u"disordered"_s); // over several files
-        QCOMPARE((found.faults + place.lines(u"error"_s)).join(u'\n'), QString());
-        QCOMPARE(found.names.filter(QRegularExpression(u"^moved\\.\\d+$"_s)).size(), full ? 200 : 20);
-    }
-
-    // A record that is torn where the queue or a write is full, one that is longer than the queue and waits for ever.
-    void keepsLargeRecords()
-    {
-        const TestPlace place;
-        place.write(u"Quadel_Log.ini"_s, settingsFile({}, "pattern=%t\nqueueSize=64 K\n"));
-        const int rounds = full ? 1000 : 50;
-        shell(place, u"run writesLargeRecords 1 %1 0"_s.arg(rounds));
-        QByteArray expected;
-        for (int i = 0; i < rounds; ++i)
-            expected +=
-                QByteArray::number(i) + " .\n" + QByteArray(100'000, 'y') + '\n' + QByteArray(300'000, 'z') + '\n';
-        QVERIFY(place.read(u"log/Quadel.log"_s) == expected);
-    }
-
-    void files_data()
-    {
-        QTest::addColumn<QByteArray>("keys");
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<QByteArray>("files"); // and how their lines begin
-        const auto row = [](const char* name, const char* keys, const char* script, const char* files) {
-            QTest::newRow(name) << QByteArray(keys) << QString::fromLatin1(script) << QByteArray(files);
-        };
-        // Archives kept by the times of files, which a wrong clock gave them; a name or a directory that is like that
-        // of an archive and goes, or stops purging.
-        row("wrong times", "rotateOnOpen=true\npurgeCount=3",
-            "for i in 0 1 2 3; do echo $i >log/Quadel.log.$i; done; mkdir log/Quadel.log.old; touch "
-            "log/Quadel.log.conf;"
-            "touch -d 2099-01-01 log/Quadel.log.3; touch -d 1980-01-01 log/Quadel.log.0; echo L >log/Quadel.log; run "
-            "writes 1 1 "
-            "197",
-            "Quadel.log:{1 Quadel.log.conf: Quadel.log.old: Quadel.log.0:L Quadel.log.1:0 Quadel.log.2:1");
-        // The log that a killed process was just moving away, left under its hidden name; what it was just compressing.
-        row("left-overs", "", "for i in next gz-part; do echo $i >log/.Quadel.log.$i; done; run writes 1 1 197",
-            "Quadel.log:{1 Quadel.log.0:ne");
-        // A new archive that is taken for the oldest one.
-        row("stamps ahead", "rotateOnOpen=true\npurgeCount=2\narchive=timestamp",
-            "for i in 2098 1999 2099; do echo $i >log/Quadel.log.${i}1231235959999; done; echo L >log/Quadel.log;"
-            "run writes 1 1 197",
-            "Quadel.log:{1 Quadel.log.20991231235959999:20 Quadel.log.21000101000000000:L");
-        // A rotation whenever a record opens the file again; none at a load or a call that sets the path.
-        row("opened again", "rotateOnOpen=true", "run opensAgain 1 0 197",
-            "Quadel.log:{1 Quadel.log.0:{1 Quadel.log.1:{1,{<");
-        // An interval that begins anew at each start of the program, or that is kept as a line of the log.
-        row("interval", "rotation=3 seconds",
-            "for i in 1 2 3; do run writes $i 1 197; [ $i != 2 ] || sleep 3; done; rm log/.Quadel.log.since",
-            "Quadel.log:{3 Quadel.log.0:{1,{2");
-        // A time of day that was missed while the program did not run.
-        row("time of day", "rotation=12:00", "echo L >log/Quadel.log; touch -d '2 days ago' log/*; run writes 1 1 197",
-            "Quadel.log:{1 Quadel.log.0:L");
-    }
+    void files_data() { addRows(true); }
     void files()
     {
-        QFETCH(const QByteArray, keys);
-        QFETCH(const QString, script);
-        const TestPlace place;
-        place.write(u"Quadel_Log.ini"_s, settings("rotation=never\ncompress=false\n" + keys));
-        shell(place, u"( %1 )\nfor f in $(ls -vA log); do echo $f:$(cut -c1-2 log/$f | sort -u | paste -sd,); done | "
-                     "paste -sd' ' >files"_s.arg(script));
-        QTEST(place.read(u"files"_s).trimmed(), "files");
+        QFETCH(const Row* const, row);
+        QCOMPARE(shell(*row, u"for f in $(ls -vA); do echo $f:$(cut -c1-2 $f | sort -u | paste -sd,); done | "
+                             "paste -sd' ' >../files"_s),
+                 0);
+        QCOMPARE(place.read(path(*row, "files")).trimmed(), QByteArray(row->expected));
     }
 };
 
@@ -498,7 +360,7 @@ int main(int count, char* arguments[])
 {
     for (int i = 0; i < count; ++i)
         words += QString::fromLocal8Bit(arguments[i]);
-    if (Scenarios scenarios; count > 4 && QMetaObject::invokeMethod(&scenarios, arguments[1]))
+    if (Scenarios scenarios; count > 3 && QMetaObject::invokeMethod(&scenarios, arguments[1]))
         return 0;
     const QCoreApplication application(count, arguments);
     TestRotation test;
