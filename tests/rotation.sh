@@ -3,7 +3,7 @@
 #
 #   rotation.sh <build directory> [<test function>...]
 #
-# Takes minutes and a few hundred megabytes below TMPDIR.
+# Takes about a minute and a few hundred megabytes below TMPDIR.
 set -eu
 
 build=$1

@@ -87,10 +87,11 @@ public Q_SLOTS:
         countOnTwoThreads(0, 1);
         std::ofstream("second");
         countOnTwoThreads(1, words[3].toInt() / 2);
-        for (int i = 0; !QFile::exists(u"gone"_s); ++i) { // so that it does not have to open the file that is left
+        int i = 0;
+        do { // so that it does not have to open the file that is left
             count('c', i, i + 1);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+        } while (++i, !QFile::exists(u"gone"_s));
         countOnTwoThreads(words[3].toInt() / 2, words[3].toInt());
     }
 
