@@ -147,7 +147,7 @@ public Q_SLOTS:
     void endsWithBacklog() { count(0, 200'000); }
     void leaksBacklog()
     {
-        auto& leaked = *new Zyr::ClassLogger(u"Valve"_s);
+        static auto& leaked = *new Zyr::ClassLogger(u"Valve"_s);
         for (int i = 0; i < 200'000; ++i)
             leaked.cLogInfo(QString::number(i)).endl();
     }
