@@ -24,7 +24,7 @@ std::span<const ChainSetting> fileChannelSettings()
     static const auto& settings = *new std::array{
         ChainSetting{"rotation"_L1, Channel::PROP_ROTATION, u"1 M"_s},
         ChainSetting{"archive"_L1, Channel::PROP_ARCHIVE, u"number"_s},
-        ChainSetting{"rotateTimes"_L1, Channel::PROP_TIMES, u"local"_s, times},
+        ChainSetting{"rotateTimes"_L1, Channel::PROP_TIMES, u"local"_s},
         ChainSetting{"compress"_L1, Channel::PROP_COMPRESS, true, switches},
         ChainSetting{"purgeAge"_L1, Channel::PROP_PURGEAGE, u"3 months"_s},
         ChainSetting{"purgeCount"_L1, Channel::PROP_PURGECOUNT, 10},

@@ -1,6 +1,7 @@
 #include "chain/archive/ArchiveCompressor.h"
 
 #include "chain/archive/ArchiveFolder.h"
+#include "chain/file/Place.h"
 
 #include <Poco/DeflatingStream.h>
 
@@ -208,7 +209,8 @@ ArchiveCompressor::Result ArchiveCompressor::finish(const std::string& archive)
         return Result::Failed;
     if (renameToFree(work->temporary, archive + ".gz", watch))
         return Result::Failed;
-    work->output.file.close(watch); // so that it is not removed as the temporary file
+    work->output.file.close(watch);       // so that it is not removed as the temporary file
+    synchronizeDirectory(archive, watch); // before the other name goes
     watch([&] { return ::unlink(archive.c_str()); });
     return Result::Done;
 }

@@ -256,15 +256,11 @@ std::error_code LogFile::synchronize()
         return error;
     if (!directoryChanged)
         return {};
-    const std::string name = directoryOf(place.empty() ? openedPath : place);
-    const int directory = watch([&] { return ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
-    if (directory < 0)
-        return errno == EACCES || errno == EMFILE || errno == ENFILE ? std::error_code() : lastError();
-    const bool done = watch([&] { return ::fsync(directory); }, 10s) == 0 || errno == EINVAL;
-    const std::error_code error = done ? std::error_code() : lastError();
-    watch([&] { return ::close(directory); });
-    directoryChanged = !done;
-    return error;
+    const std::error_code error = synchronizeDirectory(place.empty() ? openedPath : place, watch);
+    directoryChanged = bool(error);
+    const bool unreadable = error == std::errc::permission_denied || error == std::errc::too_many_files_open ||
+                            error == std::errc::too_many_files_open_in_system;
+    return unreadable ? std::error_code() : error;
 }
 
 } // namespace Zyr

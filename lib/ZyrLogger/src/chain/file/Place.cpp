@@ -1,10 +1,12 @@
 #include "chain/file/Place.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <memory>
 #include <string_view>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace Zyr {
@@ -47,6 +49,22 @@ std::string directoryOf(const std::string& path)
     if (slash == std::string::npos)
         return ".";
     return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::error_code synchronizeDirectory(const std::string& path, CallWatch& watch)
+{
+    using namespace std::chrono_literals;
+    const std::string name = directoryOf(path);
+    const int directory = watch([&] { return ::open(name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+    // Not every file system has that for directories.
+    if (directory >= 0 && (watch([&] { return ::fsync(directory); }, 10s) == 0 || errno == EINVAL)) {
+        watch([&] { return ::close(directory); });
+        return {};
+    }
+    const std::error_code error(errno, std::system_category());
+    if (directory >= 0)
+        watch([&] { return ::close(directory); });
+    return error;
 }
 
 std::string besideLog(const std::string& logPath, const char* suffix)

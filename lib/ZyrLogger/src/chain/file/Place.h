@@ -3,6 +3,7 @@
 #include "chain/file/CallWatch.h"
 
 #include <string>
+#include <system_error>
 
 namespace Zyr {
 
@@ -11,6 +12,9 @@ namespace Zyr {
 std::string realPlace(const std::string& path, CallWatch& watch);
 
 std::string directoryOf(const std::string& path);
+
+/// Puts the names in that file's directory on the disk.
+std::error_code synchronizeDirectory(const std::string& path, CallWatch& watch);
 
 /// The hidden file beside a log: ".app.log.next" for "app.log" and ".next".
 std::string besideLog(const std::string& logPath, const char* suffix);

@@ -29,10 +29,8 @@ void LogWriter::push(std::string_view line)
 {
     Lock lock(gate);
     for (;;) {
-        if (abandoned) {
-            ++lost;
-            return;
-        }
+        if (abandoned)
+            return lose(stuckReason());
         if (line.size() > LineQueue::longestLine) {
             lose(std::strerror(EMSGSIZE));
             return wake(lock);
@@ -73,9 +71,9 @@ bool LogWriter::waitForRoom(Lock& lock)
 {
     const auto now = Clock::now();
     auto until = now + lookInterval;
+    if (!fullSince) // a write that succeeds resets it
+        fullSince = now;
     if (isStuck(now)) {
-        if (!fullSince)
-            fullSince = now;
         until = *fullSince + patienceWhenFull;
         if (now >= until) {
             lose(stuckReason());
@@ -231,7 +229,8 @@ void LogWriter::close()
 {
     AppendFile waited;
     Lock lock(gate);
-    std::swap(requests.opened, waited);
+    if (changes > 0 || !running)
+        std::swap(requests.opened, waited);
     requests.look = true;
     requests.close = changes == 0; // whoever changes something goes on with the file
     request(lock);

@@ -140,7 +140,8 @@ private:
     bool asleep = false;   ///< and to be woken by a line
     unsigned stopping = 0; ///< how many wait for its end
     bool abandoned = false;
-    bool closing = false; ///< the file, when no archive waits for compression any more
+    bool leftBehind = false; ///< the thread, in a call that hangs
+    bool closing = false;    ///< the file, when no archive waits for compression any more
     Clock::time_point stopBy;
 
     bool failing = false;

@@ -83,6 +83,7 @@ void LogWriter::finish()
     constexpr auto none = Clock::time_point::max();
     auto limit = none;
     bool needed = false; // by others, who go on logging
+    bool hangs = false;
     while (running && !needed) {
         if (hasWork() && !abandoned) {
             drain(lock);
@@ -94,18 +95,22 @@ void LogWriter::finish()
             limit = none;
         else if (limit == none)
             limit = abandoned ? now : Patience::limit(now);
-        if (now >= limit)
+        if (now >= limit) {
+            hangs = true;
             break;
+        }
         progress.wait_until(lock, now + lookInterval);
     }
     progress.wait(lock, [this] { return !starting; });
     --waiting;
     --stopping;
-    if (needed || !std::exchange(joinable, false))
+    hangs = hangs && running;
+    if (needed || (running && !hangs)) // the latter: started by others meanwhile
+        return;
+    abandoned = leftBehind = hangs; // a later line finds a logger that begins anew, unless its thread is still away
+    if (!std::exchange(joinable, false))
         return;
     const pthread_t last = thread;
-    const bool hangs = running;
-    abandoned = hangs; // a later line finds a logger that begins anew, unless its thread is still away
     lock.unlock();
     if (hangs)
         ::pthread_detach(last);

@@ -53,6 +53,10 @@ void LogWriter::run()
         lock.lock();
     } while (hasWork() && !abandoned); // what was queued meanwhile woke nobody
     running = false;
+    if (std::exchange(leftBehind, false)) { // it came back after all: what was queued then was counted as given up
+        queue.pop(queue.size());
+        abandoned = false;
+    }
     progress.notify_all();
 }
 
@@ -196,7 +200,8 @@ void LogWriter::settle(const std::error_code& error, Lock& lock)
 
 void LogWriter::fail(std::string reason)
 {
-    failing = true;
+    if (!std::exchange(failing, true))
+        fullSince.reset();
     failure = std::move(reason);
 }
 
