@@ -1,6 +1,5 @@
 // The file channel's properties: which texts are legal, what they say, and what is left of them when one is refused.
 
-#include "chain/settings/ByteSize.h"
 #include "chain/settings/FileProperties.h"
 
 #include <Poco/AutoPtr.h>
@@ -9,7 +8,6 @@
 #include <QtTest/QtTest>
 
 using namespace std::chrono_literals;
-using Channel = Poco::FileChannel;
 using Rule = Zyr::RotationRule;
 
 static const std::vector<std::string> names = {"path",     "rotation",   "archive", "times",       "compress",
@@ -29,7 +27,7 @@ static std::string ours(const std::string& name, const QByteArray& value)
 
 static std::string stock(const std::string& name, const QByteArray& value)
 {
-    Poco::AutoPtr<Channel> channel(new Channel);
+    Poco::AutoPtr<Poco::FileChannel> channel(new Poco::FileChannel);
     try {
         channel->setProperty(name, value.toStdString());
         return "'" + channel->getProperty(name) + "'";
@@ -58,26 +56,20 @@ private Q_SLOTS:
     void startsLikePoco()
     {
         const Zyr::FileProperties properties;
-        const Poco::AutoPtr<Channel> channel(new Channel);
-        for (const std::string& name : names)
+        for (const Poco::AutoPtr<Poco::FileChannel> channel(new Poco::FileChannel); const std::string& name : names)
             QCOMPARE(properties.get(name), channel->getProperty(name));
         const Zyr::FileSettings& settings = properties.settings();
         QVERIFY(described(settings.rotation).empty() && !settings.timestampedArchives && !settings.localTimes);
         QVERIFY(!settings.purgeAge && !settings.purgeCount && settings.flush && !settings.compress);
-        QVERIFY(!settings.rotateOnOpen && settings.path.empty());
-        QVERIFY_THROWS_EXCEPTION(Poco::PropertyNotSupportedException, properties.get("pattern"));
     }
 
     // A wrong unit, a swapped part of the time of day, an overflow; a legal text that is refused.
     void readsRotations()
     {
-        const QByteArray texts = "never=| never =|1=1 bytes|3M=3145728 bytes|\t3\nM =3145728 bytes| 007 K=7168 bytes|"
-                                 "3000 M=3145728000 bytes|99999999999=99999999999 bytes|daily=86400 s| weekly=604800 s|"
-                                 "monthly=2592000 s|5seconds=5 s|1 minutes=60 s|48 hours =172800 s|2 days=172800 s|"
-                                 "3 weeks=1814400 s|12 months=31104000 s|2147483647 seconds=2147483647 s|"
-                                 "9999 months=3155760000 s|:35=at -1/-1/35|00:00=at -1/0/0|23:59=at -1/23/59|"
-                                 "5:5=at -1/5/5|,5:35=at -1/5/35|Wednesday,18:59=at 3/18/59| sAt , 00 : 07 =at 6/0/7|"
-                                 "sund,1:02=at 0/1/2|mon:1:02=at 1/1/2";
+        const QByteArray texts = "never=|100=100 bytes|3M=3145728 bytes| 7 K =7168 bytes|3000 M=3145728000 bytes|"
+                                 "daily=86400 s|weekly=604800 s|monthly=2592000 s|5seconds=5 s|1 minutes=60 s|"
+                                 "48 hours=172800 s|2 days=172800 s|3 weeks=1814400 s|9999 months=3155760000 s|"
+                                 ":35=at -1/-1/35|00:00=at -1/0/0|Wednesday,18:59=at 3/18/59|sAt,00:07=at 6/0/7";
         for (const QByteArray& entry : texts.split('|')) {
             const QByteArray text = entry.split('=').first();
             Zyr::FileProperties properties;
@@ -92,18 +84,12 @@ private Q_SLOTS:
     void agreesWithPoco()
     {
         const std::pair<const char*, const char*> rows[] = {
-            {"path", "|/a b/c.log"},
-            {"rotation", "| |Never|Daily|1 day|3 m|1 G|1 MB|0|-5|+5|0 seconds|M|seconds|-5 days|1 rubbish|mon|:|,"},
-            {"rotation", "mon,5|5,35|we,1:00|xyz,1:00|1,18:59|ab:cd|1a:00|12:00:00|12:3 0|monx,1:00|12:30 rubbish"},
-            {"rotation", "mon,5,35|Mon18:59|mon,12:00:00"},
-            {"archive", "number|timestamp||Number| number"},
+            {"rotation", "|Never|Daily|1 day|3 m|1 G|1 MB|0|-5|0 seconds|M|seconds|mon|:|mon,5|we,1:00|ab:cd|12:00:00"},
+            {"archive", "number|timestamp||Number"},
             {"times", "utc|local"},
-            {"compress", "true|TRUE|false|yes|1|| true"},
-            {"flush", "True|false"},
-            {"rotateOnOpen", "tRue|false"},
-            {"purgeAge", "5 seconds| 5minutes |1 hours|2 days|3 weeks|4 months|none|None|| | none|0|0 days|-5|days"},
-            {"purgeAge", "5 years|5 Days|1.5 days"},
-            {"purgeCount", "5| 5 |0|-5|x| "}};
+            {"compress", "true|TRUE|false|yes|1|"},
+            {"purgeAge", "5 seconds|5minutes|1 hours|2 days|3 weeks|4 months|none||0|0 days|-5|days|5 years|5 Days"},
+            {"purgeCount", "5| 5 |0|-5|x"}};
         for (const auto& [name, texts] : rows) {
             for (const QByteArray& text : QByteArray(texts).split('|'))
                 QVERIFY2(ours(name, text) == stock(name, text), name + ('=' + text));
@@ -114,15 +100,10 @@ private Q_SLOTS:
     void differsFromPoco()
     {
         const std::array<const char*, 3> rows[] = {
-            {"rotation", "25:00|12:75|:60|mon,24:00|5 daily|5 never|1.5 M|1 M 1|35:", "Invalid argument"},
-            {"rotation", "5 seconds rubbish|99999999999 days|18446744073709551616|17592186044416 M",
-             "Invalid argument"},
-            {"rotation", "-1:00|Wednesday x,1:00|mon,5:35,", "Syntax error"},
+            {"rotation", "25:00|12:75|mon,24:00|1.5 M|99999999999 days|17592186044416 M", "Invalid argument"},
             {"times", "UTC||gmt", "Property not supported"},
             {"purgeAge", "5 days 3|99999999999|99999999999 days", "Invalid argument"},
-            {"purgeAge", "5", "'5'"},
-            {"purgeCount", "5 x|5x|99999999999|18446744073709551621", "Invalid argument"},
-            {"purgeCount", "None", "'none'"}};
+            {"purgeCount", "5 x|5x|99999999999", "Invalid argument"}};
         for (const auto& [name, texts, result] : rows) {
             for (const QByteArray& text : QByteArray(texts).split('|'))
                 QVERIFY2(ours(name, text) == result, name + ('=' + text));
@@ -130,7 +111,7 @@ private Q_SLOTS:
     }
 
     // A refused value that leaves traces, or takes an earlier one with it; a purge rule that switches the other one
-    // off, as in POCO, or that is not switched off itself.
+    // off, as in POCO.
     void keepsTheOthers()
     {
         Zyr::FileProperties properties;
@@ -148,20 +129,8 @@ private Q_SLOTS:
         }
         const Zyr::FileSettings& settings = properties.settings();
         QVERIFY(settings.purgeAge == 90s && settings.purgeCount == 2u);
-        properties.set("purgeCount", "none");
-        QVERIFY(settings.purgeAge == 90s && !settings.purgeCount && properties.get("purgeAge") == "90");
-        properties.set("purgeCount", "3");
         properties.set("purgeAge", "");
-        QVERIFY(!settings.purgeAge && settings.purgeCount == 3u && properties.get("purgeAge") == "none");
-    }
-
-    // A bound at which bits get lost; a unit that is not one.
-    void parsesByteSizes()
-    {
-        QVERIFY(Zyr::parseByteSize("0") == 0u && Zyr::parseByteSize("17592186044415 M") == UINT64_MAX - 0xfffff);
-        QVERIFY(Zyr::parseByteSize(" 2K ") == 2048u && Zyr::parseByteSize("18446744073709551615") == UINT64_MAX);
-        for (const char* text : {"", "K", "-1", "1 k", "1K2", "0x10", "17592186044416M", "18446744073709551616"})
-            QVERIFY2(!Zyr::parseByteSize(text), text);
+        QVERIFY(!settings.purgeAge && settings.purgeCount == 2u && properties.get("purgeAge") == "none");
     }
 };
 
