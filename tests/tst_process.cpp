@@ -20,14 +20,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-bool right = true; // what only the scenario itself sees
 void (*afterMainLogger)() = [] {};
 const auto lastToGo = qScopeGuard([] { afterMainLogger(); }); // made before the main logger, so destroyed after it
-
-void say(const QString& text)
-{
-    Zyr::Logger::instance().out(Zyr::Info, text).endl();
-}
 
 void count(int from, int to)
 {
@@ -252,11 +246,7 @@ private Q_SLOTS:
 
 int main(int count, char* words[])
 {
-    if (Scenarios scenarios; count == 3 && QMetaObject::invokeMethod(&scenarios, words[2]))
-        return right ? 0 : 1;
-    const QCoreApplication application(count, words);
-    TestProcess test;
-    return QTest::qExec(&test, count, words);
+    return runTest(count, words, Scenarios(), TestProcess());
 }
 
 #include "tst_process.moc"

@@ -55,6 +55,19 @@ QByteArray settingsFile(const QByteArray& loggerKeys, const QByteArray& channelK
            channelKeys + '\n';
 }
 
+void say(const QString& text)
+{
+    Zyr::Logger::instance().out(Zyr::Info, text).endl();
+}
+
+int runTest(int count, char* words[], QObject&& scenarios, QObject&& test)
+{
+    if (count == 3 && QMetaObject::invokeMethod(&scenarios, words[2]))
+        return right ? 0 : 1;
+    const QCoreApplication application(count, words);
+    return QTest::qExec(&test, count, words);
+}
+
 int runScenario(const TestPlace& place, const QString& scenario)
 {
     // By a shell, since QProcess cannot start anything under an emulator.

@@ -42,6 +42,15 @@ private:
 /// `loggerKeys` and `channelKeys` are lines "key=value".
 QByteArray settingsFile(const QByteArray& loggerKeys = {}, const QByteArray& channelKeys = {});
 
+/// What only a scenario itself sees; with false there its process fails.
+inline bool right = true;
+
+/// Logs a text by the main logger.
+void say(const QString& text);
+
+/// A test program's main(): runs the test, or in a process of its own, without an application object, one scenario.
+int runTest(int count, char* words[], QObject&& scenarios, QObject&& test);
+
 /// Runs this test program again, with the arguments `--scenario <scenario>`, in `place`; its output and what it says on
 /// standard error are in files of these names there. Returns its status.
 int runScenario(const TestPlace& place, const QString& scenario);
