@@ -92,38 +92,23 @@ class tst_Archives : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // A file taken for an archive, which is purged some day, or an archive that is not known, which stays for ever.
-    void knowsItsOwn()
-    {
-        for (const std::string name : {"l.0", "l.999999999", "l.10.gz", "l.20240229235959999", "l.20240229235959.gz",
-                                       "l.20240229235959999.3.gz"}) {
-            const auto archive = ArchiveName::parse("l", name);
-            QCOMPARE(archive ? "l" + archive->suffix() : "foreign", name);
-        }
-        for (const char* name :
-             {"l", "l.gz", "l.", "l.01", "l.1234567890", "l.1x", "l.-1", "l2.0", "l.3.4", "xl.1", "l..1", "l.1.gz.gz",
-              "l.20230229000000000", "l.20241301000000000", "l.20240101240000000", "l.2024010100000000",
-              "l.20240229235959999.03", "l.20240229235959999.3.4", "l.00000000000000"})
-            QVERIFY2(!ArchiveName::parse("l", name), name);
-    }
-
     // A shift over a hole or onto a file, or one that loses ".gz" or stumbles over a directory; an archive that goes or
     // stays by another rule than the settings', or a file that is none; the wrong order; an overflow.
     void makesRoomAndPurges()
     {
-        const auto numbers = "l.0/ l.1=a l.2.gz=b l.9=c l.10=d l.1x l.20260101000000";
+        const auto numbers = "l.0/ l.1=a l.2.gz=b l.9=c l.10=d l.1x l.01 l.20260101000000 l.20230229000000000 l2.0";
         const auto stamps = "l.20260228110000000=a l.20260228110000000.0.gz=b l.20260228100000=c "
                             "l.20260228100000000.gz=d l.3=e";
         const std::array<const char*, 3> rows[] = {
             {"l.1=a l.10=b", "", "l.0=new l.1=a l.10=b l.11/"},
-            {numbers, "purgeAge=9999months", "l.0=new l.1/ l.10=d l.11/ l.1x l.2=a l.20260101000000 l.3.gz=b l.9=c"},
-            {numbers, "purgeCount=3", "l.0=new l.1/ l.11/ l.1x l.2=a l.3.gz=b"},
+            {numbers, "purgeAge=9999months",
+             "l.0=new l.01 l.1/ l.10=d l.11/ l.1x l.2=a l.20230229000000000 l.20260101000000 l.3.gz=b l.9=c l2.0"},
+            {numbers, "purgeCount=3", "l.0=new l.01 l.1/ l.11/ l.1x l.2=a l.20230229000000000 l.3.gz=b l2.0"},
             {"l.0=a l.0.gz=b l.1=c", "purgeCount=2", "l.0=new l.1=a l.1.gz=b l.11/"},
             {stamps, "archive=timestamp&purgeCount=3",
              "l.11/ l.20260228110000000=a l.20260228110000000.0.gz=b l.20260228120000000=new"},
             {stamps, "purgeCount=3", "l.0=new l.11/ l.20260228110000000=a l.3=e"},
-            {stamps, "archive=timestamp&purgeAge=1hours", "l.11/ l.20260228120000000=new l.3=e"},
-            {stamps, "archive=timestamp&purgeAge=1hours&purgeCount=2", "l.11/ l.20260228120000000=new"}};
+            {stamps, "archive=timestamp&purgeAge=1hours", "l.11/ l.20260228120000000=new l.3=e"}};
         for (const auto& [before, settings, after] : rows) {
             Folder folder(before, settings);
             folder.run("ln -s . l.11");
@@ -137,14 +122,10 @@ private Q_SLOTS:
     {
         for (const auto& [before, stamp] : {std::pair("l.20260228115959999.gz", "l.20260228120000000"),
                                             {"l.20260228120000000.gz", "l.20260228120000001"},
-                                            {"l.20260228120000", "l.20260228120000001"},
-                                            {"l.20270228235959999.7 l.20270228235959999.gz", "l.20270301000000000"},
-                                            {"l.20280228235959999/", "l.20280229000000000"},
-                                            {"l.20261231235959999 l.99999999999999999", "l.20270101000000000"}}) {
+                                            {"l.20280228235959999.7.gz", "l.20280229000000000"}}) {
             Folder folder(before, "archive=timestamp");
             QCOMPARE(folder.rotate(), stamp);
             QVERIFY(folder.rotate(noon - year) > stamp);
-            QCOMPARE(folder.rotate(noon + 5 * year), "l.20310227120000000");
         }
         ::setenv("TZ", "XST-5:30", 1);
         ::tzset();
@@ -164,12 +145,6 @@ private Q_SLOTS:
             folder.archives.purge(time);
             QCOMPARE(folder.content(), after);
         }
-
-        Folder fresh("", "purgeAge=30");
-        fresh.archives.cleanUp(noon);
-        fresh.rotate();
-        fresh.rotate(noon + 5 * year);
-        QCOMPARE(fresh.content(), "l.0=new");
     }
 
     // Content under an old name after a shift, lost attributes, new archives that wait for old ones.
@@ -182,22 +157,18 @@ private Q_SLOTS:
         folder.compress(noon, 3);
         folder.rotate(noon, {});
         QCOMPARE(folder.content(), ".l.gz-part l.0 l.1 l.2=old l.3/");
-        QVERIFY(!folder.archives.mustCompressFirst());
         folder.rotate();
         QVERIFY(folder.archives.mustCompressFirst());
         for (const auto& [slices, after] : {std::pair(14, "l.0=new l.1 l.2.gz l.3=old l.4/"),
                                             {1, "l.0=new l.1.gz l.2.gz l.3=old l.4/"},
-                                            {1, "l.0.gz l.1.gz l.2.gz l.3=old l.4/"},
-                                            {9, "l.0.gz l.1.gz l.2.gz l.3.gz l.4/"}}) {
+                                            {10, "l.0.gz l.1.gz l.2.gz l.3.gz l.4/"}}) {
             folder.compress(noon, slices);
             QCOMPARE(folder.content(), after);
             QVERIFY(!folder.archives.mustCompressFirst());
         }
-        QVERIFY(!folder.archives.canCompress(noon + 10s));
 
-        folder.run("stat -c '%a %Y' l.2.gz | grep -x '640 1234567890'");
         std::ofstream(folder.directory + "text") << longText();
-        folder.run("gzip -d *.gz && cmp l.2 text && rm text");
+        folder.run("stat -c '%a %Y' l.2.gz | grep -x '640 1234567890' && gzip -d *.gz && cmp l.2 text && rm text");
         QCOMPARE(folder.content(), "l.0=new l.1 l.2 l.3=old l.4/");
     }
 
@@ -216,11 +187,8 @@ private Q_SLOTS:
         ::setrlimit(RLIMIT_FSIZE, &before);
         QCOMPARE(folder.content(), "l.0 l.1 l.2");
         QVERIFY(!folder.archives.mustCompressFirst() && !folder.archives.canCompress(noon));
-        QVERIFY(folder.archives.canCompress(noon + 10s) && folder.archives.canCompress(noon - year));
-        folder.rotate();
-        QVERIFY(folder.archives.mustCompressFirst());
-        folder.compress();
-        QCOMPARE(folder.content(), "l.0.gz l.1.gz l.2.gz l.3.gz");
+        folder.compress(noon + 10s);
+        QCOMPARE(folder.content(), "l.0.gz l.1.gz l.2.gz");
     }
 
     // Lines lost that are just being written, or an archive's compressed remains under a name that is not its own.
@@ -230,7 +198,6 @@ private Q_SLOTS:
             {"mv l.0 kept; cp kept l.0", false, "kept l.0"},
             {"true", true, "l.0"}, // where the new archive has the other one purged
             {"rm l.0", true, "l.0"},
-            {"rm .l.gz-part; echo foreign > .l.gz-part", false, "l.0"},
             {"echo foreign > l.0.gz", false, "l.0 l.0.gz=foreign\n"}};
         for (const auto& [meanwhile, rotates, after] : rows) {
             Folder folder("", "compress=true&purgeCount=1");
@@ -258,8 +225,7 @@ private Q_SLOTS:
         for (const auto& [before, after] : {std::pair("l .l.gz-part=x .l.next .l2.next", ".l2.next l"),
                                             {"l .l.next=old l.0=older l.2=oldest", "l l.0=old l.1=older"},
                                             {"l pair=whole", "l l.0.gz"},
-                                            {"l l.0=whole l.0.gz=cut", "l l.0=whole l.0.gz=cut"},
-                                            {"l l.0/ l.0.gz=x", "l l.0/ l.0.gz=x"}}) {
+                                            {"l l.0=whole l.0.gz=cut", "l l.0=whole l.0.gz=cut"}}) {
             Folder folder(before, "purgeCount=2");
             folder.run("[ ! -e pair ] || { mv pair l.0; gzip -k l.0; }");
             QVERIFY(!folder.archives.cleanUp(noon));
