@@ -205,13 +205,15 @@ void LogWriter::fail(std::string reason)
     failure = std::move(reason);
 }
 
-/// Once in each failure, and not when there was one only just now.
+/// Once in each failure that goes on, and not when another one was told only just now.
 bool LogWriter::isToBeTold()
 {
     const auto now = Clock::now();
-    const bool quiet = !reported || now - *reported > quietTime;
+    if (told || (reported && now - *reported <= quietTime))
+        return false;
+    told = true;
     reported = now;
-    return !std::exchange(told, true) && quiet;
+    return true;
 }
 
 bool LogWriter::mayRest() const
