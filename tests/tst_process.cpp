@@ -100,7 +100,8 @@ public Q_SLOTS:
         leaked.cLogInfo(u"before"_s).endl();
     }
 
-    // POCO shut down by the main logger's final flush, its file left open or closed for good.
+    // POCO shut down by the main logger's final flush, its file left open or closed for good, or an archive for each
+    // record that opens it again.
     void flushesMainLogger()
     {
         Zyr::ClassLogger valve(u"Valve"_s);
@@ -219,7 +220,7 @@ private Q_SLOTS:
         row("logsInDestructors", {u"info first"_s, u"info before"_s}, "Invalid logger - after\n");
         row("beginsAtExit", {u"info late"_s});
         row("leaksClassLogger", {u"info before"_s}, "Invalid logger - after\n");
-        row("flushesMainLogger", {shutdown, u"info opened again"_s, u"info goes on"_s});
+        row("flushesMainLogger", {shutdown, u"info opened again"_s, u"info goes on"_s}, "", "rotateOnOpen=true");
         row("shutsDown", {shutdown},
             "Invalid logger - a\nInvalid logger - b\nInvalid logger - Logger shutdown\nInvalid logger - c\n");
         row("endsWithBacklog", numbers, "", "flush=true");

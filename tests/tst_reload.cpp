@@ -53,15 +53,18 @@ private Q_SLOTS:
             while (!enough) {
                 sent.append(u"%1 %2"_s.arg(thread).arg(sent.size()));
                 logger->out(Zyr::Info, sent.last()).endl();
+                if (qEnvironmentVariableIsSet("ZYR_RELOADS"))
+                    QThread::usleep(100); // what was sent is kept in memory
             }
             return sent;
         };
         auto first = std::async(std::launch::async, flood, u'a');
         auto second = std::async(std::launch::async, flood, u'b');
         const auto stop = qScopeGuard([&] { enough = true; });
-        for (int i = 1; i <= 100; ++i) {
+        const int loads = std::max(100, qEnvironmentVariableIntValue("ZYR_RELOADS"));
+        for (int i = 1; i <= loads; ++i) {
             const RecordingListener listener(*logger);
-            const QString file = u"%1.load"_s.arg(i);
+            const QString file = u"%1.load"_s.arg(i % 200);
             i % 20 == 0 ? place.replace(watched, settings(file)) : void(place.load(*logger, settings(file)));
             QTRY_COMPARE_WITH_TIMEOUT(logger->getLogFilePath(), place.path(file), 1000);
             logger->setLogFilePath(place.path(u"moved."_s + file));
