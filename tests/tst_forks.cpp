@@ -22,7 +22,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-constexpr int forks = 120;
+constexpr int forks = 150;
 constexpr int burst = 200;
 
 std::atomic<bool> storeHangs = false;

@@ -91,7 +91,7 @@ private:
     std::thread thread;
     bool quit = false;
     bool ended = false;
-    bool serving = false; ///< the thread is in a client's look()
+    bool serving = false;           ///< the thread is in a client's look()
     const pid_t owner = ::getpid(); // a fork may begin before its handlers are there
 };
 
