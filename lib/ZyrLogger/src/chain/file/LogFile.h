@@ -27,7 +27,6 @@ public:
     /// Goes on with a file that was opened elsewhere, under the path of the settings.
     void adopt(AppendFile&& opened, bool beginAnew);
 
-    bool isOpen() const noexcept { return file.isOpen(); }
     /// Whether a pipe has taken a line in part only. The same batch, or one that begins with that line, goes on.
     bool isInLine() const noexcept { return partial > 0; }
     void close() noexcept;

@@ -250,12 +250,6 @@ void LogWriter::endChange()
         request(lock);
 }
 
-bool LogWriter::isUsed() const
-{
-    const Lock lock(gate);
-    return pushed > 0;
-}
-
 std::shared_ptr<LogWriter> LogWriter::copyForChild() const
 {
     auto copy = std::make_shared<LogWriter>();

@@ -65,7 +65,6 @@ public:
     /// Ends the thread when all that was queued is in the file, or was given up because the store fails or hangs. A
     /// later line starts another.
     void finish();
-    bool isUsed() const;
 
     // Around fork().
     void lock() { gate.lock(); }
