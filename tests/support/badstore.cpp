@@ -5,13 +5,12 @@
 //
 //     <call> <milliseconds> <errno> <times>
 //
-// Such a call (write, which is writev as well, fdatasync or open) takes that long, -1 being until the orders change,
+// Such a call (write, which is writev as well, or fdatasync) takes that long, -1 being until the orders change,
 // and then fails with that error, 0 being that it does what it should; 0 times means always.
 
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -89,14 +88,5 @@ ssize_t writev(int file, const iovec* pieces, int count)
 int fdatasync(int file)
 {
     return obey("fdatasync", file) ? int(::syscall(SYS_fdatasync, file)) : -1;
-}
-
-int open(const char* path, int flags, ...)
-{
-    std::va_list rest;
-    va_start(rest, flags);
-    const unsigned mode = flags & O_CREAT ? va_arg(rest, unsigned) : 0;
-    va_end(rest);
-    return obey("open", path) ? int(::syscall(SYS_openat, AT_FDCWD, path, flags, mode)) : -1;
 }
 }

@@ -4,7 +4,6 @@
 #include "chain/file/Place.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <utility>
 
 #include <fcntl.h>

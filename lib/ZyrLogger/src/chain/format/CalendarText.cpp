@@ -2,7 +2,6 @@
 
 #include "chain/format/LocalTime.h"
 
-#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <iterator>
