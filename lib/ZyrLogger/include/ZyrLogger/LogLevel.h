@@ -18,4 +18,15 @@ enum LogLevel : unsigned char {
     Todo = 12,   ///< priority of Debug, marked "<TODO> "
 };
 
+/// The priority a level is written with: POCO's number, from 1 (fatal) to 8 (trace).
+constexpr int priorityOf(unsigned char level) noexcept
+{
+    if (level == System)
+        return Notice;
+    if (level == Todo)
+        return Debug;
+    // From Critical to Trace a level's number is its priority.
+    return level >= Critical && level <= Trace ? level : 1;
+}
+
 } // namespace Zyr
