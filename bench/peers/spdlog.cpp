@@ -1,0 +1,53 @@
+// spdlog's asynchronous logger: one worker, 8192 slots, who logs waits while they are taken. The worker formats the
+// line.
+
+#include "Workload.h"
+
+#include <spdlog/async.h>
+#include <spdlog/sinks/basic_file_sink.h>
+#include <spdlog/spdlog.h>
+#include <spdlog/version.h>
+
+#include <memory>
+
+namespace {
+
+class Spdlog
+{
+public:
+    static constexpr const char* name = "spdlog";
+    static std::string version()
+    {
+        return std::to_string(SPDLOG_VER_MAJOR) + '.' + std::to_string(SPDLOG_VER_MINOR) + '.' +
+               std::to_string(SPDLOG_VER_PATCH);
+    }
+
+    Spdlog(const QString& file, int)
+    {
+        spdlog::init_thread_pool(8192, 1);
+        logger = spdlog::basic_logger_mt<spdlog::async_factory>("bench", file.toStdString());
+        logger->set_pattern(R"({"timestamp":"%Y-%m-%dT%H:%M:%S.%e%z","level":"%l","msg":"%v"})");
+    }
+
+    void log(int number, const QString& line, double pressure)
+    {
+        SPDLOG_LOGGER_INFO(logger, "pump {} on line {} has a pressure of {} bar", number, line.toStdString(), pressure);
+    }
+
+    /// The worker empties its queue before it ends; the file is closed with the last one who knows the logger.
+    void finish()
+    {
+        logger.reset();
+        spdlog::shutdown();
+    }
+
+private:
+    std::shared_ptr<spdlog::logger> logger;
+};
+
+} // namespace
+
+int main(int count, char* words[])
+{
+    return Bench::run<Spdlog>(count, words);
+}

@@ -1,0 +1,125 @@
+"""What the benchmarks have in common once their programs are built: runs, tables, charts and the documents' blocks."""
+
+import datetime
+import json
+import os
+import pathlib
+import re
+import subprocess
+import sys
+from xml.sax.saxutils import escape
+
+
+def run_program(*command):
+    """Runs a program that prints one JSON object. One that fails ends everything: no figures are better than wrong ones."""
+    try:
+        done = subprocess.run([str(word) for word in command], stdout=subprocess.PIPE, timeout=600, check=True)
+        return json.loads(done.stdout)
+    except (OSError, ValueError, subprocess.SubprocessError) as error:
+        sys.exit(f"{' '.join(str(word) for word in command)}: {error}")
+
+
+class OtherLoad:
+    """How much of the processors programs other than ours took since this was made."""
+
+    def __init__(self):
+        self.start = self._now()
+
+    def share(self):
+        everything, idle, own = (now - before for now, before in zip(self._now(), self.start))
+        return max(0.0, everything - idle - own) / everything if everything else 0.0
+
+    @staticmethod
+    def _now():
+        ticks = os.sysconf("SC_CLK_TCK")
+        # user nice system idle iowait irq softirq steal; what guests take is in user already
+        words = pathlib.Path("/proc/stat").read_text().splitlines()[0].split()[1:9]
+        times = [int(word) / ticks for word in words]
+        return sum(times), times[3] + times[4], sum(os.times()[:4])
+
+
+def machine():
+    models = re.findall(r"^model name\s*:\s*(.+)$", pathlib.Path("/proc/cpuinfo").read_text(), re.MULTILINE)
+    return f"{os.cpu_count()} cores, {models[0].strip() if models else 'unknown processor'}"
+
+
+def today():
+    return datetime.date.today().isoformat()
+
+
+def markdown_table(header, rows):
+    """The first column is text, the others are figures."""
+    lines = [header, ["---"] + ["---:"] * (len(header) - 1), *rows]
+    return "\n".join("| " + " | ".join(line) + " |" for line in lines)
+
+
+def text_table(header, rows):
+    widths = [max(len(line[column]) for line in [header, *rows]) for column in range(len(header))]
+    return "\n".join(
+        "  ".join(cell.ljust(width) if column == 0 else cell.rjust(width)
+                  for column, (cell, width) in enumerate(zip(line, widths)))
+        for line in [header, *rows])
+
+
+def replace_block(document, name, text):
+    """Puts the text between the lines <!-- name --> and <!-- /name --> of the document."""
+    path = pathlib.Path(document)
+    block = re.compile(rf"(<!-- {name} -->\n).*?(<!-- /{name} -->)", re.DOTALL)
+    changed, count = block.subn(lambda found: f"{found[1]}\n{text}\n\n{found[2]}", path.read_text())
+    if count != 1:
+        sys.exit(f"{document}: {count} blocks named {name}, where one should be")
+    path.write_text(changed)
+
+
+# Greys and one blue that can be read on white and on black; text follows the reader's colour scheme where it is known.
+CHART_STYLE = """
+    text { font-family: sans-serif; font-size: 13px; fill: #57606a; }
+    .title { font-size: 15px; font-weight: bold; }
+    .group { font-weight: bold; }
+    .right { text-anchor: end; }
+    .middle { text-anchor: middle; }
+    .bar { fill: #8c959f; }
+    .own { fill: #3b82c4; }
+    line { stroke: #8c959f; stroke-opacity: 0.35; }
+    @media (prefers-color-scheme: dark) { text { fill: #c9d1d9; } .bar { fill: #768390; } }
+"""
+
+
+def tick_step(largest):
+    """1, 2 or 5 times a power of ten, for at most eight ticks."""
+    steps = (factor * 10**power for power in range(12) for factor in (1, 2, 5))
+    return next(step for step in steps if largest / step <= 8)
+
+
+def bar_chart(title, unit, groups, own):
+    """Horizontal bars as SVG text. groups: (name, [(label, value), ...]), all on one axis; `own` is the label in blue."""
+    left, right, top, bar, gap, head = 120, 80, 60, 16, 4, 26
+    width, plot = 760, 760 - left - right
+    largest = max(value for _, bars in groups for _, value in bars)
+    parts = []
+    y = top
+    for name, bars in groups:
+        parts.append(f'<text class="group" x="{left}" y="{y + 16}">{escape(name)}</text>')
+        y += head
+        for label, value in bars:
+            length = max(1.0, value / largest * plot)
+            style = "bar own" if label == own else "bar"
+            parts.append(f'<text class="right" x="{left - 8}" y="{y + 13}">{escape(label)}</text>')
+            parts.append(f'<rect class="{style}" x="{left}" y="{y}" width="{length:.1f}" height="{bar}"/>')
+            parts.append(f'<text x="{left + length + 6:.1f}" y="{y + 13}">{value:,.0f}</text>')
+            y += bar + gap
+        y += 12
+    step = tick_step(largest)
+    axis = []
+    for tick in range(0, int(largest) + 1, step):
+        x = left + tick / largest * plot
+        axis.append(f'<line x1="{x:.1f}" y1="{top}" x2="{x:.1f}" y2="{y}"/>')
+        axis.append(f'<text class="middle" x="{x:.1f}" y="{y + 18}">{tick:,}</text>')
+    height = y + 52
+    heading = [
+        f'<text class="title" x="{left}" y="26">{escape(title)}</text>',
+        f'<text class="middle" x="{left + plot / 2:.1f}" y="{y + 40}">{escape(unit)}</text>',
+    ]
+    body = "\n".join(f"  {part}" for part in heading + axis + parts)
+    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" height="{height}"'
+            f' role="img" aria-label="{escape(title)}">\n  <style>{CHART_STYLE}  </style>\n{body}\n</svg>\n')
