@@ -11,7 +11,7 @@ namespace Zyr {
 namespace {
 
 constexpr std::size_t largestUsualChunk = 64 * 1024;
-constexpr std::size_t mostSpares = 4;
+constexpr std::size_t mostSpares = 16;
 
 std::size_t inPages(std::size_t bytes) noexcept
 {
@@ -120,6 +120,7 @@ void LineQueue::link(Chunk* chunk) noexcept
     }
     chunk->next = nullptr;
     (tail ? tail->next : head) = chunk;
+    ++linked;
     tail = chunk;
 }
 
@@ -162,6 +163,7 @@ void LineQueue::pop(std::size_t count) noexcept
 
 void LineQueue::drop(Chunk* chunk) noexcept
 {
+    --linked;
     const bool keep = chunk->bytes == usualChunk && spares < mostSpares;
     Chunk*& list = keep ? spare : freed;
     chunk->begin = chunk->used = chunk->taken = chunk->written = 0;

@@ -48,6 +48,8 @@ public:
 
     bool isEmpty() const noexcept { return lines == 0; }
     std::size_t size() const noexcept { return lines; }
+    /// How many pieces of memory they fill.
+    std::size_t chunks() const noexcept { return linked; }
 
     /// Adds the line and a line end. False when there is no room in the last chunk: then one more is needed, of
     /// chunkBytes(), if mayGrow().
@@ -89,6 +91,7 @@ private:
     Chunk* tail = nullptr;
     Chunk* spare = nullptr;
     std::size_t spares = 0;
+    std::size_t linked = 0;
     Chunk* freed = nullptr;
 };
 

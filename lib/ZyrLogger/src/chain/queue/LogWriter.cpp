@@ -18,16 +18,38 @@ namespace {
 
 constexpr auto patienceWhenFull = 2s;
 constexpr auto longestHold = 2s;
+constexpr std::size_t gatheredChunks = 2; // of sixteen that the queue may hold
 constexpr std::size_t stackSize = 512 * 1024;
+constexpr int looksAtGate = 100;
+
+void pauseProcessor() noexcept
+{
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__) || (defined(__ARM_ARCH) && __ARM_ARCH >= 7)
+    __asm__ __volatile__("yield");
+#endif
+}
 
 } // namespace
 
 LogWriter::LogWriter() = default;
 LogWriter::~LogWriter() = default;
 
+/// Locks `gate`, which is held for so short a time that it is cheaper to look again a few times than to sleep.
+LogWriter::Lock LogWriter::lockSoon()
+{
+    for (int i = 0; i < looksAtGate; ++i) {
+        if (gate.try_lock())
+            return Lock(gate, std::adopt_lock);
+        pauseProcessor();
+    }
+    return Lock(gate);
+}
+
 void LogWriter::push(std::string_view line)
 {
-    Lock lock(gate);
+    Lock lock = lockSoon();
     for (;;) {
         if (abandoned)
             return lose(stuckReason());
@@ -82,6 +104,8 @@ bool LogWriter::waitForRoom(Lock& lock)
     }
     if (!running)
         start(lock);
+    if (std::exchange(gathering, false))
+        work.notify_one();
     ++waiting;
     ++wantingRoom;
     progress.wait_until(lock, until);
@@ -113,7 +137,9 @@ void LogWriter::wake(Lock& lock)
 {
     if (!running)
         return start(lock);
-    const bool notify = std::exchange(asleep, false);
+    const bool notify = asleep || (gathering && queue.chunks() > gatheredChunks);
+    if (notify)
+        asleep = gathering = false;
     lock.unlock();
     if (notify)
         work.notify_one();
@@ -123,7 +149,7 @@ void LogWriter::request(Lock& lock)
 {
     requested = true;
     retryAt = {};
-    asleep = false;
+    asleep = gathering = false;
     lock.unlock();
     work.notify_one();
 }

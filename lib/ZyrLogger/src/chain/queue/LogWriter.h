@@ -89,6 +89,7 @@ private:
     };
 
     // On the threads that log.
+    Lock lockSoon();
     bool isStuck(Clock::time_point now) const;
     std::string stuckReason() const;
     bool waitForRoom(Lock& lock);
@@ -110,6 +111,8 @@ private:
     void settle(const std::error_code& error, Lock& lock);
     void fail(std::string reason);
     bool isToBeTold();
+    void gather(Lock& lock);
+    void sleep(Lock& lock);
     void rest(Lock& lock, std::optional<Clock::time_point> until);
     bool hasWork() const { return !queue.isEmpty() || lost > 0; }
     bool mayRest() const;
@@ -136,8 +139,10 @@ private:
     bool joinable = false;
     bool starting = false;
     bool running = false;
-    bool asleep = false;   ///< and to be woken by a line
-    unsigned stopping = 0; ///< how many wait for its end
+    bool asleep = false;    ///< and to be woken by a line
+    bool gathering = false; ///< lines for the next write; to be woken by many only
+    bool busy = false;      ///< lines come so fast that gathering saves wake-ups
+    unsigned stopping = 0;  ///< how many wait for its end
     bool abandoned = false;
     bool leftBehind = false; ///< the thread, in a call that hangs
     bool closing = false;    ///< the file, when no archive waits for compression any more

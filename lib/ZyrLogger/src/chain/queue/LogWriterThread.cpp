@@ -21,6 +21,8 @@ namespace {
 constexpr std::size_t batchBytes = 256 * 1024;
 constexpr auto shortestBackoff = 2ms;
 constexpr std::chrono::milliseconds longestBackoff = 1s;
+constexpr auto gatheringTime = 1ms;
+constexpr auto shortSleep = 5ms;
 constexpr auto quietTime = 10s; // between two reports of failures
 
 } // namespace
@@ -89,9 +91,7 @@ bool LogWriter::turn(Lock& lock)
         file.close();
         lock.lock();
     } else if (mayRest()) { // what was said while a line was written woke nobody
-        asleep = true;
-        rest(lock, std::nullopt);
-        asleep = false;
+        busy && !settings.flush ? gather(lock) : sleep(lock);
     }
     return true;
 }
@@ -214,6 +214,25 @@ bool LogWriter::isToBeTold()
     told = true;
     reported = now;
     return true;
+}
+
+/// Waits a moment for more lines, without having each of them wake this thread: under load a wake-up costs the thread
+/// that logs more than the record does.
+void LogWriter::gather(Lock& lock)
+{
+    gathering = true;
+    work.wait_until(lock, Clock::now() + gatheringTime);
+    gathering = false;
+    busy = !queue.isEmpty();
+}
+
+void LogWriter::sleep(Lock& lock)
+{
+    asleep = true;
+    const auto begin = Clock::now();
+    rest(lock, std::nullopt);
+    asleep = false;
+    busy = Clock::now() - begin < shortSleep;
 }
 
 bool LogWriter::mayRest() const
