@@ -32,16 +32,15 @@ std::string_view viewOf(const QByteArray& text)
 
 LocaleNumbers::LocaleNumbers()
 {
-    learn();
+    integers = doubles = writer.use(locale);
+    if (integers)
+        compare();
 }
 
 void LocaleNumbers::update()
 {
-    const QLocale now;
-    if (now == locale)
-        return;
-    locale = now;
-    learn();
+    if (QLocale() != locale)
+        *this = LocaleNumbers(); // at once, so that it stays as it was where memory runs out in between
 }
 
 void LocaleNumbers::append(qint64 number, LineBuffer& to) const
@@ -68,13 +67,6 @@ void LocaleNumbers::append(double number, LineBuffer& to) const
         to.extendTo(writer.writeZero(to.room(writer.room())));
     else
         to.append(viewOf(ask(locale, number)));
-}
-
-void LocaleNumbers::learn()
-{
-    integers = doubles = writer.use(locale);
-    if (integers)
-        compare();
 }
 
 /// With numbers of every length, since it is the groups that a locale can have its own way with.

@@ -9,7 +9,7 @@ namespace Zyr {
 
 /// Numbers as the default locale writes them: what QLocale().toString() gives, in UTF-8. For one thread at a time.
 ///
-/// It writes them itself, with symbols derived from the locale, which takes a tenth of the time. Where a comparison
+/// It writes them itself, with symbols derived from the locale, which takes a fraction of the time. Where a comparison
 /// shows that a locale writes otherwise, or a number is not for it to round, it asks the locale.
 class LocaleNumbers
 {
@@ -28,7 +28,6 @@ public:
     bool writesDoubles() const noexcept { return doubles; }
 
 private:
-    void learn();
     void compare();
 
     QLocale locale;
