@@ -7,11 +7,12 @@ import pathlib
 import re
 import subprocess
 import sys
+import textwrap
 from xml.sax.saxutils import escape
 
 
 def run_program(*command):
-    """Runs a program that prints one JSON object. One that fails ends everything: no figures are better than wrong ones."""
+    """Runs a program that prints one JSON object. One that fails ends everything: better no figures than wrong ones."""
     try:
         done = subprocess.run([str(word) for word in command], stdout=subprocess.PIPE, timeout=600, check=True)
         return json.loads(done.stdout)
@@ -53,6 +54,10 @@ def markdown_table(header, rows):
     return "\n".join("| " + " | ".join(line) + " |" for line in lines)
 
 
+def paragraph(text):
+    return textwrap.fill(text, 120, break_on_hyphens=False)
+
+
 def text_table(header, rows):
     widths = [max(len(line[column]) for line in [header, *rows]) for column in range(len(header))]
     return "\n".join(
@@ -73,7 +78,7 @@ def replace_block(document, name, text):
 
 # Greys and one blue that can be read on white and on black; text follows the reader's colour scheme where it is known.
 CHART_STYLE = """
-    text { font-family: sans-serif; font-size: 13px; fill: #57606a; }
+    text { font-family: sans-serif; font-size: 13px; fill: #6b737d; }
     .title { font-size: 15px; font-weight: bold; }
     .group { font-weight: bold; }
     .right { text-anchor: end; }
@@ -92,15 +97,18 @@ def tick_step(largest):
 
 
 def bar_chart(title, unit, groups, own):
-    """Horizontal bars as SVG text. groups: (name, [(label, value), ...]), all on one axis; `own` is the label in blue."""
+    """Horizontal bars, as SVG. groups: (name, [(label, value), ...]), all on one axis; `own` is the label in blue."""
     left, right, top, bar, gap, head = 120, 80, 60, 16, 4, 26
     width, plot = 760, 760 - left - right
     largest = max(value for _, bars in groups for _, value in bars)
+    ticks = [(tick, left + tick / largest * plot) for tick in range(0, int(largest) + 1, tick_step(largest))]
     parts = []
     y = top
     for name, bars in groups:
         parts.append(f'<text class="group" x="{left}" y="{y + 16}">{escape(name)}</text>')
         y += head
+        bottom = y + len(bars) * (bar + gap)
+        parts += [f'<line x1="{x:.1f}" y1="{y - gap}" x2="{x:.1f}" y2="{bottom}"/>' for _, x in ticks]
         for label, value in bars:
             length = max(1.0, value / largest * plot)
             style = "bar own" if label == own else "bar"
@@ -109,16 +117,11 @@ def bar_chart(title, unit, groups, own):
             parts.append(f'<text x="{left + length + 6:.1f}" y="{y + 13}">{value:,.0f}</text>')
             y += bar + gap
         y += 12
-    step = tick_step(largest)
-    axis = []
-    for tick in range(0, int(largest) + 1, step):
-        x = left + tick / largest * plot
-        axis.append(f'<line x1="{x:.1f}" y1="{top}" x2="{x:.1f}" y2="{y}"/>')
-        axis.append(f'<text class="middle" x="{x:.1f}" y="{y + 18}">{tick:,}</text>')
-    height = y + 52
+    axis = [f'<text class="middle" x="{x:.1f}" y="{y + 8}">{tick:,}</text>' for tick, x in ticks]
+    height = y + 42
     heading = [
         f'<text class="title" x="{left}" y="26">{escape(title)}</text>',
-        f'<text class="middle" x="{left + plot / 2:.1f}" y="{y + 40}">{escape(unit)}</text>',
+        f'<text class="middle" x="{left + plot / 2:.1f}" y="{y + 30}">{escape(unit)}</text>',
     ]
     body = "\n".join(f"  {part}" for part in heading + axis + parts)
     return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" height="{height}"'

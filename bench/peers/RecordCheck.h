@@ -19,7 +19,7 @@
 namespace Bench {
 
 /// The end of the line that belongs to the number. Libraries that write numbers by the locale group their digits, which
-/// has been undone.
+/// the check has undone.
 inline std::string expectedEnd(int number, const Record::Lines& lines)
 {
     char text[160];
@@ -48,10 +48,10 @@ inline void checkRecords(const std::string& path, int records)
         if (found == 0 && !isJsonWithTime(line))
             throw std::runtime_error("the first line is no record: " + line);
         last = line;
-        line.erase(std::remove(line.begin() + std::ptrdiff_t(std::min<std::size_t>(line.size(), 60)), line.end(), ','),
-                   line.end());
         int number = -1;
         const std::size_t text = line.find("\"pump ");
+        if (text != std::string::npos)
+            line.erase(std::remove(line.begin() + std::ptrdiff_t(text), line.end(), ','), line.end());
         if (text == std::string::npos || std::sscanf(line.c_str() + text, "\"pump %d ", &number) != 1 || number < 0 ||
             number >= records || seen[static_cast<std::size_t>(number)] || !line.ends_with(expectedEnd(number, lines)))
             throw std::runtime_error("unexpected line: " + last);
