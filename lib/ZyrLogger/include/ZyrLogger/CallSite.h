@@ -1,0 +1,43 @@
+#pragma once
+
+#include <ZyrLogger/Export.h>
+
+#include <atomic>
+#include <cstdint>
+
+/// What the macros of <ZyrLogger/Macros.h> remember at each place in the source.
+///
+/// Lock-free and of 32-bit atomics only, since wider ones take a lock on small processors. Constant-initialised and
+/// without destructor, so that they work during static initialisation and destruction as well.
+namespace Zyr::Detail {
+
+/// Lets the first call pass and then every n-th.
+class ZYRLOGGER_EXPORT EveryNth
+{
+public:
+    /// An `n` below 2 lets every call pass. `n` may differ from call to call.
+    bool pass(int n) noexcept;
+
+private:
+    std::atomic<std::uint32_t> calls{0}; ///< since one passed, that one included; 0 when the next one passes
+};
+
+/// Lets at most n calls pass in a second, which begins with the first of them and lasts up to an eighth longer.
+class ZYRLOGGER_EXPORT AtMostPerSecond
+{
+public:
+    static constexpr int most = 0xffff;
+
+    /// Sixteenths of a second of a clock that never goes back; wraps around.
+    using Clock = std::uint32_t (*)() noexcept;
+    static std::uint32_t steadyClock() noexcept;
+
+    /// An `n` below 1 lets no call pass, one above `most` counts as that. `n` may differ from call to call.
+    bool pass(int n, Clock clock = steadyClock) noexcept;
+
+private:
+    std::atomic<std::uint32_t> start{0};  ///< of the second, by the clock
+    std::atomic<std::uint32_t> passed{0}; ///< low half: how many; high half: low half of the second's start
+};
+
+} // namespace Zyr::Detail
