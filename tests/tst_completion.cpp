@@ -5,9 +5,15 @@
 
 #include <ZyrLogger/ClassLogger.h>
 
+#include <Poco/Logger.h>
+#include <Poco/Message.h>
+#include <Poco/Thread.h>
+
 #include <QtTest/QtTest>
 
 #include <thread>
+
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -45,18 +51,77 @@ private Q_SLOTS:
         QTRY_COMPARE(place.lines(u"tst.log"_s), lines);
     }
 
+    // A process, a thread or a source file that is not the entry's own but one of those before.
+    void keepsNothingOfEarlierRecords()
+    {
+        const QString file = place.write(u"kept.ini"_s, settingsFile({}, "flush=true\npattern=%P %T %U %t"));
+        Zyr::Logger keeper(u"keeper"_s, u"kept.log"_s, file);
+        char source[] = "a.cpp";
+        const auto say = [&] { keeper.out(Zyr::Info, u"x"_s, source).endl(); };
+        say();
+        source[0] = 'b';
+        Poco::Thread thread("pump");
+        thread.startFunc([&] {
+            say();
+            thread.setName("valve");
+            say();
+        });
+        thread.join();
+        keeper.out(Zyr::Info, QString(100'000, u'x')).endl();
+        say();
+        const QString pid = QString::number(getpid());
+        QTRY_COMPARE(place.lines(u"kept.log"_s).size(), 5);
+        QStringList lines = place.lines(u"kept.log"_s);
+        QCOMPARE(lines.takeAt(3).size(), pid.size() + 3 + 100'000);
+        QCOMPARE(lines, QStringList({pid + u"  a.cpp x"_s, pid + u" pump b.cpp x"_s, pid + u" valve b.cpp x"_s,
+                                     pid + u"  b.cpp x"_s}));
+    }
+
+    // A level that is not the one in force; repeats that are not counted because nobody made the entry.
+    void tellsWhatIsEnabled()
+    {
+        const auto enabled = [](const Zyr::Logger& asked) {
+            QList<int> levels;
+            for (int level = 0; level < 14; ++level) {
+                if (asked.isEnabled(uchar(level)))
+                    levels.append(level);
+            }
+            return levels;
+        };
+        const QString file = place.write(u"level.ini"_s, settingsFile("level=notice"));
+        Zyr::Logger asked(u"asked"_s, u"level.log"_s, file);
+        const QList<int> upToNotice = {0, 1, 2, 3, 4, 5, 9, 10, 11, 13};
+        QCOMPARE(enabled(asked), upToNotice);
+        Poco::Logger::get("asked").setLevel(Poco::Message::PRIO_FATAL);
+        asked.out(Zyr::Error, u"dropped, and the level is seen"_s).endl();
+        QCOMPARE(enabled(asked), QList<int>({0, 1, 9, 10, 13}));
+        place.load(asked, "[Logger]\nlevel=none");
+        QCOMPARE(enabled(asked), QList<int>());
+        place.load(asked, "[Logger]\nlevel=none\ncheckRepeatedMsg=true");
+        QCOMPARE(enabled(asked).size(), 14);
+        asked.out(Zyr::Trace, u"counted"_s).endl();
+        QCOMPARE(enabled(asked).size(), 14);
+        place.load(asked, "[Logger]\nlevel=notice");
+        QCOMPARE(enabled(asked), upToNotice);
+        Zyr::Logger sameName(u"asked"_s, u"level.log"_s, file);
+        QCOMPARE(enabled(sameName), QList<int>()); // POCO has no logger for it
+    }
+
     // Filters that fold case, see placeholders or marks, need every entry to match, or let the including ones win; an
-    // empty one that is not found.
+    // empty one that is not found; a text or an entry that UTF-8 cannot hold, or what is behind a NUL, not searched.
     void filtersTheRenderedText()
     {
         const RecordingListener listener(logger);
         logger.addExcludeFilter(u"noise"_s);
-        for (const QString& text : {u"Network up"_s, u"subnet up"_s, u"net noise"_s, u"up"_s, u"Noise net"_s})
+        logger.addExcludeFilter(QChar(0xD83D)); // the first half of many characters
+        for (const QString& text : {u"Network up"_s, u"subnet up"_s, u"net noise"_s, u"up"_s, u"Noise net"_s,
+                                    u"net \U0001F600"_s, u"net"_s + QChar(0xD83D), u"net\0noise"_s, u"ne\0net"_s})
             logger.out(Zyr::System, u"%1"_s).arg(text).endl();
         logger.out(Zyr::Emerg, u"boom"_s, "a.cpp", 7).endl();
         logger.addExcludeFilter({}); // for good
         logger.out(Zyr::System, u"subnet down"_s).endl();
-        QCOMPARE(listener.records(), QStringList({u"notice <SYS> subnet up"_s, u"notice <SYS> Noise net"_s}));
+        QCOMPARE(listener.records(),
+                 QStringList({u"notice <SYS> subnet up"_s, u"notice <SYS> Noise net"_s, u"notice <SYS> ne"_s}));
     }
 
     // Levels 9 and 10 for a class logger's last two, calls in disorder, a source file or line of the library's own; a

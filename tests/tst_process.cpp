@@ -120,6 +120,7 @@ public Q_SLOTS:
         Zyr::Logger& logger = valve->getLogger();
         Zyr::LogMessage& begun = valve->cLogInfo(u"begun before"_s);
         logger.flushFinal();
+        right &= !logger.isEnabled(Zyr::Emerg) && !Zyr::Logger::instance().isEnabled(Zyr::Emerg);
         begun.endl();
         valve->cLogInfo(u"a"_s).endl();
         logger.flushLog();
@@ -166,6 +167,7 @@ public Q_SLOTS:
         valve->cLogInfo(u"a"_s).endl();
         valve.reset();
         Poco::Logger::shutdown();
+        right &= !logger.isEnabled(Zyr::Emerg);
         QSettings settings(u"own.ini"_s, QSettings::IniFormat);
         right &= !logger.createLoggerBySettings(settings) && !logger.onConfigFileChanged(settings, false);
         logger.setLogFilePath(u"moved.log"_s);

@@ -1,10 +1,24 @@
 #include <ZyrLogger/LogMessage.h>
 
+#include "caller/CallerThread.h"
+
 #include <utility>
 
 #include <cxxabi.h>
 
 namespace Zyr {
+
+namespace {
+
+QString decode(const char* sourceFile)
+{
+    if (!sourceFile || !*sourceFile)
+        return {};
+    CallerThread* const thread = CallerThread::current();
+    return thread ? thread->sourceNames.decode(sourceFile) : QString::fromUtf8(sourceFile);
+}
+
+} // namespace
 
 LogMessage::Completer::Completer() = default;
 LogMessage::Completer::~Completer() = default;
@@ -12,14 +26,34 @@ LogMessage::Completer::~Completer() = default;
 LogMessage::LogMessage(unsigned char messageLevel, const QString& messageText, const char* sourceFile, int sourceLine)
     : level(static_cast<LogLevel>(messageLevel))
     , text(messageText)
-    , file(QString::fromUtf8(sourceFile))
+    , file(decode(sourceFile))
     , line(sourceLine)
 {
 }
 
 LogMessage::~LogMessage()
 {
-    clear();
+    releaseContainers();
+}
+
+void* LogMessage::operator new(std::size_t size)
+{
+    if (size == sizeof(LogMessage)) { // and not of a derived class
+        if (CallerThread* const thread = CallerThread::current()) {
+            if (void* const kept = thread->messages.takeBlock())
+                return kept;
+        }
+    }
+    return ::operator new(size);
+}
+
+void LogMessage::operator delete(void* memory, std::size_t size) noexcept
+{
+    if (size == sizeof(LogMessage)) {
+        if (CallerThread* const thread = CallerThread::current(); thread && thread->messages.keepBlock(memory))
+            return;
+    }
+    ::operator delete(memory);
 }
 
 void LogMessage::setCompleter(Completer* newCompleter)
@@ -29,8 +63,10 @@ void LogMessage::setCompleter(Completer* newCompleter)
 
 LogMessage& LogMessage::arg(QVariant value)
 {
-    if (!args)
-        args = new QList<QVariant>;
+    if (!args) {
+        CallerThread* const thread = CallerThread::current();
+        args = thread ? thread->messages.takeList() : new QList<QVariant>;
+    }
     args->append(std::move(value));
     return *this;
 }
@@ -54,7 +90,17 @@ void LogMessage::clear()
     text.clear();
     file.clear();
     line = 0;
-    delete std::exchange(args, nullptr);
+    releaseContainers();
+}
+
+void LogMessage::releaseContainers() noexcept
+{
+    if (QList<QVariant>* const list = std::exchange(args, nullptr)) {
+        if (CallerThread* const thread = CallerThread::current())
+            thread->messages.keepList(list);
+        else
+            delete list;
+    }
     delete std::exchange(topics, nullptr);
 }
 

@@ -55,6 +55,7 @@ Logger::Logger(QString name, const QString& logFileName, const QString& settings
     : ConfigFileListener(u"_Log"_s, settingsFileName)
     , loggerName(std::move(name))
     , state(std::make_unique<State>(*this))
+    , enabledPriority(state->access->enabledPriority())
 {
     const QString directory =
         Misc::standardDirectory("QUADEL_CURRENT_LOG_LOCATION", QStandardPaths::GenericDataLocation);
@@ -99,24 +100,25 @@ public:
     /// usable yet.
     static void start()
     {
-        static constinit std::atomic<bool> started = false;
         static constinit thread_local bool starting = false;
-        if (started.load(std::memory_order_acquire) || starting || logger().state->isInherited())
+        if (starting || logger().state->isInherited())
             return;
         static constinit std::mutex first;
         const std::lock_guard lock(first);
-        if (started.load(std::memory_order_relaxed))
+        if (mainLogger.load(std::memory_order_relaxed))
             return;
         const QScopedValueRollback mark(starting, true);
         logger().start(QString());
-        started.store(true, std::memory_order_release);
+        mainLogger.store(&logger(), std::memory_order_release);
     }
 
 private:
     alignas(Logger) static inline std::byte storage[sizeof(Logger)];
 };
 
-Logger& Logger::instance()
+constinit std::atomic<Logger*> Logger::mainLogger = nullptr;
+
+Logger& Logger::makeInstance()
 {
     static constinit std::atomic<bool> made = false;
     if (!made.load(std::memory_order_acquire)) {
@@ -132,11 +134,6 @@ Logger& Logger::instance()
 bool Logger::isMainLogger() const
 {
     return loggerName == mainLoggerName;
-}
-
-bool Logger::isUsable() const
-{
-    return state->share(fileChannel);
 }
 
 void Logger::flushFinal()
@@ -178,6 +175,8 @@ bool Logger::closeChain()
     // These end the chain when they go, after that lock has been left.
     const auto link = state->share(formattingChannel);
     if (const auto registered = state->share(pocoLogger)) {
+        state->access->close();
+        state->keepUsedChain();
         try {
             State::callRegistry([&] { Poco::Logger::destroy(loggerName.toStdString()); });
         } catch (...) {
@@ -217,6 +216,7 @@ void Logger::forgetChain() noexcept
     asyncChannel = nullptr;
     formattingChannel = nullptr;
     pocoLogger = nullptr;
+    state->publishChain();
 }
 
 } // namespace Zyr

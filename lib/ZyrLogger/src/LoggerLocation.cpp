@@ -21,7 +21,7 @@ QString Logger::getLogFilePath()
 
 void Logger::setLogFilePath(QString path)
 {
-    if (!isUsable())
+    if (!state->isUsable())
         return;
     Misc::checkDirectory(QFileInfo(path).path());
     setLogFileProperty(QString::fromStdString(Poco::FileChannel::PROP_PATH), path);

@@ -3,15 +3,20 @@
 #include <ZyrLogger/Logger.h>
 
 #include "ListenerCall.h"
+#include "chain/LineFormatter.h"
+#include "chain/format/CalendarText.h"
 
 #include <ZyrLogger/PocoMessage.h>
 
 #include <QtCore/QDateTime>
 
 #include <Poco/Logger.h>
-#include <Poco/PatternFormatter.h>
 
-#include <string>
+#include <algorithm>
+#include <cstdint>
+#include <iterator>
+#include <limits>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -30,21 +35,50 @@ struct Presentation
     QString line;
 };
 
-QString priorityName(const Poco::PatternFormatter& formatter, Poco::Message::Priority priority)
+QString toQString(std::string_view utf8)
 {
-    const QStringList names =
-        QString::fromStdString(formatter.getProperty(Poco::PatternFormatter::PROP_PRIORITY_NAMES)).split(u',');
-    const qsizetype index = static_cast<qsizetype>(priority) - 1; // the names begin with priority 1
-    return index >= 0 && index < names.size() ? names.at(index) : u"?"_s;
+    return QString::fromUtf8(utf8.data(), static_cast<qsizetype>(utf8.size()));
 }
 
-Presentation present(const PocoMessage& record, Poco::PatternFormatter& formatter)
+/// The entry of that number, from 1 on; blanks belong to it.
+QString priorityName(std::string_view names, int priority)
 {
-    std::string line;
-    formatter.format(record, line);
-    return {priorityName(formatter, record.getPriority()),
-            QDateTime::fromMSecsSinceEpoch(record.getTime().epochMicroseconds() / 1000).toString(Qt::ISODateWithMs),
-            QString::fromStdString(record.getText()), QString::fromStdString(line)};
+    for (int number = 1; priority > 0; ++number) {
+        const std::size_t comma = names.find(',');
+        if (number == priority)
+            return toQString(names.substr(0, comma));
+        if (comma == names.npos)
+            break;
+        names.remove_prefix(comma + 1);
+    }
+    return u"?"_s;
+}
+
+/// Local, as Qt writes it in ISO 8601 with milliseconds. Qt itself takes longer than all the rest of a record.
+QString timeText(const Poco::Timestamp& time)
+{
+    const qint64 milliseconds = time.epochMicroseconds() / 1000;
+    constexpr qint64 fourDigitYears = std::numeric_limits<std::int32_t>::max();
+    if (milliseconds < 0 || milliseconds / 1000 > fourDigitYears)
+        return QDateTime::fromMSecsSinceEpoch(milliseconds).toString(Qt::ISODateWithMs);
+    const CalendarText& at = CalendarText::of(milliseconds / 1000, true);
+    auto rest = static_cast<int>(milliseconds % 1000);
+    char text[] = "yyyy-mm-ddThh:mm:ss.zzz";
+    at.year().copy(text, 4);
+    const char* const parts[] = {at.month, at.day, at.hour, at.minute, at.secondOfMinute};
+    for (std::size_t i = 0; i < std::size(parts); ++i)
+        std::copy_n(parts[i], 2, text + 5 + 3 * i);
+    for (char* digit = std::end(text) - 2; *digit == 'z'; --digit, rest /= 10)
+        *digit = char('0' + rest % 10);
+    return QString::fromLatin1(text);
+}
+
+Presentation present(const PocoMessage& record, const LinePattern& pattern)
+{
+    LineBuffer line;
+    pattern.format(record, line);
+    return {priorityName(pattern.source().priorityNames, record.getPriority()), timeText(record.getTime()),
+            toQString(record.getText()), toQString(line.view())};
 }
 
 } // namespace
@@ -57,23 +91,29 @@ void Logger::LogListener::handleFormatedMessage(QString)
 
 void Logger::writeMsgToLog(const PocoMessage& record)
 {
-    if (state->isChainGone())
-        return;
-    Poco::AutoPtr<Poco::Logger> target;
-    Poco::AutoPtr<Poco::PatternFormatter> formatter;
-    {
-        const std::lock_guard lock(state->guard);
-        target = state->shareLocked(pocoLogger);
-        if (!listeners.isEmpty())
-            formatter = state->shareLocked(patternFormatter);
-    }
+    ChainUse use(*state->access);
+    writeRecord(use, record);
+}
+
+/// Ends the use before listeners are called.
+void Logger::writeRecord(ChainUse& use, const PocoMessage& record)
+{
+    Poco::Logger* const target = use.logger();
     if (!target)
         return;
     target->log(record);
-    if (!formatter || record.getPriority() > target->getLevel())
-        return;
+    const bool isTold = state->rules().hasListeners && record.getPriority() <= target->getLevel();
+    use.leave();
+    if (isTold)
+        tellListeners(record);
+}
 
-    const Presentation presentation = present(record, *formatter);
+void Logger::tellListeners(const PocoMessage& record)
+{
+    const auto formatter = state->share(patternFormatter).unsafeCast<LineFormatter>();
+    if (!formatter)
+        return;
+    const Presentation presentation = present(record, formatter->patterns()->inForce());
     std::vector<const LogListener*> served;
     for (;;) {
         const ListenerCall call(*this, served);
@@ -89,14 +129,17 @@ void Logger::writeMsgToLog(const PocoMessage& record)
 void Logger::registerLogListener(LogListener* listener)
 {
     const std::lock_guard lock(state->guard);
-    if (!listeners.contains(listener))
-        listeners.append(listener);
+    if (listeners.contains(listener))
+        return;
+    listeners.append(listener);
+    state->publishRules();
 }
 
 void Logger::unregisterLogListener(LogListener* listener)
 {
     std::unique_lock lock(state->guard);
-    listeners.removeAll(listener);
+    if (listeners.removeAll(listener) > 0)
+        state->publishRules();
     // Two listeners that each unregister the other from inside a callback would wait for each other for ever.
     // In a forked child nobody ends the calls that other threads were in.
     if (!ListenerCall::isUnderWayHere() && !state->isInherited())
@@ -107,6 +150,7 @@ void Logger::addExcludeFilter(QString filter)
 {
     const std::lock_guard lock(state->guard);
     excludeFilters.append(std::move(filter));
+    state->publishRules();
 }
 
 } // namespace Zyr

@@ -167,6 +167,7 @@ QString Logger::applyFilters(QSettings& settings, bool& keysAdded)
     checkRepeatedMsg = check;
     amountRepeatedMsg = amount;
     maxRepeatedMsgCounter = maximum;
+    state->publishRules();
     return level;
 }
 
@@ -257,7 +258,7 @@ bool Logger::completeChain(const QString& level)
         auto& file = static_cast<LogFileChannel&>(*fileChannel);
         file.writer().setLossFormat(loggerName.toStdString(), formatter->patterns());
         auto* made = new LineFormattingChannel(
-            formatter, Poco::AutoPtr(static_cast<LineQueueChannel*>(asyncChannel), true), state->chainReleased);
+            formatter, Poco::AutoPtr(static_cast<LineQueueChannel*>(asyncChannel), true), state->access);
         patternFormatter->release();
         asyncChannel->release();
         return made;
@@ -271,6 +272,8 @@ bool Logger::completeChain(const QString& level)
         } catch (const Poco::Exception& error) {
             throw Poco::InvalidArgumentException(setting.toStdString(), error.message());
         }
+        const std::lock_guard lock(state->guard);
+        state->publishChain();
         return true;
     }
     try {

@@ -1,6 +1,7 @@
 #include "LoggerState.h"
 
 #include "StandardOutput.h"
+#include "caller/CallerThread.h"
 #include "chain/LineFormatter.h"
 #include "chain/file/TrackedFile.h"
 #include "chain/format/LocalTime.h"
@@ -66,6 +67,7 @@ Logger::State::State(Logger& itsLogger)
 {
     static const ProcessLife life;
     Patience::watchMainThread();
+    publishRules();
     const std::lock_guard lock(livingMutex);
     living().push_back(this);
 }
@@ -86,8 +88,10 @@ void Logger::State::markShutDown()
     pocoIsShutDown.store(true, std::memory_order_release);
     // Whoever asked before the mark holds its logger's guard until it has its own reference to the chain.
     const std::lock_guard lock(livingMutex);
-    for (State* state : living())
+    for (State* state : living()) {
         const std::lock_guard passed(state->guard);
+        state->access->close();
+    }
 }
 
 void Logger::State::shutPocoDown()
@@ -103,12 +107,51 @@ void Logger::State::shutPocoDown()
         }
     }
     markShutDown();
+    {
+        const std::lock_guard lock(livingMutex);
+        for (State* state : living())
+            state->keepUsedChain();
+    }
     for (const auto& file : files) {
         if (file)
             file->writer().finish();
     }
     if (forksSoFar == 0) // POCO's registry may be locked for ever in a child
         Poco::Logger::shutdown();
+}
+
+void Logger::State::publishChain() noexcept
+{
+    hasFile.store(logger.fileChannel, std::memory_order_release);
+    const Rules* const rules = inForce.load(std::memory_order_relaxed);
+    int enabled = ChainAccess::always;
+    if (isChainGone() || (logger.fileChannel && !logger.pocoLogger))
+        enabled = ChainAccess::never;
+    else if (logger.pocoLogger && !rules->suppressRepeats)
+        enabled = logger.pocoLogger->getLevel();
+    access->set(isChainGone() ? nullptr : logger.pocoLogger, enabled);
+}
+
+void Logger::State::publishRules()
+{
+    const RepeatLimits limits = {logger.amountRepeatedMsg, logger.maxRepeatedMsgCounter};
+    allRules.push_back(std::make_unique<Rules>(Rules{TextFilters(logger.textFilters, logger.excludeFilters), limits,
+                                                     logger.checkRepeatedMsg && logger.amountRepeatedMsg != 0,
+                                                     !logger.listeners.isEmpty()}));
+    inForce.store(allRules.back().get());
+    if (!access->isInUse(ChainAccess::ByAny))
+        allRules.erase(allRules.begin(), allRules.end() - 1);
+    publishChain();
+}
+
+/// When it returns, the chain may be released: a thread that hangs in it keeps it.
+void Logger::State::keepUsedChain()
+{
+    if (access->waitForUses())
+        return;
+    const std::lock_guard lock(guard);
+    if (logger.pocoLogger && !access->isReleased())
+        logger.pocoLogger->duplicate();
 }
 
 bool Logger::State::isInherited() const noexcept
@@ -150,6 +193,7 @@ void Logger::State::renewInChild()
         if (logger.patternFormatter)
             static_cast<LineFormatter*>(logger.patternFormatter)->afterForkInChild();
     }
+    access->afterForkInChild();
     logger.pendingMessages.clear();
     logger.repeatCounts.clear();
     pendingFiles.clear();
@@ -189,6 +233,7 @@ void Logger::State::afterForkInChild() noexcept
     TrackedFile::afterForkInChild();
     StandardOutput::afterForkInChild();
     LocalTime::afterForkInChild();
+    CallerThread::afterForkInChild();
     for (State* state : living())
         state->renewInChild();
     registry.unlock();

@@ -2,6 +2,8 @@
 
 #include <ZyrLogger/Logger.h>
 
+#include "LoggerRules.h"
+#include "chain/ChainAccess.h"
 #include "chain/LogFileChannel.h"
 
 #include <Poco/AutoPtr.h>
@@ -17,12 +19,13 @@ namespace Zyr {
 
 /// How the calls of several threads on one logger meet, and what all loggers of the process have in common.
 ///
-/// Two locks, taken in this order: `reload` makes settings loads and location calls take turns; `guard` is the one that
-/// logging takes, only ever for the few instructions that copy or change fields. Neither is held while listeners run or
+/// Two locks, taken in this order: `reload` makes settings loads and location calls take turns; `guard` is
+/// only ever taken for the few instructions that copy or change fields. Neither is held while listeners run or
 /// records are written, and only `reload` while settings are read.
 ///
-/// A thread that uses a link of the chain takes a reference to it under `guard` (share()), so that a shutdown of POCO's
-/// logging, which releases the chain, cannot pull it away.
+/// A thread that logs takes no lock: it uses the chain through `access` and goes by the rules that are in force then.
+/// Whoever else uses a link of the chain takes a reference to it under `guard` (share()). So a shutdown of POCO's
+/// logging, which releases the chain, cannot pull it away from either.
 class ZYRLOGGER_NO_EXPORT Logger::State
 {
 public:
@@ -52,8 +55,10 @@ public:
         if (isChainGone())
             return nullptr;
         const std::lock_guard lock(guard);
-        if (!field && !isChainGone())
+        if (!field && !isChainGone()) {
             field = make();
+            publishChain();
+        }
         return shareLocked(field);
     }
 
@@ -66,7 +71,17 @@ public:
 
     /// Whether the chain must not be touched, since the pointers to it may dangle: after a shutdown, and when the
     /// application itself released it through POCO. Takes no lock.
-    bool isChainGone() const noexcept { return isShutDown() || chainReleased->load(std::memory_order_acquire); }
+    bool isChainGone() const noexcept { return isShutDown() || access->isReleased(); }
+
+    /// Whether entries can be written. Takes no lock.
+    bool isUsable() const noexcept { return hasFile.load(std::memory_order_acquire) && !isChainGone(); }
+
+    /// Valid for the calling thread during its use of the chain.
+    const Rules& rules() const noexcept { return *inForce.load(); }
+
+    /// Lets the threads that log see what has changed. The caller holds `guard`.
+    void publishChain() noexcept;
+    void publishRules();
 
     /// Whether POCO's logging counts as shut down, for every logger of the process.
     static bool isShutDown() noexcept;
@@ -77,6 +92,9 @@ public:
 
     /// The same, and shuts POCO's logging down after every logger's queue was written.
     static void shutPocoDown();
+
+    /// Before the chain is released: waits for the threads that are using it, after nobody can begin to.
+    void keepUsedChain();
 
     /// Calls POCO's registry, which has a lock that a forked child must not find locked.
     template <typename Call>
@@ -102,7 +120,7 @@ public:
     /// Whether any thread is inside `listener`. The caller holds `guard`.
     bool isInside(const LogListener* listener) const;
 
-    const std::shared_ptr<std::atomic<bool>> chainReleased = std::make_shared<std::atomic<bool>>(false);
+    const std::shared_ptr<ChainAccess> access = std::make_shared<ChainAccess>();
 
     std::mutex guard;            ///< for the chain pointers, filters, repeat settings and listeners
     std::recursive_mutex reload; ///< recursive: a message handler of Qt may call back while settings are read
@@ -129,16 +147,13 @@ private:
     static std::mutex birth;
     static std::mutex registry;
 
+    std::atomic<bool> hasFile = false;
+    std::atomic<const Rules*> inForce = nullptr;
+    std::vector<std::unique_ptr<const Rules>> allRules; ///< the last one is in force, threads may be using the others
+
     Poco::AutoPtr<LogFileChannel> lockedFile; ///< by lockAll(); the chain may count as gone before it is unlocked
     Logger& logger;
     const unsigned forks; ///< that lay between the first logger's process and the one that made this logger
-};
-
-/// The settings of repeat suppression at one moment.
-struct Logger::RepeatLimits
-{
-    quint32 remembered; ///< how many distinct records
-    quint32 repeats;    ///< of each, before a summary is due
 };
 
 } // namespace Zyr

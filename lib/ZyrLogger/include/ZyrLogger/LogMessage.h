@@ -10,6 +10,7 @@
 
 #include <Poco/Timestamp.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -45,6 +46,11 @@ public:
                         int sourceLine = 0);
     LogMessage(const LogMessage&) = delete;
     LogMessage& operator=(const LogMessage&) = delete;
+
+    /// The memory of messages that were deleted serves the next ones of the same thread.
+    static void* operator new(std::size_t size);
+    static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void operator delete(void* memory, std::size_t size) noexcept;
 
     /// Drops the entry without completing it.
     virtual ~LogMessage();
@@ -96,6 +102,8 @@ public:
     Poco::Timestamp timestamp; ///< when the message was made, not when it was ended
 
 private:
+    ZYRLOGGER_NO_EXPORT void releaseContainers() noexcept;
+
     static QVariant toVariant(long value) { return QVariant::fromValue(value); }
     static QVariant toVariant(unsigned long value) { return QVariant::fromValue(value); }
     static QVariant toVariant(const char* utf8) { return QString::fromUtf8(utf8); }

@@ -13,6 +13,7 @@
 
 #include <Poco/Mutex.h>
 
+#include <atomic>
 #include <memory>
 
 namespace Poco {
@@ -25,6 +26,7 @@ class PatternFormatter;
 
 namespace Zyr {
 
+class ChainUse;
 class PocoMessage;
 class SettingsGroup;
 
@@ -71,7 +73,20 @@ public:
 
     /// The process-wide main logger, made at the first call. It stays valid to the very end of the process: what is
     /// logged after its own shutdown during static destruction goes to standard output.
-    static Logger& instance();
+    static Logger& instance()
+    {
+        Logger* const made = mainLogger.load(std::memory_order_acquire);
+        return made ? *made : makeInstance();
+    }
+
+    /// Whether an entry of that level is worth being made: its record would be written, or counted as a repeat, or the
+    /// logger has no file channel yet, so that out() prints the entry. False after a shutdown. Takes no lock and no
+    /// time; filters are not asked. May lag behind a level that the application itself has set at the Poco::Logger,
+    /// until the next entry.
+    bool isEnabled(unsigned char level) const noexcept
+    {
+        return priorityOf(level) <= enabledPriority.load(std::memory_order_relaxed);
+    }
 
     /// Starts a message, to be ended with endl(). On a logger that cannot write, prints the text and returns a message
     /// that ends without effect. `file` is UTF-8 and may be null.
@@ -125,6 +140,7 @@ private:
     class State;
     class ListenerCall;
     class Main;
+    struct Rules;
     enum class LoadOutcome;
     struct RepeatLimits;
     struct NotStarted
@@ -132,14 +148,16 @@ private:
     };
 
     ZYRLOGGER_NO_EXPORT Logger(QString name, const QString& logFileName, const QString& settingsFileName, NotStarted);
+    static Logger& makeInstance();
     ZYRLOGGER_NO_EXPORT void start(const QString& logFileName);
     ZYRLOGGER_NO_EXPORT bool isMainLogger() const;
-    ZYRLOGGER_NO_EXPORT bool isUsable() const;
     ZYRLOGGER_NO_EXPORT void retire() noexcept;
     ZYRLOGGER_NO_EXPORT bool closeChain();
     ZYRLOGGER_NO_EXPORT void releaseIncompleteChain() noexcept;
     ZYRLOGGER_NO_EXPORT void forgetChain() noexcept;
 
+    ZYRLOGGER_NO_EXPORT void writeRecord(ChainUse& use, const PocoMessage& record);
+    ZYRLOGGER_NO_EXPORT void tellListeners(const PocoMessage& record);
     ZYRLOGGER_NO_EXPORT void admit(const PocoMessage& record, const QByteArray& sourceFile, const RepeatLimits& limits);
     ZYRLOGGER_NO_EXPORT void remember(const PocoMessage& record, const QByteArray& sourceFile);
 
@@ -174,6 +192,9 @@ private:
     QList<LogListener*> listeners;
 
     const std::unique_ptr<State> state; // how calls from several threads meet
+    const std::atomic<int>& enabledPriority;
+
+    static std::atomic<Logger*> mainLogger; // once it is started
 };
 
 } // namespace Zyr

@@ -10,17 +10,19 @@ namespace Zyr {
 
 LineFormattingChannel::LineFormattingChannel(const Poco::AutoPtr<LineFormatter>& itsFormatter,
                                              const Poco::AutoPtr<LineQueueChannel>& target,
-                                             std::shared_ptr<std::atomic<bool>> released)
+                                             std::shared_ptr<ChainAccess> itsAccess)
     : Poco::FormattingChannel(itsFormatter, target)
     , patterns(itsFormatter->patterns())
     , lines(target->sharedLines())
-    , ended(std::move(released))
+    , access(std::move(itsAccess))
 {
 }
 
 LineFormattingChannel::~LineFormattingChannel()
 {
-    ended->store(true, std::memory_order_release);
+    access->close();
+    access->markReleased();
+    access->waitForUses(); // those that found the way open, where it was the application that released the chain
 }
 
 void LineFormattingChannel::log(const Poco::Message& message)

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "chain/ChainAccess.h"
 #include "chain/LineFormatter.h"
 #include "chain/LineQueueChannel.h"
 
 #include <Poco/FormattingChannel.h>
 
-#include <atomic>
 #include <memory>
 
 namespace Zyr {
@@ -14,9 +14,9 @@ namespace Zyr {
 class LineFormattingChannel : public Poco::FormattingChannel
 {
 public:
-    /// `released` becomes true when the chain ends.
+    /// `itsAccess` is closed and marked when the chain ends.
     LineFormattingChannel(const Poco::AutoPtr<LineFormatter>& itsFormatter,
-                          const Poco::AutoPtr<LineQueueChannel>& target, std::shared_ptr<std::atomic<bool>> released);
+                          const Poco::AutoPtr<LineQueueChannel>& target, std::shared_ptr<ChainAccess> itsAccess);
 
     void log(const Poco::Message& message) override;
     void setProperty(const std::string& name, const std::string& value) override;
@@ -27,7 +27,7 @@ protected:
 private:
     const std::shared_ptr<const LinePatterns> patterns;
     const std::shared_ptr<const LogFileChannel::Lines> lines;
-    const std::shared_ptr<std::atomic<bool>> ended;
+    const std::shared_ptr<ChainAccess> access;
 };
 
 } // namespace Zyr
