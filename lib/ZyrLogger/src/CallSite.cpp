@@ -1,6 +1,7 @@
 #include <ZyrLogger/CallSite.h>
 
 #include <algorithm>
+#include <type_traits>
 
 #include <time.h>
 
@@ -10,6 +11,9 @@ namespace {
 
 constexpr std::uint32_t ticksPerSecond = 16;
 constexpr std::uint32_t lowHalf = 0xffff;
+
+static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
+static_assert(std::is_trivially_destructible_v<EveryNth> && std::is_trivially_destructible_v<AtMostPerSecond>);
 
 } // namespace
 
