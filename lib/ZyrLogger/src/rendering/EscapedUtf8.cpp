@@ -1,0 +1,160 @@
+#include "rendering/EscapedUtf8.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <cstring>
+
+namespace Zyr {
+
+namespace {
+
+// Vectors as the compilers offer them for any processor, of as many units as most of them handle at once.
+constexpr std::ptrdiff_t blockSize = 8;
+using Units = std::uint16_t __attribute__((vector_size(2 * blockSize)));
+using Bytes = std::uint8_t __attribute__((vector_size(blockSize)));
+
+constexpr std::ptrdiff_t pieceSize = 16 * blockSize; ///< room for all of it is asked for at once
+constexpr std::ptrdiff_t mostBytesPerUnit = 3;
+
+static_assert(std::endian::native == std::endian::little, "the first of several units is the lowest");
+
+template <typename T>
+T load(const char16_t* from) noexcept
+{
+    T loaded;
+    std::memcpy(&loaded, from, sizeof loaded);
+    return loaded;
+}
+
+/// Fewer units than a block has, followed by NULs, and without reading behind them.
+Units loadFew(const char16_t* from, std::ptrdiff_t count) noexcept
+{
+    std::uint64_t low, high = 0;
+    if (count >= 4) {
+        low = load<std::uint64_t>(from);
+        const auto halfOfSurplus = 8 * (blockSize - count); // all 64 bits at a time are too many to shift
+        high = load<std::uint64_t>(from + count - 4) >> halfOfSurplus >> halfOfSurplus;
+    } else {
+        const auto unit = [from](std::ptrdiff_t index) { return std::uint64_t(from[index]) << (16 * index); };
+        low = unit(0) | unit(count / 2) | unit(count - 1);
+    }
+    using Halves = std::uint64_t __attribute__((vector_size(sizeof(Units)))); // by registers, not by memory
+    return std::bit_cast<Units>(Halves{low, high});
+}
+
+/// A byte for each unit, the first one lowest.
+std::uint64_t narrow(Units units) noexcept
+{
+    return std::bit_cast<std::uint64_t>(__builtin_convertvector(units, Bytes));
+}
+
+/// Ones in the bytes of those units that are not printable ASCII or not to be copied as they are.
+std::uint64_t specialsOf(Units units) noexcept
+{
+    constexpr std::uint16_t first = ' ';
+    constexpr std::uint16_t count = 0x80 - first;
+    return narrow(Units((units - first >= count) | (units == '%') | (units == '"') | (units == '\\')));
+}
+
+/// A character beyond ASCII: its lead byte has the bits of `mark`.
+char* putCharacter(char32_t character, unsigned mark, int furtherBytes, char* to) noexcept
+{
+    *to++ = char(mark | character >> (6 * furtherBytes));
+    while (furtherBytes-- > 0)
+        *to++ = char(0x80 | (character >> (6 * furtherBytes) & 0x3f));
+    return to;
+}
+
+char* putSpecialAscii(char16_t unit, char* to) noexcept
+{
+    if (unit == u'\r')
+        return to;
+    if (unit == u'"' || unit == u'\\')
+        *to++ = '\\';
+    *to++ = unit == u'\n' ? ' ' : char(unit);
+    return to;
+}
+
+/// Puts one character and moves `from` behind it, or leaves it at what stands for no character.
+char* putSpecial(const char16_t*& from, const char16_t* end, char* to) noexcept
+{
+    const char16_t unit = *from;
+    if (unit < 0x80) {
+        if (unit == u'%' || unit == u'\0')
+            return to;
+        ++from;
+        return putSpecialAscii(unit, to);
+    }
+    if (unit >= 0xd800 && unit <= 0xdfff) {
+        if (unit > 0xdbff || end - from < 2 || from[1] < 0xdc00 || from[1] > 0xdfff)
+            return to;
+        const auto character = char32_t(0x10000 + ((unit - 0xd800) << 10) + (from[1] - 0xdc00));
+        from += 2;
+        return putCharacter(character, 0xf0, 3, to);
+    }
+    ++from;
+    return unit < 0x800 ? putCharacter(unit, 0xc0, 1, to) : putCharacter(unit, 0xe0, 2, to);
+}
+
+struct Block
+{
+    const char16_t* begin;
+    const char16_t* end;
+    std::uint64_t bytes;
+    std::uint64_t specials;
+};
+
+/// Puts a block with special units. Leaves `from` at or behind its end, or where putSpecial() stops.
+char* putMixed(const Block& block, const char16_t*& from, const char16_t* end, char* to) noexcept
+{
+    while (from < block.end) {
+        const std::uint64_t specials = block.specials >> (8 * (from - block.begin));
+        if (specials & 1) {
+            const char16_t* const special = from;
+            to = putSpecial(from, end, to);
+            if (from == special)
+                break;
+        } else {
+            const std::uint64_t bytes = block.bytes >> (8 * (from - block.begin));
+            std::memcpy(to, &bytes, sizeof bytes); // right up to the first special one
+            const auto count = std::min<std::ptrdiff_t>(std::countr_zero(specials) / 8, block.end - from);
+            from += count;
+            to += count;
+        }
+    }
+    return to;
+}
+
+} // namespace
+
+const char16_t* appendEscapedUtf8(const char16_t* from, const char16_t* end, LineBuffer& to)
+{
+    while (from != end) {
+        const char16_t* const pieceEnd = from + std::min(end - from, pieceSize);
+        // One unit more for the second half of a pair behind the piece, and what is written to be overwritten.
+        char* out = to.room(std::size_t((pieceEnd - from + 1) * mostBytesPerUnit + blockSize));
+        while (from < pieceEnd) {
+            const std::ptrdiff_t size = std::min(pieceEnd - from, blockSize);
+            const Units units = size == blockSize ? load<Units>(from) : loadFew(from, size);
+            const std::uint64_t bytes = narrow(units);
+            const std::uint64_t specials = specialsOf(units);
+            if (specials == 0) {
+                std::memcpy(out, &bytes, sizeof bytes);
+                out += blockSize;
+                from += blockSize;
+                continue;
+            }
+            const char16_t* const blockEnd = from + size;
+            out = putMixed({from, blockEnd, bytes, specials}, from, end, out);
+            if (from < blockEnd) {
+                to.extendTo(out);
+                return from;
+            }
+        }
+        to.extendTo(out);
+    }
+    return from;
+}
+
+} // namespace Zyr
