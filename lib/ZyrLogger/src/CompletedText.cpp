@@ -1,6 +1,9 @@
 #include "CompletedText.h"
 
 #include "TextFilters.h"
+#include "caller/CallerThread.h"
+#include "chain/format/LineBuffer.h"
+#include "rendering/TextRenderer.h"
 
 #include <ZyrLogger/LogMessage.h>
 
@@ -29,9 +32,20 @@ QString sourceOf(const LogMessage& message)
 
 } // namespace
 
-bool completeText(LogMessage& message, const TextFilters& filters, CallerThread*, std::string& text)
+bool completeText(LogMessage& message, const TextFilters& filters, CallerThread* thread, std::string& text)
 {
     const QByteArray mark = markOf(message.level);
+    LineBuffer line;
+    line.append({mark.constData(), std::size_t(mark.size())});
+    if (thread && renderText(message, thread->numbers, line)) {
+        if (!filters.isEmpty() && !filters.pass(line.view().substr(std::size_t(mark.size()))))
+            return false;
+        text = line.view();
+        if (message.level == Emerg)
+            text += sourceOf(message).toUtf8().constData();
+        return true;
+    }
+
     const QString rendered = message.getStr();
     if (!filters.pass(rendered))
         return false;
