@@ -18,7 +18,7 @@ namespace {
 
 constexpr auto patienceWhenFull = 2s;
 constexpr auto longestHold = 2s;
-constexpr std::size_t gatheredChunks = 2; // of sixteen that the queue may hold
+constexpr std::size_t gatheredChunks = 5; // of at least sixteen that the queue may hold
 constexpr std::size_t stackSize = 512 * 1024;
 constexpr int looksAtGate = 100;
 
