@@ -80,7 +80,8 @@ private Q_SLOTS:
         row(u"%a%1"_s, a, {{u"a%1"_s, 1}, {u"a"_s, 1}}, false);
         row(u"%"_s, none, {{QString(), 1}}, false);
         row(QChar(0xd83d) + u"%1"_s, {QString(QChar(0xde00))}, {}, false);
-        row(u"%1"_s, {QString(QChar(0xd83d))}, {}, false);
+        const QChar pair[] = {QChar(0xd83d), QChar(0xde00)};
+        row(u"%1"_s, {QString::fromRawData(pair, 1)}, {}, false); // whose other half is behind the text's end
         row(QString(QChar(0xd83d)) + u'\r' + QChar(0xde00), none, {}, false);
         row(QString(9, QChar(0)), none, {}, false);
     }
