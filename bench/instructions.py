@@ -6,7 +6,7 @@ by its features is fixed below. It does depend on compiler and libraries, which 
 
 Prints the counts. --write puts them into bench/instructions.txt. --check compares them with that, and fails where one
 has become more than five per cent greater. The profile of each path stays in BUILD/instructions:
-callgrind_annotate BUILD/instructions/<path>
+callgrind_annotate --threshold=100 BUILD/instructions/<path>
 """
 
 import argparse
