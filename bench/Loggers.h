@@ -20,6 +20,13 @@
 
 namespace Bench {
 
+inline constexpr const char* compiler =
+#ifdef __clang__
+    "clang " __clang_version__;
+#else
+    "g++ " __VERSION__;
+#endif
+
 inline const QString standardText = QStringLiteral("pump %1 on line %2 has a pressure of %3 bar");
 
 /// Its values change from number to number, not its length by more than a few characters.

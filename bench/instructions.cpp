@@ -123,7 +123,7 @@ void measure(const Path& path, Zyr::Logger& logger, int entries)
 void printVersions()
 {
     const Poco::UInt32 poco = Poco::Environment::libraryVersion();
-    std::printf("compiler " __VERSION__ ", Qt %s, POCO %u.%u.%u, glibc %s\n", qVersion(), poco >> 24, poco >> 16 & 255,
+    std::printf("%s, Qt %s, POCO %u.%u.%u, glibc %s\n", Bench::compiler, qVersion(), poco >> 24, poco >> 16 & 255,
                 poco >> 8 & 255, gnu_get_libc_version());
 }
 

@@ -57,7 +57,7 @@ def main():
     place = [row[0] for row in rows].index(PARTS[-1]) + 1
     rows.insert(place, ["Disabled entry, beyond clock, text and arguments", f"{beyond:,.1f}"])
     conditions = report.paragraph(
-        f"{report.today()}; {report.machine()}; compiler {context['compiler']}, Qt {context['qt']}. Medians of "
+        f"{report.today()}; {report.machine()}; {context['compiler']}, Qt {context['qt']}. Medians of "
         f"{options.repetitions} repetitions in random order, processor time of the thread that logs. "
         f"Other programs took {load.share():.0%} of the processors meanwhile.")
     header = ["Step", "ns"]

@@ -30,6 +30,8 @@ Zyr::Logger& Bench::logger(const std::string& name, const std::string& settings)
 
 int main(int count, char* words[])
 {
+    // Else the C library asks for the file's date whenever POCO's formatter asks for the time zone.
+    setenv("TZ", ":/etc/localtime", 0);
     const QCoreApplication application(count, words);
     QCoreApplication::setApplicationName(QStringLiteral("steps"));
     QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
@@ -37,7 +39,7 @@ int main(int count, char* words[])
     benchmark::Initialize(&count, words);
     if (benchmark::ReportUnrecognizedArguments(count, words))
         return 1;
-    benchmark::AddCustomContext("compiler", __VERSION__);
+    benchmark::AddCustomContext("compiler", Bench::compiler);
     benchmark::AddCustomContext("qt", qVersion());
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
