@@ -42,6 +42,7 @@ const CalendarText& CalendarText::of(std::int64_t second, bool local) noexcept
 
 void CalendarText::render(bool local) noexcept
 {
+    shownOf.pattern = 0;
     const std::int32_t offset = local ? LocalTime::offsetAt(second) : 0;
     if (local) {
         renderZone(offset);

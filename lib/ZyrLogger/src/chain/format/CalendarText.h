@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <string_view>
@@ -30,6 +31,20 @@ public:
     std::uint8_t monthIndex = 0;
     std::uint8_t weekday = 0; ///< 0 is Sunday
 
+    /// What a pattern shows of the second, kept as long as the second itself.
+    struct Shown
+    {
+        static constexpr std::size_t room = 160;
+        static constexpr std::size_t mostRuns = 7;
+
+        std::size_t sizeOf(std::size_t run) const noexcept { return std::size_t(begins[run + 1] - begins[run]); }
+
+        std::uint64_t pattern;             ///< its number; 0 while there is nothing
+        std::uint8_t begins[mostRuns + 1]; ///< of the pieces of text, and the end of the last one
+        char text[room + 16];              ///< and what is read behind it
+    };
+    Shown& shown() const noexcept { return shownOf; }
+
 private:
     void render(bool local) noexcept;
     void renderDate(std::int64_t daysSinceEpoch) noexcept;
@@ -43,6 +58,8 @@ private:
     char yearDigits[8] = {};
     char isoZone[6] = {};
     char rfcZone[5] = {};
+
+    mutable Shown shownOf = {}; // the thread's own, like all of this
 
     static thread_local CalendarText kept[2];
 };

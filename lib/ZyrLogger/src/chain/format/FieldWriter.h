@@ -87,6 +87,9 @@ public:
 
     void finish() noexcept { line.extendTo(at); }
 
+    /// Of the line so far.
+    std::size_t size() const noexcept { return std::size_t(at - line.view().data()); }
+
 private:
     void reserve(std::size_t size)
     {

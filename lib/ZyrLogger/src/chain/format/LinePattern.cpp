@@ -22,6 +22,25 @@ constexpr std::string_view weekdays[] = {"Sunday", "Monday", "Tuesday", "Wednesd
 constexpr std::string_view months[] = {"January", "February", "March",     "April",   "May",      "June",
                                        "July",    "August",   "September", "October", "November", "December"};
 
+constexpr char timeRun = '\1'; // a field made of several
+constexpr std::size_t longestTimeField = std::string_view("Wednesday").size();
+
+bool isOfCalendar(char letter) noexcept
+{
+    constexpr std::string_view letters = "wWbBdefmnoyYHhaAMSzZ";
+    return letters.find(letter) != letters.npos;
+}
+
+/// Tells patterns apart. Not by where they are: another one may come to lie there, and those of several loggers are
+/// mostly alike.
+std::uint64_t numberOf(std::string_view pattern) noexcept
+{
+    std::uint64_t number = 0xcbf29ce484222325;
+    for (const char character : pattern)
+        number = (number ^ std::uint8_t(character)) * 0x100000001b3;
+    return number != 0 ? number : 1;
+}
+
 constexpr int widestSource = 64 * 1024; // a mistyped width must not take all memory
 
 /// The first character, which takes several bytes when it is not of ASCII.
@@ -55,10 +74,80 @@ std::size_t parseWidth(const std::string& text)
     return Poco::NumberParser::tryParse(text, width) ? std::size_t(std::clamp(width, 0, widestSource)) : 0;
 }
 
+/// Fields that show no more of the time than its second.
+void putTimeField(FieldWriter& out, char letter, const CalendarText& time)
+{
+    switch (letter) {
+    case 'w':
+        out.fixed(weekdays[time.weekday].substr(0, 3));
+        break;
+    case 'W':
+        out.fixed(weekdays[time.weekday]);
+        break;
+    case 'b':
+        out.fixed(months[time.monthIndex].substr(0, 3));
+        break;
+    case 'B':
+        out.fixed(months[time.monthIndex]);
+        break;
+    case 'd':
+        out.digits(time.day);
+        break;
+    case 'e':
+        out.digitsWithoutZero(time.day);
+        break;
+    case 'f':
+        out.digitsWithSpace(time.day);
+        break;
+    case 'm':
+        out.digits(time.month);
+        break;
+    case 'n':
+        out.digitsWithoutZero(time.month);
+        break;
+    case 'o':
+        out.digitsWithSpace(time.month);
+        break;
+    case 'y':
+        out.digits(time.yearOfCentury);
+        break;
+    case 'Y':
+        out.fixed(time.year());
+        break;
+    case 'H':
+        out.digits(time.hour);
+        break;
+    case 'h':
+        out.digits(time.hourOfHalfDay);
+        break;
+    case 'a':
+        out.fixed(time.afternoon ? "pm" : "am");
+        break;
+    case 'A':
+        out.fixed(time.afternoon ? "PM" : "AM");
+        break;
+    case 'M':
+        out.digits(time.minute);
+        break;
+    case 'S':
+        out.digits(time.secondOfMinute);
+        break;
+    case 'z':
+        out.fixed(time.isoOffset());
+        break;
+    case 'Z':
+        out.fixed(time.rfcOffset());
+        break;
+    default:
+        break;
+    }
+}
+
 } // namespace
 
 LinePattern::LinePattern(Source text)
     : origin(std::move(text))
+    , number(numberOf(origin.pattern))
 {
     const Poco::StringTokenizer list(origin.priorityNames, ",;", Poco::StringTokenizer::TOK_TRIM);
     if (list.count() != names.size())
@@ -99,12 +188,39 @@ void LinePattern::compile()
     addField(0, 0); // for the text behind the last one
     fixedSize = literals.size() + fields.size() * FieldWriter::longestFixedField + FieldWriter::copiedAtOnce;
     literals.append(FieldWriter::copiedAtOnce, '\0');
+    foldTimeFields();
+}
+
+/// Time fields that follow each other become one, which is put together once a second, where there is room for it.
+void LinePattern::foldTimeFields()
+{
+    std::vector<Field> folded;
+    std::size_t runs = 0;
+    std::size_t bytes = 0;
+    for (const Field& field : fields) {
+        if (field.letter == 'L') // another time zone from here on
+            return timeFields.clear();
+        if (!isOfCalendar(field.letter)) {
+            folded.push_back(field);
+            continue;
+        }
+        if (folded.empty() || folded.back().letter != timeRun)
+            folded.push_back({timeRun, field.literal, 0, std::uint32_t(runs++)});
+        bytes += field.literalSize + longestTimeField;
+        timeFields.push_back(field);
+        timeFields.back().argument = folded.back().argument;
+    }
+    if (runs > CalendarText::Shown::mostRuns || bytes > CalendarText::Shown::room)
+        timeFields.clear();
+    else
+        fields = std::move(folded);
 }
 
 void LinePattern::addField(char letter, std::size_t argument)
 {
-    constexpr std::string_view ofCalendar = "wWbBdefmnoyYHhaAMSzZ";
-    showsTime = showsTime || ofCalendar.find(letter) != ofCalendar.npos;
+    if (letter == timeRun) // means nothing to POCO
+        letter = 0;
+    showsTime = showsTime || isOfCalendar(letter);
     const std::uint32_t literal = fields.empty() ? 0 : fields.back().literal + fields.back().literalSize;
     fields.push_back({letter, literal, std::uint32_t(literals.size()) - literal, std::uint32_t(argument)});
 }
@@ -118,6 +234,7 @@ void LinePattern::format(const Poco::Message& message, LineBuffer& line) const
         --second;
     const auto fraction = std::uint32_t(microseconds - second * perSecond);
     const CalendarText* time = showsTime ? &CalendarText::of(second, origin.localTime) : nullptr;
+    const CalendarText::Shown* const shown = timeFields.empty() ? nullptr : &show(*time);
 
     FieldWriter out(line, fixedSize);
     for (const Field& field : fields) {
@@ -169,60 +286,6 @@ void LinePattern::format(const Poco::Message& message, LineBuffer& line) const
             if (const std::string& name = parameters[field.argument]; message.has(name))
                 out.text(message.get(name));
             break;
-        case 'w':
-            out.fixed(weekdays[time->weekday].substr(0, 3));
-            break;
-        case 'W':
-            out.fixed(weekdays[time->weekday]);
-            break;
-        case 'b':
-            out.fixed(months[time->monthIndex].substr(0, 3));
-            break;
-        case 'B':
-            out.fixed(months[time->monthIndex]);
-            break;
-        case 'd':
-            out.digits(time->day);
-            break;
-        case 'e':
-            out.digitsWithoutZero(time->day);
-            break;
-        case 'f':
-            out.digitsWithSpace(time->day);
-            break;
-        case 'm':
-            out.digits(time->month);
-            break;
-        case 'n':
-            out.digitsWithoutZero(time->month);
-            break;
-        case 'o':
-            out.digitsWithSpace(time->month);
-            break;
-        case 'y':
-            out.digits(time->yearOfCentury);
-            break;
-        case 'Y':
-            out.fixed(time->year());
-            break;
-        case 'H':
-            out.digits(time->hour);
-            break;
-        case 'h':
-            out.digits(time->hourOfHalfDay);
-            break;
-        case 'a':
-            out.fixed(time->afternoon ? "pm" : "am");
-            break;
-        case 'A':
-            out.fixed(time->afternoon ? "PM" : "AM");
-            break;
-        case 'M':
-            out.digits(time->minute);
-            break;
-        case 'S':
-            out.digits(time->secondOfMinute);
-            break;
         case 'i':
             out.fraction(fraction / 1000, 3);
             break;
@@ -232,23 +295,45 @@ void LinePattern::format(const Poco::Message& message, LineBuffer& line) const
         case 'F':
             out.fraction(fraction, 6);
             break;
-        case 'z':
-            out.fixed(time->isoOffset());
-            break;
-        case 'Z':
-            out.fixed(time->rfcOffset());
-            break;
         case 'L':
             time = &CalendarText::of(second, true);
             break;
         case 'E':
             out.number(second);
             break;
+        case timeRun:
+            out.literal(shown->text + shown->begins[field.argument], shown->sizeOf(field.argument));
+            break;
         default:
+            if (time)
+                putTimeField(out, field.letter, *time);
             break;
         }
     }
     out.finish();
+}
+
+/// What the runs of time fields show of a second: put together by its first record.
+const CalendarText::Shown& LinePattern::show(const CalendarText& time) const
+{
+    CalendarText::Shown& shown = time.shown();
+    if (shown.pattern == number)
+        return shown;
+    LineBuffer line;
+    FieldWriter out(line, fixedSize);
+    std::size_t run = 0;
+    for (std::size_t i = 0; i < timeFields.size(); ++i) {
+        const Field& field = timeFields[i];
+        if (field.argument == run)
+            shown.begins[run++] = std::uint8_t(out.size());
+        out.literal(literals.data() + field.literal, field.literalSize);
+        putTimeField(out, field.letter, time);
+    }
+    out.finish();
+    shown.begins[run] = std::uint8_t(line.view().size());
+    line.view().copy(shown.text, sizeof shown.text);
+    shown.pattern = number;
+    return shown;
 }
 
 /// A priority without a name is shown as its number.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "chain/format/CalendarText.h"
 #include "chain/format/LineBuffer.h"
 
 #include <Poco/Message.h>
@@ -44,15 +45,19 @@ private:
     };
 
     void compile();
+    void foldTimeFields();
+    const CalendarText::Shown& show(const CalendarText& time) const;
     void addField(char letter, std::size_t argument);
     std::string_view priorityName(int priority, char (&digits)[12]) const noexcept;
 
     const Source origin;
+    const std::uint64_t number;
     std::array<std::string, 8> names;
     std::vector<std::string> parameters;
     std::vector<Field> fields;
-    std::string literals;      // and as many bytes more as are copied at once
-    std::size_t fixedSize = 0; // no line needs more, apart from texts of the record's own
+    std::vector<Field> timeFields; // those of the runs, whose number is their argument; empty where none is folded
+    std::string literals;          // and as many bytes more as are copied at once
+    std::size_t fixedSize = 0;     // no line needs more, apart from texts of the record's own
     bool showsTime = false;
 };
 
