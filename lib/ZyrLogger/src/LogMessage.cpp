@@ -61,14 +61,50 @@ void LogMessage::setCompleter(Completer* newCompleter)
     completer = newCompleter;
 }
 
-LogMessage& LogMessage::arg(QVariant value)
+template <typename T>
+LogMessage& LogMessage::emplace(T&& value)
 {
     if (!args) {
         CallerThread* const thread = CallerThread::current();
         args = thread ? thread->messages.takeList() : new QList<QVariant>;
     }
-    args->append(std::move(value));
+    args->emplaceBack(std::forward<T>(value));
     return *this;
+}
+
+LogMessage& LogMessage::arg(QVariant value)
+{
+    return emplace(std::move(value));
+}
+
+LogMessage& LogMessage::append(int value)
+{
+    return emplace(value);
+}
+
+LogMessage& LogMessage::append(uint value)
+{
+    return emplace(value);
+}
+
+LogMessage& LogMessage::append(qlonglong value)
+{
+    return emplace(value);
+}
+
+LogMessage& LogMessage::append(qulonglong value)
+{
+    return emplace(value);
+}
+
+LogMessage& LogMessage::append(double value)
+{
+    return emplace(value);
+}
+
+LogMessage& LogMessage::append(const QString& value)
+{
+    return emplace(value);
 }
 
 LogMessage& LogMessage::topic(const QString& key, QVariant value)

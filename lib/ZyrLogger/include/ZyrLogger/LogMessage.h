@@ -28,6 +28,12 @@ class ZYRLOGGER_EXPORT LogMessage
         std::is_same_v<T, long> || std::is_same_v<T, unsigned long> || std::is_same_v<T, std::string> ||
         std::is_same_v<T, std::string_view> || std::is_same_v<T, const char*> || std::is_same_v<T, char*>;
 
+    /// Types whose values go into the argument list without a detour.
+    template <typename T>
+    static constexpr bool isUsual =
+        std::is_same_v<T, int> || std::is_same_v<T, uint> || std::is_same_v<T, qlonglong> ||
+        std::is_same_v<T, qulonglong> || std::is_same_v<T, double> || std::is_same_v<T, QString>;
+
 public:
     /// Receives a message when it is ended.
     class Completer
@@ -62,6 +68,12 @@ public:
     /// siblings and `double` are written by the default locale, everything else by QVariant's own conversion. `short`
     /// and `char` arrive as `int`.
     [[nodiscard]] LogMessage& arg(QVariant value);
+
+    template <typename T, std::enable_if_t<isUsual<T>, int> = 0>
+    [[nodiscard]] LogMessage& arg(const T& value)
+    {
+        return append(value);
+    }
 
     /// The same for types that QVariant does not take: texts as UTF-8, `long` by its own conversion (ungrouped).
     template <typename T, std::enable_if_t<needsConversion<T>, int> = 0>
@@ -102,6 +114,14 @@ public:
     Poco::Timestamp timestamp; ///< when the message was made, not when it was ended
 
 private:
+    LogMessage& append(int value);
+    LogMessage& append(uint value);
+    LogMessage& append(qlonglong value);
+    LogMessage& append(qulonglong value);
+    LogMessage& append(double value);
+    LogMessage& append(const QString& value);
+    template <typename T>
+    ZYRLOGGER_NO_EXPORT LogMessage& emplace(T&& value);
     ZYRLOGGER_NO_EXPORT void releaseContainers() noexcept;
 
     static QVariant toVariant(long value) { return QVariant::fromValue(value); }
