@@ -16,13 +16,16 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// What goes before the text.
-QByteArray markOf(unsigned char level)
+void appendMark(unsigned char level, LineBuffer& line)
 {
+    if (level <= Trace)
+        return;
     if (level == System)
-        return "<SYS> "_qba;
-    if (level == Todo)
-        return "<TODO> "_qba;
-    return level <= Trace ? QByteArray() : "Unknown log level "_qba + QByteArray::number(level) + " :"_qba;
+        line.append("<SYS> ");
+    else if (level == Todo)
+        line.append("<TODO> ");
+    else
+        line.append("Unknown log level " + std::to_string(level) + " :");
 }
 
 QString sourceOf(const LogMessage& message)
@@ -34,11 +37,11 @@ QString sourceOf(const LogMessage& message)
 
 bool completeText(LogMessage& message, const TextFilters& filters, CallerThread* thread, std::string& text)
 {
-    const QByteArray mark = markOf(message.level);
     LineBuffer line;
-    line.append({mark.constData(), std::size_t(mark.size())});
+    appendMark(message.level, line);
+    const std::size_t markSize = line.view().size();
     if (thread && renderText(message, thread->numbers, line)) {
-        if (!filters.isEmpty() && !filters.pass(line.view().substr(std::size_t(mark.size()))))
+        if (!filters.isEmpty() && !filters.pass(line.view().substr(markSize)))
             return false;
         text = line.view();
         if (message.level == Emerg)
@@ -50,7 +53,8 @@ bool completeText(LogMessage& message, const TextFilters& filters, CallerThread*
     if (!filters.pass(rendered))
         return false;
     const QString source = message.level == Emerg ? sourceOf(message) : QString();
-    text = (QString::fromLatin1(mark) + rendered + source).toUtf8().constData();
+    text = line.view();
+    text += (rendered + source).toUtf8().constData();
     return true;
 }
 

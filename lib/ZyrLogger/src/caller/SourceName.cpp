@@ -63,15 +63,16 @@ QString RecentSourceNames::decode(const char* utf8)
             return QString::fromUtf8(utf8);
         name = found;
     }
+    last = name;
     return name->text;
 }
 
 QByteArray RecentSourceNames::encode(const QString& text) const
 {
-    for (const SourceName* name : names) {
-        if (name && name->text.constData() == text.constData() && name->text.size() == text.size())
-            return QByteArray::fromRawData(name->utf8.constData(), name->utf8.size());
-    }
+    if (text.isEmpty())
+        return {};
+    if (const SourceName* const name = last; name && name->isOf(text))
+        return QByteArray::fromRawData(name->utf8.constData(), name->utf8.size());
     return text.toUtf8();
 }
 

@@ -17,6 +17,11 @@ struct SourceName
     QString text; ///< the characters of `storage`, without a count of references
     const SourceName* next;
 
+    bool isOf(const QString& name) const noexcept
+    {
+        return name.constData() == text.constData() && name.size() == text.size();
+    }
+
     /// Null when there are too many already, or no memory.
     static const SourceName* find(const char* utf8) noexcept;
 };
@@ -28,11 +33,12 @@ public:
     /// Of `utf8`, which is not null. An address may hold another name than it did before.
     QString decode(const char* utf8);
 
-    /// `text` as UTF-8; without a copy where this thread has decoded it.
+    /// `text` as UTF-8; without a copy where it is what this thread decoded last.
     QByteArray encode(const QString& text) const;
 
 private:
     std::array<const SourceName*, 16> names = {};
+    const SourceName* last = nullptr;
 };
 
 } // namespace Zyr

@@ -57,6 +57,12 @@ std::uint64_t specialsOf(Units units) noexcept
     return narrow(Units((units - first >= count) | (units == '%') | (units == '"') | (units == '\\')));
 }
 
+/// Ones in the bytes of the first `count` units.
+std::uint64_t firstOf(std::ptrdiff_t count) noexcept
+{
+    return ~std::uint64_t(0) >> (8 * (blockSize - count));
+}
+
 /// A character beyond ASCII: its lead byte has the bits of `mark`.
 char* putCharacter(char32_t character, unsigned mark, int furtherBytes, char* to) noexcept
 {
@@ -138,16 +144,23 @@ const char16_t* appendEscapedUtf8(const char16_t* from, const char16_t* end, Lin
             const std::ptrdiff_t size = std::min(pieceEnd - from, blockSize);
             const Units units = size == blockSize ? load<Units>(from) : loadFew(from, size);
             const std::uint64_t bytes = narrow(units);
-            const std::uint64_t specials = specialsOf(units);
+            const std::uint64_t specials = specialsOf(units) & firstOf(size);
+            std::memcpy(out, &bytes, sizeof bytes); // right up to the first special one
             if (specials == 0) {
-                std::memcpy(out, &bytes, sizeof bytes);
-                out += blockSize;
-                from += blockSize;
+                out += size;
+                from += size;
                 continue;
             }
-            const char16_t* const blockEnd = from + size;
-            out = putMixed({from, blockEnd, bytes, specials}, from, end, out);
-            if (from < blockEnd) {
+            const Block block = {from, from + size, bytes, specials};
+            const auto clean = std::countr_zero(specials) / 8;
+            out += clean;
+            from += clean;
+            if (*from == u'%') {
+                to.extendTo(out);
+                return from;
+            }
+            out = putMixed(block, from, end, out);
+            if (from < block.end) {
                 to.extendTo(out);
                 return from;
             }
