@@ -2,6 +2,7 @@
 
 #include "chain/format/CalendarText.h"
 #include "chain/format/FieldWriter.h"
+#include "chain/format/TimeField.h"
 
 #include <Poco/Exception.h>
 #include <Poco/NumberParser.h>
@@ -18,19 +19,7 @@ namespace Zyr {
 
 namespace {
 
-constexpr std::string_view weekdays[] = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"};
-constexpr std::string_view months[] = {"January", "February", "March",     "April",   "May",      "June",
-                                       "July",    "August",   "September", "October", "November", "December"};
-
 constexpr char timeRun = '\1'; // a field made of several
-constexpr std::size_t longestTimeField = std::string_view("Wednesday").size();
-
-bool isOfCalendar(char letter) noexcept
-{
-    constexpr std::string_view letters = "wWbBdefmnoyYHhaAMSzZ";
-    return letters.find(letter) != letters.npos;
-}
-
 /// Tells patterns apart. Not by where they are: another one may come to lie there, and those of several loggers are
 /// mostly alike.
 std::uint64_t numberOf(std::string_view pattern) noexcept
@@ -72,75 +61,6 @@ std::size_t parseWidth(const std::string& text)
 {
     int width = 0;
     return Poco::NumberParser::tryParse(text, width) ? std::size_t(std::clamp(width, 0, widestSource)) : 0;
-}
-
-/// Fields that show no more of the time than its second.
-void putTimeField(FieldWriter& out, char letter, const CalendarText& time)
-{
-    switch (letter) {
-    case 'w':
-        out.fixed(weekdays[time.weekday].substr(0, 3));
-        break;
-    case 'W':
-        out.fixed(weekdays[time.weekday]);
-        break;
-    case 'b':
-        out.fixed(months[time.monthIndex].substr(0, 3));
-        break;
-    case 'B':
-        out.fixed(months[time.monthIndex]);
-        break;
-    case 'd':
-        out.digits(time.day);
-        break;
-    case 'e':
-        out.digitsWithoutZero(time.day);
-        break;
-    case 'f':
-        out.digitsWithSpace(time.day);
-        break;
-    case 'm':
-        out.digits(time.month);
-        break;
-    case 'n':
-        out.digitsWithoutZero(time.month);
-        break;
-    case 'o':
-        out.digitsWithSpace(time.month);
-        break;
-    case 'y':
-        out.digits(time.yearOfCentury);
-        break;
-    case 'Y':
-        out.fixed(time.year());
-        break;
-    case 'H':
-        out.digits(time.hour);
-        break;
-    case 'h':
-        out.digits(time.hourOfHalfDay);
-        break;
-    case 'a':
-        out.fixed(time.afternoon ? "pm" : "am");
-        break;
-    case 'A':
-        out.fixed(time.afternoon ? "PM" : "AM");
-        break;
-    case 'M':
-        out.digits(time.minute);
-        break;
-    case 'S':
-        out.digits(time.secondOfMinute);
-        break;
-    case 'z':
-        out.fixed(time.isoOffset());
-        break;
-    case 'Z':
-        out.fixed(time.rfcOffset());
-        break;
-    default:
-        break;
-    }
 }
 
 } // namespace
@@ -200,7 +120,7 @@ void LinePattern::foldTimeFields()
     for (const Field& field : fields) {
         if (field.letter == 'L') // another time zone from here on
             return timeFields.clear();
-        if (!isOfCalendar(field.letter)) {
+        if (!isTimeField(field.letter)) {
             folded.push_back(field);
             continue;
         }
@@ -220,7 +140,7 @@ void LinePattern::addField(char letter, std::size_t argument)
 {
     if (letter == timeRun) // means nothing to POCO
         letter = 0;
-    showsTime = showsTime || isOfCalendar(letter);
+    showsTime = showsTime || isTimeField(letter);
     const std::uint32_t literal = fields.empty() ? 0 : fields.back().literal + fields.back().literalSize;
     fields.push_back({letter, literal, std::uint32_t(literals.size()) - literal, std::uint32_t(argument)});
 }

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "chain/format/CalendarText.h"
+#include "chain/format/FieldWriter.h"
+
+#include <string_view>
+
+namespace Zyr {
+
+/// Whether a pattern's letter is for a field that shows of the time no more than its second.
+constexpr bool isTimeField(char letter) noexcept
+{
+    constexpr std::string_view letters = "wWbBdefmnoyYHhaAMSzZ";
+    return letters.find(letter) != letters.npos;
+}
+
+inline constexpr std::size_t longestTimeField = std::string_view("Wednesday").size();
+
+/// Writes such a field; nothing for other letters.
+void putTimeField(FieldWriter& out, char letter, const CalendarText& time) noexcept;
+
+} // namespace Zyr
