@@ -107,6 +107,31 @@ private Q_SLOTS:
         QCOMPARE(enabled(sameName), QList<int>()); // POCO has no logger for it
     }
 
+    // A conversion of the application's that is left out or called again where its entry or its value is not needed.
+    void convertsOwnTypesOnce()
+    {
+        struct Counted
+        {
+        };
+        static int conversions = 0;
+        QMetaType::registerConverter<Counted, QString>([](const Counted&) {
+            ++conversions;
+            return u"%1"_s;
+        });
+        const QVariant counted = QVariant::fromValue(Counted());
+        Poco::Logger& poco = Poco::Logger::get("tst");
+        const auto restore = qScopeGuard([&, level = poco.getLevel()] { poco.setLevel(level); });
+        poco.setLevel(Poco::Message::PRIO_INFORMATION);
+        for (const QString& text : {u"net"_s, u"net %1"_s, u"net %1%1 %x"_s}) {
+            for (const int level : {Zyr::Info, Zyr::Trace}) { // of which the second is dropped
+                conversions = 0;
+                logger.out(uchar(level), text).arg(counted).endl();
+                logger.out(uchar(level), text).topic(u"x"_s, counted).endl();
+                QCOMPARE(conversions, 2);
+            }
+        }
+    }
+
     // Filters that fold case, see placeholders or marks, need every entry to match, or let the including ones win; an
     // empty one that is not found; a text or an entry that UTF-8 cannot hold, or what is behind a NUL, not searched.
     void filtersTheRenderedText()

@@ -177,6 +177,31 @@ public Q_SLOTS:
         say(u"b"_s);
     }
 
+    // What a thread keeps, made of Qt's static objects when they are gone.
+    void beginsThreadAtExit()
+    {
+        Zyr::Logger::instance();
+        afterMainLogger = [] { std::thread([] { say(u"after"_s); }).join(); };
+    }
+
+    // An entry that goes on with a chain that has ended under it, or that waits for itself.
+    void shutsPocoDownInAConversion()
+    {
+        struct Last
+        {
+        };
+        QMetaType::registerConverter<Last, QString>([](const Last&) {
+            Poco::Logger::shutdown();
+            return u"x"_s;
+        });
+        QElapsedTimer time;
+        time.start();
+        say(u"before"_s);
+        Zyr::Logger::instance().out(Zyr::Info, u"%1"_s).arg(QVariant::fromValue(Last())).endl();
+        say(u"after"_s);
+        right &= time.elapsed() < 4000;
+    }
+
     // A child that waits for threads it does not have, or that writes what it inherited a second time.
     void forks()
     {
@@ -229,6 +254,8 @@ private Q_SLOTS:
         row("leaksBacklog", numbers, "", "flush=true");
         row("flushesBacklogs", QStringList(numbers) << shutdown, "", "flush=true");
         row("shutsPocoDown", numbers, "Invalid logger - a\nInvalid logger - b\n", "flush=true");
+        row("beginsThreadAtExit", {}, "Invalid logger - after\n");
+        row("shutsPocoDownInAConversion", {u"info before"_s}, "Invalid logger - after\n");
         row("forks", numbers);
     }
 

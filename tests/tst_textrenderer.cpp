@@ -18,7 +18,7 @@ constexpr int rounds = 200'000;
 class tst_TextRenderer : public QObject
 {
     Q_OBJECT
-    Zyr::LocaleNumbers numbers;
+    std::optional<Zyr::LocaleNumbers> numbers;
 
     /// Whether one pass was enough, and whether it gave the text of the steps or, if not, nothing.
     std::pair<bool, bool> render(Zyr::LogMessage& message)

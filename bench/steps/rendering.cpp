@@ -62,7 +62,7 @@ Message withTopics()
 void render(State& state, Message (*make)())
 {
     const Message made = make();
-    Zyr::LocaleNumbers numbers;
+    std::optional<Zyr::LocaleNumbers> numbers;
     Zyr::LineBuffer line;
     for (auto _ : state) {
         line.clear();

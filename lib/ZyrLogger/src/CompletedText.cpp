@@ -9,6 +9,8 @@
 
 #include <QtCore/QFileInfo>
 
+#include <algorithm>
+
 namespace Zyr {
 
 using namespace Qt::StringLiterals;
@@ -33,7 +35,18 @@ QString sourceOf(const LogMessage& message)
     return u" ["_s + QFileInfo(message.file).fileName() + u", Line "_s + QString::number(message.line) + u']';
 }
 
+bool isOwnType(const QVariant& value)
+{
+    return value.metaType().id() >= QMetaType::User;
+}
+
 } // namespace
+
+bool hasOwnConversions(const LogMessage& message)
+{
+    return (message.args && std::any_of(message.args->cbegin(), message.args->cend(), isOwnType)) ||
+           (message.topics && std::any_of(message.topics->cbegin(), message.topics->cend(), isOwnType));
+}
 
 bool completeText(LogMessage& message, const TextFilters& filters, CallerThread* thread, std::string& text)
 {

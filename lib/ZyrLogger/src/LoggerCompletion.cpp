@@ -30,21 +30,23 @@ LogMessage& Logger::out(unsigned char level, const QString& text, const char* fi
 void Logger::completeMessage(LogMessage& message)
 {
     ChainUse use(*state->access);
-    Poco::Logger* const target = use.logger();
+    const Poco::Logger* const target = use.logger();
     if (!target)
         return;
     const Rules& rules = state->rules();
     const int priority = priorityOf(message.level);
-    if (!rules.suppressRepeats) { // which counts records that the level drops
-        const int level = target->getLevel();
-        state->access->noteLevel(level);
+    const bool convertsItself = hasOwnConversions(message);
+    if (!rules.suppressRepeats && !convertsItself) { // repeats are counted below the level too
+        int level = target->getLevel();
+        while (state->access->noteLevel(level))
+            level = target->getLevel();
         if (priority > level)
             return;
     }
 
     CallerThread* const thread = CallerThread::current();
     Record record(thread, target->name());
-    if (!completeText(message, rules.filters, thread, record.text()))
+    if (!completeText(message, rules.filters, convertsItself ? nullptr : thread, record.text()))
         return;
     record.useText();
     const QByteArray sourceFile = thread ? thread->sourceNames.encode(message.file) : message.file.toUtf8();

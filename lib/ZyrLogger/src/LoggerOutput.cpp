@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <iterator>
 #include <limits>
+#include <new>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -102,7 +103,8 @@ void Logger::writeRecord(ChainUse& use, const PocoMessage& record)
     if (!target)
         return;
     target->log(record);
-    const bool isTold = state->rules().hasListeners && record.getPriority() <= target->getLevel();
+    // A channel of the application's may have ended the chain.
+    const bool isTold = state->rules().hasListeners && use.logger() && record.getPriority() <= use.logger()->getLevel();
     use.leave();
     if (isTold)
         tellListeners(record);
@@ -132,14 +134,23 @@ void Logger::registerLogListener(LogListener* listener)
     if (listeners.contains(listener))
         return;
     listeners.append(listener);
-    state->publishRules();
+    try {
+        state->publishRules();
+    } catch (...) {
+        listeners.removeLast();
+        throw;
+    }
 }
 
 void Logger::unregisterLogListener(LogListener* listener)
 {
     std::unique_lock lock(state->guard);
-    if (listeners.removeAll(listener) > 0)
+    listeners.removeAll(listener);
+    try {
         state->publishRules();
+    } catch (const std::bad_alloc&) {
+        // The rules may say that there are listeners where there are none.
+    }
     // Two listeners that each unregister the other from inside a callback would wait for each other for ever.
     // In a forked child nobody ends the calls that other threads were in.
     if (!ListenerCall::isUnderWayHere() && !state->isInherited())
@@ -150,7 +161,12 @@ void Logger::addExcludeFilter(QString filter)
 {
     const std::lock_guard lock(state->guard);
     excludeFilters.append(std::move(filter));
-    state->publishRules();
+    try {
+        state->publishRules();
+    } catch (...) {
+        excludeFilters.removeLast();
+        throw;
+    }
 }
 
 } // namespace Zyr

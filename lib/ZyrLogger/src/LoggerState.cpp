@@ -49,7 +49,13 @@ public:
         static_cast<void>(QLocale().toString(0.5));
         static_cast<void>(QDateTime::currentDateTime().toString(Qt::ISODateWithMs));
     }
-    ~ProcessLife() { markShutDown(); }
+    ~ProcessLife()
+    {
+        markShutDown();
+        const auto limit = ChainAccess::Clock::now() + ChainAccess::patience;
+        for (const auto& access : livingAccesses()) // who renders a text needs Qt's static objects
+            access->waitForUses(limit);
+    }
     ProcessLife(const ProcessLife&) = delete;
     ProcessLife& operator=(const ProcessLife&) = delete;
 };
@@ -61,6 +67,15 @@ std::vector<Logger::State*>& Logger::State::living()
     return states;
 }
 
+std::vector<std::shared_ptr<ChainAccess>> Logger::State::livingAccesses()
+{
+    std::vector<std::shared_ptr<ChainAccess>> accesses;
+    const std::lock_guard lock(livingMutex);
+    for (const State* state : living())
+        accesses.push_back(state->access);
+    return accesses;
+}
+
 Logger::State::State(Logger& itsLogger)
     : logger(itsLogger)
     , forks(forksSoFar)
@@ -70,6 +85,7 @@ Logger::State::State(Logger& itsLogger)
     publishRules();
     const std::lock_guard lock(livingMutex);
     living().push_back(this);
+    publishChain(); // there may have been a shutdown meanwhile
 }
 
 Logger::State::~State()
@@ -107,10 +123,13 @@ void Logger::State::shutPocoDown()
         }
     }
     markShutDown();
+    const auto limit = ChainAccess::Clock::now() + ChainAccess::patience;
+    for (const auto& access : livingAccesses()) // without the lock, which who is to leave may want
+        access->waitForUses(limit);
     {
         const std::lock_guard lock(livingMutex);
         for (State* state : living())
-            state->keepUsedChain();
+            state->keepUsedChain(limit);
     }
     for (const auto& file : files) {
         if (file)
@@ -135,19 +154,31 @@ void Logger::State::publishChain() noexcept
 void Logger::State::publishRules()
 {
     const RepeatLimits limits = {logger.amountRepeatedMsg, logger.maxRepeatedMsgCounter};
-    allRules.push_back(std::make_unique<Rules>(Rules{TextFilters(logger.textFilters, logger.excludeFilters), limits,
+    auto rules = std::make_unique<const Rules>(Rules{TextFilters(logger.textFilters, logger.excludeFilters), limits,
                                                      logger.checkRepeatedMsg && logger.amountRepeatedMsg != 0,
-                                                     !logger.listeners.isEmpty()}));
-    inForce.store(allRules.back().get());
-    if (!access->isInUse(ChainAccess::ByAny))
-        allRules.erase(allRules.begin(), allRules.end() - 1);
+                                                     !logger.listeners.isEmpty()});
+    formerRules.emplace_back();
+    inForce.store(rules.get());
+    formerRules.back().rules = std::exchange(ownedRules, std::move(rules));
     publishChain();
+    freeFormerRules();
 }
 
-/// When it returns, the chain may be released: a thread that hangs in it keeps it.
-void Logger::State::keepUsedChain()
+/// Those that nobody goes by any more: whoever began after they were replaced has found newer ones.
+void Logger::State::freeFormerRules() noexcept
+try {
+    for (FormerRules& former : formerRules) {
+        if (!former.users)
+            former.users = access->users();
+    }
+    formerRules.remove_if([this](const FormerRules& former) { return access->haveLeft(*former.users); });
+} catch (const std::bad_alloc&) {
+    // Next time.
+}
+
+void Logger::State::keepUsedChain(ChainAccess::Clock::time_point limit)
 {
-    if (access->waitForUses())
+    if (access->waitForUses(limit))
         return;
     const std::lock_guard lock(guard);
     if (logger.pocoLogger && !access->isReleased())

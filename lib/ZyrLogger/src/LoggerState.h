@@ -13,6 +13,7 @@
 #include <list>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace Zyr {
@@ -81,6 +82,7 @@ public:
 
     /// Lets the threads that log see what has changed. The caller holds `guard`.
     void publishChain() noexcept;
+    /// The same. Where it throws, nothing has changed.
     void publishRules();
 
     /// Whether POCO's logging counts as shut down, for every logger of the process.
@@ -93,8 +95,9 @@ public:
     /// The same, and shuts POCO's logging down after every logger's queue was written.
     static void shutPocoDown();
 
-    /// Before the chain is released: waits for the threads that are using it, after nobody can begin to.
-    void keepUsedChain();
+    /// Before the chain is released: waits for the threads that are using it, after nobody can begin to. One that hangs
+    /// keeps it for good.
+    void keepUsedChain(ChainAccess::Clock::time_point limit = ChainAccess::Clock::now() + ChainAccess::patience);
 
     /// Calls POCO's registry, which has a lock that a forked child must not find locked.
     template <typename Call>
@@ -136,12 +139,14 @@ private:
     class ProcessLife;
 
     static std::vector<State*>& living();
+    static std::vector<std::shared_ptr<ChainAccess>> livingAccesses();
     static void beforeFork();
     static void afterFork() noexcept;
     static void afterForkInChild() noexcept;
     void lockAll();
     void unlockAll();
     void renewInChild();
+    void freeFormerRules() noexcept;
 
     static const int forkHandlers;
     static std::mutex birth;
@@ -149,7 +154,13 @@ private:
 
     std::atomic<bool> hasFile = false;
     std::atomic<const Rules*> inForce = nullptr;
-    std::vector<std::unique_ptr<const Rules>> allRules; ///< the last one is in force, threads may be using the others
+    std::unique_ptr<const Rules> ownedRules; ///< those in force
+    struct FormerRules
+    {
+        std::unique_ptr<const Rules> rules;
+        std::optional<ChainAccess::Users> users; ///< who may be going by them
+    };
+    std::list<FormerRules> formerRules;
 
     Poco::AutoPtr<LogFileChannel> lockedFile; ///< by lockAll(); the chain may count as gone before it is unlocked
     Logger& logger;

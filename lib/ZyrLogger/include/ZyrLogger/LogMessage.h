@@ -11,6 +11,7 @@
 #include <Poco/Timestamp.h>
 
 #include <cstddef>
+#include <new>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -56,7 +57,16 @@ public:
     /// The memory of messages that were deleted serves the next ones of the same thread.
     static void* operator new(std::size_t size);
     static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept
+    {
+        return ::operator new(size, tag);
+    }
+    static void* operator new(std::size_t size, std::align_val_t alignment) { return ::operator new(size, alignment); }
     static void operator delete(void* memory, std::size_t size) noexcept;
+    static void operator delete(void* memory, std::align_val_t alignment) noexcept
+    {
+        ::operator delete(memory, alignment);
+    }
 
     /// Drops the entry without completing it.
     virtual ~LogMessage();

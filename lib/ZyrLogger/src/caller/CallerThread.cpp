@@ -2,39 +2,53 @@
 
 #include "chain/ReaderSlot.h"
 
+#include <atomic>
+#include <memory>
+#include <new>
+#include <utility>
+
+#include <pthread.h>
+
 namespace Zyr {
 
 namespace {
 
-constinit thread_local bool ended = false;
+constinit std::atomic<bool> hasKey = false;
+constinit pthread_key_t key = {};
+
+/// Has CallerThread objects deleted with their threads: behind all thread_local objects, whose destructors may log, and
+/// again where other keys' destructors do. Not that of the main thread, which static objects log from.
+class KeyLife
+{
+public:
+    explicit KeyLife(void (*destroy)(void*)) noexcept { hasKey = ::pthread_key_create(&key, destroy) == 0; }
+    ~KeyLife()
+    {
+        if (hasKey.exchange(false))
+            ::pthread_key_delete(key); // the library may be unloaded before threads end
+    }
+    KeyLife(const KeyLife&) = delete;
+    KeyLife& operator=(const KeyLife&) = delete;
+};
 
 } // namespace
 
 constinit thread_local CallerThread* CallerThread::mine = nullptr;
 
-class CallerThread::End
-{
-public:
-    ~End()
-    {
-        ended = true;
-        ReaderSlot::giveBack();
-        delete std::exchange(mine, nullptr);
-    }
-    bool awaited = false;
-};
-
 CallerThread* CallerThread::begin() noexcept
-try {
-    if (ended)
+{
+    static const KeyLife life(&end);
+    auto made = std::unique_ptr<CallerThread>(new (std::nothrow) CallerThread);
+    if (!made || !hasKey || ::pthread_setspecific(key, made.get()) != 0)
         return nullptr;
-    static thread_local End end;
-    end.awaited = true;
-    mine = new CallerThread;
     ReaderSlot::take();
-    return mine;
-} catch (const std::bad_alloc&) {
-    return nullptr;
+    return mine = made.release();
+}
+
+void CallerThread::end(void*) noexcept
+{
+    ReaderSlot::giveBack();
+    delete std::exchange(mine, nullptr);
 }
 
 void CallerThread::afterForkInChild() noexcept

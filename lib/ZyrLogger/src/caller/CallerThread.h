@@ -5,6 +5,8 @@
 #include "caller/SourceName.h"
 #include "rendering/LocaleNumbers.h"
 
+#include <optional>
+
 namespace Zyr {
 
 /// What a thread that logs keeps from one entry to the next, so that an entry costs no allocation, no system call and
@@ -12,8 +14,7 @@ namespace Zyr {
 class CallerThread
 {
 public:
-    /// Null where there is no memory, and where the thread is ending and its thread_local objects are gone: static
-    /// objects log after those of the main thread.
+    /// Null where there is no memory, or no thread can have its own any more since the program ends.
     static CallerThread* current() noexcept { return mine ? mine : begin(); }
 
     /// In the child of a fork.
@@ -21,13 +22,12 @@ public:
 
     MessageMemory messages;
     RecentSourceNames sourceNames;
-    LocaleNumbers numbers;
+    std::optional<LocaleNumbers> numbers;
     Record::Kept record;
 
 private:
-    class End;
-
     static CallerThread* begin() noexcept;
+    static void end(void* thread) noexcept;
 
     [[gnu::tls_model("initial-exec")]] static thread_local constinit CallerThread* mine;
 };

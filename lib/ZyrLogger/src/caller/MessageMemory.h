@@ -48,13 +48,14 @@ public:
         return list.release();
     }
 
-    void keepList(QList<QVariant>* list)
+    void keepList(QList<QVariant>* list) noexcept
     {
-        list->clear();
-        if (listCount < most && list->capacity() <= mostArguments)
-            lists[listCount++] = list;
-        else
+        if (listCount == most || list->capacity() > mostArguments || !list->isDetached()) {
             delete list;
+            return;
+        }
+        list->clear();
+        lists[listCount++] = list;
     }
 
 private:

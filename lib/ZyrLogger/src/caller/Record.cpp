@@ -25,7 +25,6 @@ Record::Record(CallerThread* thread, const std::string& source)
 {
     if (!used->message || used->outdated)
         used->renew();
-    used->lent = true;
     PocoMessage& record = message();
     if (record.getSource() != source)
         record.setSource(source);
@@ -33,6 +32,7 @@ Record::Record(CallerThread* thread, const std::string& source)
         record.setThread(poco->getName());
     record.setTid(static_cast<long>(reinterpret_cast<quintptr>(QThread::currentThreadId())));
     used->text.clear();
+    used->lent = true; // nothing throws from here on
 }
 
 Record::~Record()

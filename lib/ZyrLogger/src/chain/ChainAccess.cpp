@@ -1,19 +1,11 @@
 #include "chain/ChainAccess.h"
 
 #include <algorithm>
-#include <chrono>
 #include <thread>
 
 namespace Zyr {
 
 using namespace std::chrono_literals;
-
-namespace {
-
-/// Longer than a record waits for room in a queue whose store hangs.
-constexpr auto patience = 5s;
-
-} // namespace
 
 void ChainAccess::set(Poco::Logger* logger, int enabledPriority) noexcept
 {
@@ -29,26 +21,53 @@ void ChainAccess::close() noexcept
     enabled.store(never);
 }
 
-bool ChainAccess::waitForUses() const noexcept
+bool ChainAccess::waitForUses(Clock::time_point limit) const noexcept
 {
-    const auto end = std::chrono::steady_clock::now() + patience;
-    for (auto pause = 10us; isInUse(ByOthers); pause = std::min<decltype(pause)>(2 * pause, 1ms)) {
-        if (std::chrono::steady_clock::now() >= end)
+    for (auto pause = 10us; isInUseByOthers(); pause = std::min<decltype(pause)>(2 * pause, 1ms)) {
+        if (Clock::now() >= limit)
             return false;
         std::this_thread::sleep_for(pause);
     }
     return true;
 }
 
-bool ChainAccess::isInUse(By thread) const noexcept
+bool ChainAccess::isInUseByOthers() const noexcept
 {
     if (usesWithoutSlot.load() > 0)
         return true;
     for (const ReaderSlot* slot = ReaderSlot::first(); slot; slot = slot->next) {
-        if (slot->inUse.load() == this && (thread == ByAny || slot != ReaderSlot::mine))
+        if (slot != ReaderSlot::mine && slot->inUse.load() == this)
             return true;
     }
     return false;
+}
+
+ChainAccess::Users ChainAccess::users() const
+{
+    Users now;
+    now.withoutSlot = usesWithoutSlot.load() > 0;
+    for (const ReaderSlot* slot = ReaderSlot::first(); slot; slot = slot->next) {
+        if (slot->inUse.load() == this)
+            now.slots.emplace_back(slot, slot->uses.load(std::memory_order_acquire));
+    }
+    return now;
+}
+
+bool ChainAccess::haveLeft(const Users& then) const noexcept
+{
+    if (then.withoutSlot && usesWithoutSlot.load() > 0)
+        return false;
+    return std::all_of(then.slots.begin(), then.slots.end(), [this](const auto& user) {
+        const auto& [slot, use] = user;
+        return slot->inUse.load() != this || slot->uses.load(std::memory_order_acquire) != use;
+    });
+}
+
+/// The forking thread may be in such a use itself; then those of others count as well, and are waited for in vain.
+void ChainAccess::afterForkInChild() noexcept
+{
+    if (!ReaderSlot::mine || !ReaderSlot::mine->inUse.load(std::memory_order_relaxed))
+        usesWithoutSlot = 0;
 }
 
 } // namespace Zyr

@@ -22,7 +22,10 @@ LineFormattingChannel::~LineFormattingChannel()
 {
     access->close();
     access->markReleased();
-    access->waitForUses(); // those that found the way open, where it was the application that released the chain
+    // Those that found the way open, where it was the application that released the chain. What a thread that stays in
+    // its use is working with outlives the chain.
+    if (!access->waitForUses())
+        static_cast<void>(new std::pair(patterns, lines));
 }
 
 void LineFormattingChannel::log(const Poco::Message& message)

@@ -21,7 +21,7 @@ ReaderSlot* ReaderSlot::first() noexcept
 void ReaderSlot::take() noexcept
 {
     for (ReaderSlot* slot = first(); slot; slot = slot->next) {
-        if (!slot->taken.exchange(true, std::memory_order_acquire)) {
+        if (!slot->taken.load(std::memory_order_relaxed) && !slot->taken.exchange(true, std::memory_order_acquire)) {
             mine = slot;
             return;
         }
@@ -37,8 +37,10 @@ void ReaderSlot::take() noexcept
 
 void ReaderSlot::giveBack() noexcept
 {
-    if (ReaderSlot* const slot = std::exchange(mine, nullptr))
+    if (ReaderSlot* const slot = std::exchange(mine, nullptr)) {
+        slot->inUse.store(nullptr, std::memory_order_release);
         slot->taken.store(false, std::memory_order_release);
+    }
 }
 
 void ReaderSlot::afterForkInChild() noexcept

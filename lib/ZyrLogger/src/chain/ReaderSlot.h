@@ -9,11 +9,12 @@ namespace Zyr {
 struct alignas(64) ReaderSlot
 {
     std::atomic<const void*> inUse = nullptr;
+    std::atomic<unsigned> uses = 0; ///< so far; one more before each is shown
     std::atomic<bool> taken = true;
     ReaderSlot* next = nullptr;
 
-    /// The calling thread's; null where it has none. Of the model that takes one instruction; eight bytes of it are
-    /// there also for a library that is loaded while the program runs.
+    /// The calling thread's; null where it has none. Of the model that takes one instruction, as all that is kept per
+    /// thread here: there is room for it also where the library is loaded while the program runs.
     [[gnu::tls_model("initial-exec")]] static thread_local constinit ReaderSlot* mine;
 
     static ReaderSlot* first() noexcept;

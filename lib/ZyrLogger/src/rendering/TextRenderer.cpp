@@ -36,7 +36,7 @@ bool isUsable(const QMap<QString, QVariant>& topics)
 class TextRenderer
 {
 public:
-    TextRenderer(const LogMessage& source, LocaleNumbers& localeNumbers, LineBuffer& target)
+    TextRenderer(const LogMessage& source, std::optional<LocaleNumbers>& localeNumbers, LineBuffer& target)
         : message(source)
         , numbers(localeNumbers)
         , to(target)
@@ -149,9 +149,12 @@ private:
     bool putNumber(Number number, bool byLocale)
     {
         if (byLocale) {
-            if (!std::exchange(knowsLocale, true))
-                numbers.update();
-            numbers.append(number, to);
+            if (!numbers)
+                numbers.emplace();
+            else if (!knowsLocale)
+                numbers->update();
+            knowsLocale = true;
+            numbers->append(number, to);
         } else if constexpr (std::is_integral_v<Number>) {
             constexpr int mostDigits = 20;
             char* const digits = to.room(mostDigits);
@@ -161,7 +164,7 @@ private:
     }
 
     const LogMessage& message;
-    LocaleNumbers& numbers;
+    std::optional<LocaleNumbers>& numbers;
     LineBuffer& to;
     const qsizetype argCount;
     const char16_t* at;
@@ -172,7 +175,7 @@ private:
 
 } // namespace
 
-bool renderText(const LogMessage& message, LocaleNumbers& numbers, LineBuffer& to)
+bool renderText(const LogMessage& message, std::optional<LocaleNumbers>& numbers, LineBuffer& to)
 {
     const std::size_t sizeBefore = to.view().size();
     if (TextRenderer(message, numbers, to).render())

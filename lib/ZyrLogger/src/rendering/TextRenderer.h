@@ -3,12 +3,16 @@
 #include "chain/format/LineBuffer.h"
 #include "rendering/LocaleNumbers.h"
 
+#include <optional>
+
 namespace Zyr {
 
 class LogMessage;
 
 /// Appends what message.getStr().toUtf8() gives. False, with nothing appended, where only the literal steps give it,
-/// and for texts with a NUL.
-bool renderText(const LogMessage& message, LocaleNumbers& numbers, LineBuffer& to);
+/// and for texts with a NUL. Values may be converted more than once, or not at all.
+///
+/// `numbers` are made when the first number is rendered: threads begin to log when Qt's locales are gone already.
+bool renderText(const LogMessage& message, std::optional<LocaleNumbers>& numbers, LineBuffer& to);
 
 } // namespace Zyr

@@ -22,8 +22,8 @@ constexpr std::size_t batchBytes = 256 * 1024;
 constexpr auto shortestBackoff = 2ms;
 constexpr std::chrono::milliseconds longestBackoff = 1s;
 constexpr auto gatheringTime = 1ms;
-constexpr auto shortSleep = 5ms;
-constexpr auto quietTime = 10s; // between two reports of failures
+constexpr auto shortSleep = gatheringTime; // of less use than harm with a line now and then
+constexpr auto quietTime = 10s;            // between two reports of failures
 
 } // namespace
 
