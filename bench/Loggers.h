@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "peers/Record.h"
+#include "Timing.h"
 
 #include <ZyrLogger/Logger.h>
 
@@ -19,13 +19,6 @@
 #include <vector>
 
 namespace Bench {
-
-inline constexpr const char* compiler =
-#ifdef __clang__
-    "clang " __clang_version__;
-#else
-    "g++ " __VERSION__;
-#endif
 
 inline const QString standardText = QStringLiteral("pump %1 on line %2 has a pressure of %3 bar");
 
@@ -61,6 +54,8 @@ public:
             std::make_unique<Zyr::Logger>(qtName, qtName + QStringLiteral(".log"), qtName + QStringLiteral(".ini")));
         return *loggers.back();
     }
+
+    QString path(const QString& file) const { return directory.filePath(file); }
 
     /// Lines in the logger's file, archives left out. After finish() only.
     std::ptrdiff_t lines(const std::string& name) const
