@@ -68,7 +68,7 @@ void queue(State& state)
         if (!lines.append(line)) {
             const std::size_t bytes = lines.chunkBytes(line);
             lines.announce(bytes);
-            lines.add(Zyr::LineQueue::Chunk::map(bytes), bytes);
+            lines.add(Zyr::LineQueue::Chunk::map(bytes, false), bytes);
             if (!lines.append(line))
                 return state.SkipWithError("no memory");
         }

@@ -16,11 +16,12 @@ namespace Zyr {
 class LineQueue
 {
 public:
-    /// A piece of memory for lines. The system gives it page by page as it is used, and gets it back at once.
+    /// A piece of memory for lines. The system gives it page by page as it is used, or at once, which takes less time
+    /// in all; and gets it back at once.
     struct Chunk
     {
         /// Null when there is no memory.
-        static Chunk* map(std::size_t bytes) noexcept;
+        static Chunk* map(std::size_t bytes, bool atOnce) noexcept;
         /// Unmaps a list of chunks.
         static void unmap(Chunk* list) noexcept;
 

@@ -18,7 +18,6 @@ namespace {
 
 constexpr auto patienceWhenFull = 2s;
 constexpr auto longestHold = 2s;
-constexpr std::size_t gatheredChunks = 5; // of at least sixteen that the queue may hold
 constexpr std::size_t stackSize = 512 * 1024;
 constexpr int looksAtGate = 100;
 
@@ -68,10 +67,11 @@ void LogWriter::push(std::string_view line)
         const std::size_t bytes = queue.chunkBytes(line);
         if (queue.mayGrow(bytes)) {
             queue.announce(bytes);
+            const bool fillsUp = queue.chunks() > 0; // so that all of it will be needed
             LineQueue::Chunk* const freed = queue.takeFreed();
             lock.unlock();
             LineQueue::Chunk::unmap(freed);
-            LineQueue::Chunk* const chunk = LineQueue::Chunk::map(bytes);
+            LineQueue::Chunk* const chunk = LineQueue::Chunk::map(bytes, fillsUp);
             lock.lock();
             queue.add(chunk, bytes);
             if (chunk)

@@ -76,6 +76,9 @@ private:
     using Clock = CallWatch::Clock;
     using Lock = std::unique_lock<std::mutex>;
 
+    /// Of the sixteen or more that the queue may hold: more of them wake the thread while it gathers.
+    static constexpr std::size_t gatheredChunks = 5;
+
     /// At which those who wait look whether the store hangs.
     static constexpr std::chrono::milliseconds lookInterval{500};
 
@@ -111,6 +114,7 @@ private:
     void settle(const std::error_code& error, Lock& lock);
     void fail(std::string reason);
     bool isToBeTold();
+    bool mayGather() const;
     void gather(Lock& lock);
     void sleep(Lock& lock);
     void rest(Lock& lock, std::optional<Clock::time_point> until);
@@ -141,7 +145,7 @@ private:
     bool running = false;
     bool asleep = false;    ///< and to be woken by a line
     bool gathering = false; ///< lines for the next write; to be woken by many only
-    bool busy = false;      ///< lines come so fast that gathering saves wake-ups
+    bool comeFast = false;  ///< lines, as far as the last write or sleep tells
     unsigned stopping = 0;  ///< how many wait for its end
     bool abandoned = false;
     bool leftBehind = false; ///< the thread, in a call that hangs

@@ -22,8 +22,7 @@ constexpr std::size_t batchBytes = 256 * 1024;
 constexpr auto shortestBackoff = 2ms;
 constexpr std::chrono::milliseconds longestBackoff = 1s;
 constexpr auto gatheringTime = 1ms;
-constexpr auto shortSleep = gatheringTime; // of less use than harm with a line now and then
-constexpr auto quietTime = 10s;            // between two reports of failures
+constexpr auto quietTime = 10s; // between two reports of failures
 
 } // namespace
 
@@ -70,6 +69,10 @@ bool LogWriter::turn(Lock& lock)
         takeRequests(lock);
         return true;
     }
+    if (mayGather()) {
+        gather(lock);
+        return true;
+    }
     if (hasWork()) {
         if (held || Clock::now() < retryAt) {
             rest(lock, held ? std::nullopt : std::optional(retryAt));
@@ -91,7 +94,7 @@ bool LogWriter::turn(Lock& lock)
         file.close();
         lock.lock();
     } else if (mayRest()) { // what was said while a line was written woke nobody
-        busy && !settings.flush ? gather(lock) : sleep(lock);
+        sleep(lock);
     }
     return true;
 }
@@ -129,6 +132,7 @@ void LogWriter::writeLines(Lock& lock)
     lock.lock();
     queue.pop(result.lines);
     written += result.lines;
+    comeFast = comeFast || result.lines > 1;
     // A store that takes some lines works, however few: a pipe never takes more at a time. The next write tells.
     settle(result.lines > 0 ? std::error_code() : result.error, lock);
 }
@@ -216,14 +220,21 @@ bool LogWriter::isToBeTold()
     return true;
 }
 
+/// Whether it is worth waiting for more lines before the next write: they come fast, and nobody waits for this one.
+bool LogWriter::mayGather() const
+{
+    return comeFast && !requested && changes == 0 && waiting == 0 && !stopping && !abandoned && !failing && lost == 0 &&
+           !settings.flush && queue.chunks() <= gatheredChunks && !file.canCompress();
+}
+
 /// Waits a moment for more lines, without having each of them wake this thread: under load a wake-up costs the thread
-/// that logs more than the record does.
+/// that logs more than the record does, and each write this one more than its lines.
 void LogWriter::gather(Lock& lock)
 {
     gathering = true;
     work.wait_until(lock, Clock::now() + gatheringTime);
     gathering = false;
-    busy = !queue.isEmpty();
+    comeFast = false;
 }
 
 void LogWriter::sleep(Lock& lock)
@@ -232,7 +243,7 @@ void LogWriter::sleep(Lock& lock)
     const auto begin = Clock::now();
     rest(lock, std::nullopt);
     asleep = false;
-    busy = Clock::now() - begin < shortSleep;
+    comeFast = Clock::now() - begin < gatheringTime;
 }
 
 bool LogWriter::mayRest() const
