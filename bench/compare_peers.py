@@ -11,7 +11,7 @@ import sys
 
 import report
 
-PROGRAMS = ["ours", "spdlog", "log4cplus", "poco"]
+PROGRAMS = ["ours", "spdlog", "spdlog_plain", "log4cplus", "poco"]
 REFERENCE = "spdlog"
 OWN = "ours"
 

@@ -1,5 +1,6 @@
 // log4cplus: an AsyncAppender with its usual queue before a FileAppender. Its thread formats the line.
 
+#include "JsonText.h"
 #include "Workload.h"
 
 #include <log4cplus/asyncappender.h>
@@ -43,7 +44,7 @@ public:
 
     void log(int number, const QString& line, double pressure)
     {
-        LOG4CPLUS_INFO_FMT(logger, "pump %d on line %s has a pressure of %g bar", number, line.toStdString().c_str(),
+        LOG4CPLUS_INFO_FMT(logger, "pump %d on line %s has a pressure of %g bar", number, Bench::jsonText(line).c_str(),
                            pressure);
     }
 
