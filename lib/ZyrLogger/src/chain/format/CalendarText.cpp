@@ -23,6 +23,8 @@ void putTwoDigits(char* to, std::int64_t number) noexcept
     to[1] = char('0' + number % 10);
 }
 
+constexpr std::uint8_t usualBurst = 32;
+
 } // namespace
 
 // Plain data, with nothing to construct or destroy when a thread starts or ends.
@@ -31,6 +33,10 @@ constinit thread_local CalendarText CalendarText::kept[2];
 const CalendarText& CalendarText::of(std::int64_t second, bool local) noexcept
 {
     CalendarText& text = kept[local];
+    // Records of one second mostly come within one; whether the zone has changed is asked now and then all the same,
+    // since their times may be given.
+    if (text.second == second && ++text.timesShown % usualBurst != 0)
+        return text;
     const std::uint32_t check = local ? LocalTime::checkZone() : 0;
     if (text.second != second || text.zoneCheck != check) {
         text.second = second;

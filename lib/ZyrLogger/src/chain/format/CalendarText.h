@@ -52,6 +52,7 @@ private:
 
     std::int64_t second = std::numeric_limits<std::int64_t>::min(); // which no timestamp in microseconds reaches
     std::uint32_t zoneCheck = 0;
+    std::uint8_t timesShown = 0;
     std::uint8_t yearSize = 0;
     std::uint8_t isoZoneSize = 0;
     std::uint8_t rfcZoneSize = 0;
