@@ -90,10 +90,17 @@ CHART_STYLE = """
 """
 
 
-def tick_step(largest):
-    """1, 2 or 5 times a power of ten, for at most eight ticks."""
+def tick_step(largest, most=8):
+    """1, 2 or 5 times a power of ten, for at most that many ticks above 0."""
     steps = (factor * 10**power for power in range(12) for factor in (1, 2, 5))
-    return next(step for step in steps if largest / step <= 8)
+    return next(step for step in steps if largest / step <= most)
+
+
+def svg(title, width, height, parts, style=""):
+    """The picture of these parts. `style`: rules beside the usual ones."""
+    body = "\n".join(f"  {part}" for part in parts)
+    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" height="{height}"'
+            f' role="img" aria-label="{escape(title)}">\n  <style>{CHART_STYLE}{style}  </style>\n{body}\n</svg>\n')
 
 
 def bar_chart(title, unit, groups, own):
@@ -123,6 +130,4 @@ def bar_chart(title, unit, groups, own):
         f'<text class="title" x="{left}" y="26">{escape(title)}</text>',
         f'<text class="middle" x="{left + plot / 2:.1f}" y="{y + 30}">{escape(unit)}</text>',
     ]
-    body = "\n".join(f"  {part}" for part in heading + axis + parts)
-    return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" height="{height}"'
-            f' role="img" aria-label="{escape(title)}">\n  <style>{CHART_STYLE}  </style>\n{body}\n</svg>\n')
+    return svg(title, width, height, heading + axis + parts)
