@@ -10,14 +10,13 @@
 
 #include <ZyrLogger/ClassLogger.h>
 
-#include <QtCore/QFile>
-#include <QtCore/QFileInfo>
 #include <QtCore/QLocale>
 
 #include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <filesystem>
 #include <stdexcept>
 #include <string_view>
 #include <utility>
@@ -190,9 +189,9 @@ QString className(int number)
     return QStringLiteral("Class") + QString::number(number);
 }
 
-QString fileOf(const Bench::Loggers& loggers, int number, const char* ending)
+std::filesystem::path fileOf(const Bench::Loggers& loggers, int number, const char* ending)
 {
-    return loggers.path(QStringLiteral("curves_") + className(number) + QLatin1String(ending));
+    return loggers.path(QStringLiteral("curves_") + className(number) + QLatin1String(ending)).toStdString();
 }
 
 /// They are left to the end of the process: to destroy one takes a second.
@@ -206,7 +205,7 @@ double memoryAtRest(const Bench::Loggers& loggers, int files)
 {
     const auto limit = Bench::Clock::now() + 30s;
     for (int number = 0; number < files; ++number) {
-        while (QFileInfo(fileOf(loggers, number, ".log")).size() == 0) {
+        while (std::filesystem::is_empty(fileOf(loggers, number, ".log"))) {
             if (Bench::Clock::now() > limit)
                 throw std::runtime_error("no line in a class logger's file");
             usleep(1000);
@@ -226,7 +225,7 @@ Figures makeClassLoggers(Bench::Loggers& loggers, int count, bool haveSettings)
     // The first has what is made once for all.
     Bench::logStandard(makeClassLogger(0), lines, 0);
     for (int number = 1; haveSettings && number <= count; ++number)
-        QFile::copy(fileOf(loggers, 0, "_Log.ini"), fileOf(loggers, number, "_Log.ini"));
+        std::filesystem::copy_file(fileOf(loggers, 0, "_Log.ini"), fileOf(loggers, number, "_Log.ini"));
     const double memoryBefore = memoryAtRest(loggers, 1);
 
     std::vector<Zyr::Logger*> made;
