@@ -146,7 +146,7 @@ def main():
     if options.write:
         pathlib.Path("doc/performance-curves.svg").write_text(curves.charts())
         report.replace_block("doc/performance.md", "curves",
-                             "\n" + curves.tables(report.markdown_table) + "\n\n" + conditions)
+                             curves.tables(report.markdown_table) + "\n\n" + conditions)
 
 
 if __name__ == "__main__":
