@@ -80,9 +80,11 @@ public:
     }
 
     /// Whether an entry of that level is worth being made: its record would be written, or counted as a repeat, or the
-    /// logger has no file channel yet, so that out() prints the entry. False after a shutdown. Takes no lock and no
-    /// time; filters are not asked. May lag behind a level that the application itself has set at the Poco::Logger,
-    /// until the next entry.
+    /// logger has no file channel yet, so that out() prints the entry. False after a shutdown. Takes no lock; filters are
+    /// not asked.
+    ///
+    /// May lag behind a level that the application itself has set at the Poco::Logger, until an entry is ended: set it
+    /// in the settings file where statements ask here first, which then end none.
     bool isEnabled(unsigned char level) const noexcept
     {
         return priorityOf(level) <= enabledPriority.load(std::memory_order_relaxed);
