@@ -47,24 +47,25 @@ private Q_SLOTS:
         const RecordingListener ofMain(Zyr::Logger::instance()), ofValve(valve.getLogger());
         // clang-format off
 #define LOG(level) for (int i = 0; i < 3; ++i) { \
-            ZYR_##level("1").endl(); ZYR_##level##_EVERY(2, "2").endl(); ZYR_##level##_AT_MOST(0, "3").endl(); \
+            ZYR_##level("1").endl(); ZYR_##level##_EVERY(2, "2").endl(); ZYR_##level##_AT_MOST(i == 1, "3").endl(); \
             ZYR_##level##_TO(valve, "1").endl(); ZYR_##level##_EVERY_TO(valve, 2, "2").endl(); \
-            ZYR_##level##_AT_MOST_TO(valve, 0, "3").endl(); }
+            ZYR_##level##_AT_MOST_TO(valve, i == 1, "3").endl(); }
         const QString source = u" [tst_macros.cpp, Line %1]"_s.arg(__LINE__ + 1);
         LOG(EMERG) LOG(ALERT) LOG(CRITICAL) LOG(ERROR) LOG(WARNING) LOG(NOTICE) LOG(INFO) LOG(DEBUG) LOG(TRACE)
         LOG(SYSTEM) LOG(TODO)
         QStringList records; // clang-format on
         for (const char* level : {"fatal ", "fatal ", "panic ", "error ", "warn ", "notice ", "info ", "debug ",
                                   "trace ", "notice <SYS> ", "debug <TODO> "})
-            for (const QChar text : u"12112"_s)
-                records += QString::fromLatin1(level) + text + (records.size() < 5 ? source : QString());
+            for (const QChar text : u"121312"_s)
+                records += QString::fromLatin1(level) + text + (records.size() < 6 ? source : QString());
         QCOMPARE(ofMain.records() + ofValve.records(), records + records);
     }
 
 #undef ZYR_LOG_FLOOR
 #define ZYR_LOG_FLOOR lowest
     // Arguments or `n` evaluated while the level is off, a logger evaluated twice or when removed; an else that goes
-    // with the macro's own if; a name that is hidden by the same name in an inner statement (as a warning).
+    // with the macro's own if, or braces that a compiler asks for (as a warning); a name that is hidden by the same
+    // name in an inner statement (as a warning).
     void isOneStatement()
     {
         const RecordingListener listener(logger);
@@ -78,9 +79,10 @@ private Q_SLOTS:
             else ZYR_INFO_EVERY_TO(logger, -1, "else").endl();
             if (condition) ZYR_TRACE_TO((++evaluated, logger), "removed").endl();
             else ++evaluated;
+            if (!condition) ZYR_ERROR_TO(logger, "no else").endl();
         } // clang-format on
         QCOMPARE(evaluated, 3);
-        QCOMPARE(listener.records(), QStringList({u"info in"_s, u"info 2"_s, u"info else"_s}));
+        QCOMPARE(listener.records(), QStringList({u"info in"_s, u"info 2"_s, u"info else"_s, u"error no else"_s}));
     }
 
     // A floor that compares the levels' numbers: it would remove System and Alert.

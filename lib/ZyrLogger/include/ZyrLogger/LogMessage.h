@@ -29,11 +29,12 @@ class ZYRLOGGER_EXPORT LogMessage
         std::is_same_v<T, long> || std::is_same_v<T, unsigned long> || std::is_same_v<T, std::string> ||
         std::is_same_v<T, std::string_view> || std::is_same_v<T, const char*> || std::is_same_v<T, char*>;
 
-    /// Types whose values go into the argument list without a detour.
+    /// Types whose values go into the argument list without a detour, as QString does. They are taken by value: a
+    /// constant that is only declared in its class has no address.
     template <typename T>
-    static constexpr bool isUsual =
+    static constexpr bool isUsualNumber =
         std::is_same_v<T, int> || std::is_same_v<T, uint> || std::is_same_v<T, qlonglong> ||
-        std::is_same_v<T, qulonglong> || std::is_same_v<T, double> || std::is_same_v<T, QString>;
+        std::is_same_v<T, qulonglong> || std::is_same_v<T, double>;
 
 public:
     /// Receives a message when it is ended.
@@ -79,7 +80,12 @@ public:
     /// and `char` arrive as `int`.
     [[nodiscard]] LogMessage& arg(QVariant value);
 
-    template <typename T, std::enable_if_t<isUsual<T>, int> = 0>
+    template <typename T, std::enable_if_t<isUsualNumber<T>, int> = 0>
+    [[nodiscard]] LogMessage& arg(T value)
+    {
+        return append(value);
+    }
+    template <typename T, std::enable_if_t<std::is_same_v<T, QString>, int> = 0>
     [[nodiscard]] LogMessage& arg(const T& value)
     {
         return append(value);

@@ -80,8 +80,8 @@ public:
     }
 
     /// Whether an entry of that level is worth being made: its record would be written, or counted as a repeat, or the
-    /// logger has no file channel yet, so that out() prints the entry. False after a shutdown. Takes no lock; filters are
-    /// not asked.
+    /// logger has no file channel yet, so that out() prints the entry. False after a shutdown. Takes no lock; filters
+    /// are not asked.
     ///
     /// May lag behind a level that the application itself has set at the Poco::Logger, until an entry is ended: set it
     /// in the settings file where statements ask here first, which then end none.

@@ -6,6 +6,9 @@
 
 #include <QtCore/QString>
 
+#include <cstddef>
+#include <type_traits>
+
 /// Statements that log and cost next to nothing while their level is off:
 ///
 ///     ZYR_ERROR("Tank %1 holds %2 litres").arg(name()).arg(measure()).endl();
@@ -22,14 +25,17 @@
 ///     ZYR_x_EVERY_TO(logger, n, text)
 ///     ZYR_x_AT_MOST_TO(logger, n, text)
 ///
+/// A level that the application itself has raised at the Poco::Logger is noticed with the next entry that is made, of
+/// any kind (Logger::isEnabled()).
+///
 /// Only entries that pass the level count. A statement in a template counts per instance, one in an inline function
 /// once for all its users in a library or program. An `n` below 1 is harmless: EVERY writes each entry, AT_MOST none.
 /// AT_MOST takes 65535 for a greater `n`; its second begins with the first entry.
 ///
-/// ZYR_LOG_FLOOR, defined before a statement or for the compiler (-DZYR_LOG_FLOOR=Zyr::Info), removes the statements
-/// below that level from the program, text included; they are still compiled. What counts is the priority, so that
-/// Zyr::Notice keeps System, and Zyr::Debug keeps Todo. `logger` and `n` are not evaluated then; otherwise `logger` is
-/// evaluated once, and `n` once if the level is on.
+/// ZYR_LOG_FLOOR, defined before a statement or for the compiler (-DZYR_LOG_FLOOR=::Zyr::Info), removes the
+/// statements below that level from an optimised program, text included; they are still compiled. What counts is the
+/// priority, so that Zyr::Notice keeps System, and Zyr::Debug keeps Todo. `logger` and `n` are not evaluated then;
+/// otherwise `logger` is evaluated once, and `n` once if the level is on.
 
 #ifndef ZYR_LOG_FLOOR
 #define ZYR_LOG_FLOOR ::Zyr::Trace
@@ -55,23 +61,24 @@ void wanting(const ClassLogger&& temporary, unsigned char level) = delete;
 [[nodiscard]] ZYRLOGGER_EXPORT LogMessage& out(Logger& logger, unsigned char level, const char16_t* text,
                                                qsizetype length, const char* file, int line);
 
-template <qsizetype size>
+template <std::size_t size>
 [[nodiscard]] LogMessage& out(Logger& logger, unsigned char level, const char16_t (&text)[size], const char* file,
                               int line)
 {
-    return out(logger, level, text, size - 1, file, line);
+    return out(logger, level, text, static_cast<qsizetype>(size - 1), file, line);
 }
 
 } // namespace Zyr::Detail
 
 // clang-format off
 
-// The switch keeps compilers from asking for braces where the statement itself is a branch of an if.
+// Not an if, which compilers would ask braces for where the statement itself is a branch of one.
+#define ZYR_DETAIL_KEPT(level) \
+    (::std::bool_constant<(::Zyr::priorityOf(level) <= ::Zyr::priorityOf(ZYR_LOG_FLOOR))>::value)
 #define ZYR_DETAIL_NAMED(name, level, logger, refused, text) \
-    switch (0) case 0: default: \
-        if constexpr (::Zyr::priorityOf(level) > ::Zyr::priorityOf(ZYR_LOG_FLOOR)) {} \
-        else if (::Zyr::Logger* const name = ::Zyr::Detail::wanting(logger, level); !name refused) {} \
-        else ::Zyr::Detail::out(*name, level, u"" text, __FILE__, __LINE__)
+    for (::Zyr::Logger* name = ZYR_DETAIL_KEPT(level) ? ::Zyr::Detail::wanting(logger, level) : nullptr; \
+         ZYR_DETAIL_KEPT(level) && name && !(false refused); name = nullptr) \
+        ::Zyr::Detail::out(*name, level, u"" text, __FILE__, __LINE__)
 
 // A name of its own for every statement, for one may be inside a lambda inside another one.
 #define ZYR_DETAIL_UNIQUE(number, level, logger, refused, text) \
