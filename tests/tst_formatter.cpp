@@ -55,8 +55,9 @@ class tst_Formatter : public QObject
     }
     std::string anyPattern() // without %%, %E and negative widths, which POCO gets wrong
     {
-        static const QByteArray letters = "stlpqPTINUOuwWbBdefmnoyYHhaAMSicFzZLvxXr 0]";
-        static const auto others = QByteArray("|-|more than 16 bytes|[|%[n]|%[|%[no]|%v[3]|%v[20]").split('|');
+        static const QByteArray letters = "stlpqPTINUOuwWbBdefmnoyYHhaAMSicFzZLvxXr 0]\1";
+        static const auto others =
+            (QByteArray("|-|more than 16 bytes|[|%[n]|%[|%[no]|%v[3]|%v[20]|") + QByteArray(170, '=')).split('|');
         QByteArray pattern;
         for (int count = random.bounded(24); count > 0; --count)
             pattern += random.bounded(3) ? QByteArray("%") + oneOf(letters) : oneOf(others);
@@ -106,14 +107,17 @@ private Q_SLOTS:
         }
     }
 
-    // The offset of now, of standard time or of whole hours for all records; a zone that is not left again.
+    // The offset of now, of standard time or of whole hours for all records; a zone that is not left again, also where
+    // the second stays the same.
     void showsTheTimeOfTheZone()
     {
         configure(ours, "%Y-%m-%d %H:%M:%S %Z", "local");
         for (const char* zone : {"Europe/Berlin", "Europe/Dublin", "Australia/Lord_Howe", "America/St_Johns"}) {
             constexpr time_t first = -2'000'000'000;
-            format(ours, message((first - 1) * qint64(1'000'000))); // in the zone before
+            format(ours, message(first * qint64(1'000'000))); // in the zone before, and below
             enterZone(zone);
+            for (int count = 1; count < 32; ++count)
+                format(ours, message(first * qint64(1'000'000))); // maybe as in the zone before
             for (time_t second = first, step = 1800; second < 2'140'000'000; second += step) {
                 step = second > 1'700'000'000 && second < 1'740'000'000 ? 1800 : 999'983;
                 const std::string line = format(ours, message(second * qint64(1'000'000))); // strftime() reads TZ, too

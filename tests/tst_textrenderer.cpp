@@ -30,6 +30,18 @@ class tst_TextRenderer : public QObject
     }
 
 private Q_SLOTS:
+    // More bytes written than there is room for.
+    void fillsAnyLine()
+    {
+        Zyr::LogMessage message(0, QString(127, u'\u6f22') + u"\U0001F600"_s);
+        const std::string text = message.getStr().toStdString();
+        for (std::size_t before = 0; before < 1100; ++before) {
+            const auto line = std::make_unique<Zyr::LineBuffer>(); // behind which a sanitizer looks
+            line->append(std::string(before, '='));
+            QVERIFY(Zyr::renderText(message, numbers, *line) && line->view().substr(before) == text);
+        }
+    }
+
     void rendersOnceWhatItCan()
     {
         QLocale::setDefault(QLocale(u"de_DE"_s));

@@ -36,11 +36,11 @@ void Logger::completeMessage(LogMessage& message)
     const Rules& rules = state->rules();
     const int priority = priorityOf(message.level);
     const bool convertsItself = hasOwnConversions(message);
-    if (!rules.suppressRepeats && !convertsItself) { // repeats are counted below the level too
+    if (!rules.suppressRepeats) { // repeats are counted below the level too
         int level = target->getLevel();
         while (state->access->noteLevel(level))
             level = target->getLevel();
-        if (priority > level)
+        if (priority > level && !convertsItself)
             return;
     }
 

@@ -17,7 +17,8 @@ using Bytes = std::uint8_t __attribute__((vector_size(blockSize)));
 constexpr std::ptrdiff_t pieceSize = 16 * blockSize; ///< room for all of it is asked for at once
 constexpr std::ptrdiff_t mostBytesPerUnit = 3;
 
-static_assert(std::endian::native == std::endian::little, "the first of several units is the lowest");
+/// The first of several units is the lowest, by which they are counted.
+constexpr bool takesBlocks = std::endian::native == std::endian::little;
 
 template <typename T>
 T load(const char16_t* from) noexcept
@@ -140,7 +141,15 @@ const char16_t* appendEscapedUtf8(const char16_t* from, const char16_t* end, Lin
         const char16_t* const pieceEnd = from + std::min(end - from, pieceSize);
         // One unit more for the second half of a pair behind the piece, and what is written to be overwritten.
         char* out = to.room(std::size_t((pieceEnd - from + 1) * mostBytesPerUnit + blockSize));
-        while (from < pieceEnd) {
+        while (!takesBlocks && from < pieceEnd) {
+            const char16_t* const before = from;
+            out = putSpecial(from, end, out);
+            if (from == before) {
+                to.extendTo(out);
+                return from;
+            }
+        }
+        while (takesBlocks && from < pieceEnd) {
             const std::ptrdiff_t size = std::min(pieceEnd - from, blockSize);
             const Units units = size == blockSize ? load<Units>(from) : loadFew(from, size);
             const std::uint64_t bytes = narrow(units);

@@ -12,7 +12,8 @@ namespace Zyr {
 class CalendarText
 {
 public:
-    /// In local time or UTC. Stays valid until the thread asks for another second.
+    /// In local time or UTC. Stays valid until the thread asks for another second. A change of the time zone shows from
+    /// the next second on; where the second stays the same, since times are given, with the 32nd record at the latest.
     static const CalendarText& of(std::int64_t second, bool local) noexcept;
 
     std::string_view year() const noexcept { return {yearDigits, yearSize}; }

@@ -20,6 +20,7 @@ namespace Zyr {
 namespace {
 
 constexpr char timeRun = '\1'; // a field made of several
+
 /// Tells patterns apart. Not by where they are: another one may come to lie there, and those of several loggers are
 /// mostly alike.
 std::uint64_t numberOf(std::string_view pattern) noexcept
