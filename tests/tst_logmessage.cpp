@@ -50,6 +50,24 @@ private Q_SLOTS:
         QCOMPARE(completed, QStringList(u"ended"_s));
     }
 
+    // One list more kept for later messages than there is room for, when a value that goes with a message ends another.
+    void endsMessagesByValues()
+    {
+        for (int kept = 0; kept < 12; ++kept) {
+            std::vector<Zyr::LogMessage*> messages;
+            for (int i = 0; i < kept; ++i)
+                messages.push_back(&(new Zyr::LogMessage(0, {}))->arg(i));
+            auto inner = std::make_shared<std::unique_ptr<Zyr::LogMessage>>(new Zyr::LogMessage(0, {}));
+            static_cast<void>((*inner)->arg(1));
+            Zyr::LogMessage& outer = (new Zyr::LogMessage(0, {}))->arg(QVariant::fromValue(std::move(inner)));
+            for (Zyr::LogMessage* const message : messages)
+                message->endl();
+            outer.endl();
+            for (int i = 0; i < 20; ++i)
+                QCOMPARE(Zyr::LogMessage(0, u"%1"_s).arg(i).getStr(), QString::number(i));
+        }
+    }
+
     // A type that does not compile, here or on 32 bits; one that loses its sign, its range, its length or its encoding.
     void takesEveryTypeOfValue()
     {

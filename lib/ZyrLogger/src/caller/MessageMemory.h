@@ -50,11 +50,13 @@ public:
 
     void keepList(QList<QVariant>* list) noexcept
     {
-        if (listCount == most || list->capacity() > mostArguments || !list->isDetached()) {
+        const bool isOwn = list->isDetached();
+        if (isOwn)
+            list->clear(); // the values' destructors may be the application's, and end messages
+        if (!isOwn || listCount == most || list->capacity() > mostArguments) {
             delete list;
             return;
         }
-        list->clear();
         lists[listCount++] = list;
     }
 

@@ -142,7 +142,7 @@ void LineQueue::link(Chunk* chunk) noexcept
     }
     chunk->next = nullptr;
     (tail ? tail->next : head) = chunk;
-    ++linked;
+    linked += chunk->bytes;
     tail = chunk;
 }
 
@@ -185,7 +185,7 @@ void LineQueue::pop(std::size_t count) noexcept
 
 void LineQueue::drop(Chunk* chunk) noexcept
 {
-    --linked;
+    linked -= chunk->bytes;
     const bool keep = chunk->bytes == usualChunk && spares < mostSpares;
     Chunk*& list = keep ? spare : freed;
     chunk->begin = chunk->used = chunk->taken = chunk->written = 0;

@@ -36,6 +36,7 @@ public:
         std::uint32_t written; ///< number of lines ever added
     };
 
+    static constexpr std::size_t fillingChunks = 5; ///< of the sixteen or more usual ones that the bound allows
     static constexpr std::size_t longestLine = std::size_t(1) << 30;
 
     explicit LineQueue(std::size_t itsBound) noexcept { setBound(itsBound); }
@@ -49,8 +50,8 @@ public:
 
     bool isEmpty() const noexcept { return lines == 0; }
     std::size_t size() const noexcept { return lines; }
-    /// How many pieces of memory they fill.
-    std::size_t chunks() const noexcept { return linked; }
+    /// Whether they have the better part of a write's usual bytes together, or of the bound.
+    bool isFilling() const noexcept { return linked > fillingChunks * usualChunk; }
 
     /// Adds the line and a line end. False when there is no room in the last chunk: then one more is needed, of
     /// chunkBytes(), if mayGrow().
@@ -92,7 +93,7 @@ private:
     Chunk* tail = nullptr;
     Chunk* spare = nullptr;
     std::size_t spares = 0;
-    std::size_t linked = 0;
+    std::size_t linked = 0; ///< bytes of the chunks from `head` to `tail`
     Chunk* freed = nullptr;
 };
 

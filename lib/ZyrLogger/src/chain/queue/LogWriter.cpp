@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include <signal.h>
@@ -67,7 +68,7 @@ void LogWriter::push(std::string_view line)
         const std::size_t bytes = queue.chunkBytes(line);
         if (queue.mayGrow(bytes)) {
             queue.announce(bytes);
-            const bool fillsUp = queue.chunks() > 0; // so that all of it will be needed
+            const bool fillsUp = !queue.isEmpty(); // so that all of it will be needed
             LineQueue::Chunk* const freed = queue.takeFreed();
             lock.unlock();
             LineQueue::Chunk::unmap(freed);
@@ -137,7 +138,7 @@ void LogWriter::wake(Lock& lock)
 {
     if (!running)
         return start(lock);
-    const bool notify = asleep || (gathering && queue.chunks() > gatheredChunks);
+    const bool notify = asleep || (gathering && hasGathered());
     if (notify)
         asleep = gathering = false;
     lock.unlock();
@@ -162,7 +163,7 @@ void LogWriter::start(Lock& lock)
     --waiting;
     if (running)
         return;
-    auto* const self = new std::shared_ptr<LogWriter>(shared_from_this()); // the thread's
+    auto* const self = new (std::nothrow) std::shared_ptr<LogWriter>(shared_from_this()); // the thread's
     running = starting = true;
     const pthread_t former = thread;
     const bool hasFormer = std::exchange(joinable, false);
@@ -178,7 +179,7 @@ void LogWriter::start(Lock& lock)
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &before);
     pthread_t started = {};
-    const int error = ::pthread_create(&started, &attributes, &enter, self);
+    const int error = self ? ::pthread_create(&started, &attributes, &enter, self) : ENOMEM;
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     ::pthread_attr_destroy(&attributes);
     if (error != 0)

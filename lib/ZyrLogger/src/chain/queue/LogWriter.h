@@ -76,9 +76,6 @@ private:
     using Clock = CallWatch::Clock;
     using Lock = std::unique_lock<std::mutex>;
 
-    /// Of the sixteen or more that the queue may hold: more of them wake the thread while it gathers.
-    static constexpr std::size_t gatheredChunks = 5;
-
     /// At which those who wait look whether the store hangs.
     static constexpr std::chrono::milliseconds lookInterval{500};
 
@@ -120,6 +117,7 @@ private:
     void rest(Lock& lock, std::optional<Clock::time_point> until);
     bool hasWork() const { return !queue.isEmpty() || lost > 0; }
     bool mayRest() const;
+    bool hasGathered() const { return queue.isFilling() || (lineLimit > 0 && queue.size() >= lineLimit / 4); }
 
     mutable std::mutex gate;
     std::condition_variable work;     ///< for the worker thread

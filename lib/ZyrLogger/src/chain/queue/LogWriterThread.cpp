@@ -224,7 +224,7 @@ bool LogWriter::isToBeTold()
 bool LogWriter::mayGather() const
 {
     return comeFast && !requested && changes == 0 && waiting == 0 && !stopping && !abandoned && !failing && lost == 0 &&
-           !settings.flush && queue.chunks() <= gatheredChunks && !file.canCompress();
+           !settings.flush && !hasGathered() && !file.canCompress();
 }
 
 /// Waits a moment for more lines, without having each of them wake this thread: under load a wake-up costs the thread
