@@ -53,8 +53,12 @@ public:
     {
         markShutDown();
         const auto limit = ChainAccess::Clock::now() + ChainAccess::patience;
-        for (const auto& access : livingAccesses()) // who renders a text needs Qt's static objects
-            access->waitForUses(limit);
+        try {
+            for (const auto& access : livingAccesses()) // who renders a text needs Qt's static objects
+                access->waitForUses(limit);
+        } catch (const std::bad_alloc&) {
+            // Nobody is waited for.
+        }
     }
     ProcessLife(const ProcessLife&) = delete;
     ProcessLife& operator=(const ProcessLife&) = delete;

@@ -16,12 +16,14 @@ namespace {
 constinit std::atomic<bool> hasKey = false;
 constinit pthread_key_t key = {};
 
+} // namespace
+
 /// Has CallerThread objects deleted with their threads: behind all thread_local objects, whose destructors may log, and
 /// again where other keys' destructors do. Not that of the main thread, which static objects log from.
-class KeyLife
+class CallerThread::KeyLife
 {
 public:
-    explicit KeyLife(void (*destroy)(void*)) noexcept { hasKey = ::pthread_key_create(&key, destroy) == 0; }
+    KeyLife() noexcept { hasKey = ::pthread_key_create(&key, &end) == 0; }
     ~KeyLife()
     {
         if (hasKey.exchange(false))
@@ -31,13 +33,13 @@ public:
     KeyLife& operator=(const KeyLife&) = delete;
 };
 
-} // namespace
-
 constinit thread_local CallerThread* CallerThread::mine = nullptr;
+
+/// From the beginning, since another thread may fork while the first one begins to log.
+const CallerThread::KeyLife CallerThread::keyLife;
 
 CallerThread* CallerThread::begin() noexcept
 {
-    static const KeyLife life(&end);
     auto made = std::unique_ptr<CallerThread>(new (std::nothrow) CallerThread);
     if (!made || !hasKey || ::pthread_setspecific(key, made.get()) != 0)
         return nullptr;

@@ -26,9 +26,12 @@ public:
     Record::Kept record;
 
 private:
+    class KeyLife;
+
     static CallerThread* begin() noexcept;
     static void end(void* thread) noexcept;
 
+    static const KeyLife keyLife;
     [[gnu::tls_model("initial-exec")]] static thread_local constinit CallerThread* mine;
 };
 

@@ -63,10 +63,11 @@ bool ChainAccess::haveLeft(const Users& then) const noexcept
     });
 }
 
-/// The forking thread may be in such a use itself; then those of others count as well, and are waited for in vain.
+/// Unless the forking thread may be in such a use itself; then those of others count as well, and are waited for in
+/// vain.
 void ChainAccess::afterForkInChild() noexcept
 {
-    if (!ReaderSlot::mine || !ReaderSlot::mine->inUse.load(std::memory_order_relaxed))
+    if (ReaderSlot::mine && !ReaderSlot::mine->inUse.load(std::memory_order_relaxed))
         usesWithoutSlot = 0;
 }
 
