@@ -59,7 +59,8 @@ private Q_SLOTS:
                 messages.push_back(&(new Zyr::LogMessage(0, {}))->arg(i));
             auto inner = std::make_shared<std::unique_ptr<Zyr::LogMessage>>(new Zyr::LogMessage(0, {}));
             static_cast<void>((*inner)->arg(1));
-            Zyr::LogMessage& outer = (new Zyr::LogMessage(0, {}))->arg(QVariant::fromValue(std::move(inner)));
+            Zyr::LogMessage& outer = (new Zyr::LogMessage(0, {}))->arg(QVariant::fromValue(inner));
+            inner.reset();
             for (Zyr::LogMessage* const message : messages)
                 message->endl();
             outer.endl();
