@@ -54,8 +54,8 @@ public:
         markShutDown();
         const auto limit = ChainAccess::Clock::now() + ChainAccess::patience;
         try {
-            for (const auto& access : livingAccesses()) // who renders a text needs Qt's static objects
-                access->waitForUses(limit);
+            for (const auto& each : livingAccesses()) // who renders a text needs Qt's static objects
+                each->waitForUses(limit);
         } catch (const std::bad_alloc&) {
             // Nobody is waited for.
         }
@@ -128,8 +128,8 @@ void Logger::State::shutPocoDown()
     }
     markShutDown();
     const auto limit = ChainAccess::Clock::now() + ChainAccess::patience;
-    for (const auto& access : livingAccesses()) // without the lock, which who is to leave may want
-        access->waitForUses(limit);
+    for (const auto& each : livingAccesses()) // without the lock, which who is to leave may want
+        each->waitForUses(limit);
     {
         const std::lock_guard lock(livingMutex);
         for (State* state : living())
