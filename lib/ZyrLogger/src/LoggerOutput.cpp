@@ -131,15 +131,8 @@ void Logger::tellListeners(const PocoMessage& record)
 void Logger::registerLogListener(LogListener* listener)
 {
     const std::lock_guard lock(state->guard);
-    if (listeners.contains(listener))
-        return;
-    listeners.append(listener);
-    try {
-        state->publishRules();
-    } catch (...) {
-        listeners.removeLast();
-        throw;
-    }
+    if (!listeners.contains(listener))
+        state->append(listener, listeners);
 }
 
 void Logger::unregisterLogListener(LogListener* listener)
@@ -160,13 +153,7 @@ void Logger::unregisterLogListener(LogListener* listener)
 void Logger::addExcludeFilter(QString filter)
 {
     const std::lock_guard lock(state->guard);
-    excludeFilters.append(std::move(filter));
-    try {
-        state->publishRules();
-    } catch (...) {
-        excludeFilters.removeLast();
-        throw;
-    }
+    state->append(filter, excludeFilters);
 }
 
 } // namespace Zyr

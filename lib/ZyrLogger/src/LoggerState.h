@@ -20,9 +20,9 @@ namespace Zyr {
 
 /// How the calls of several threads on one logger meet, and what all loggers of the process have in common.
 ///
-/// Two locks, taken in this order: `reload` makes settings loads and location calls take turns; `guard` is
-/// only ever taken for the few instructions that copy or change fields. Neither is held while listeners run or
-/// records are written, and only `reload` while settings are read.
+/// Two locks, taken in this order: `reload` makes settings loads and location calls take turns; `guard` is only ever
+/// taken for the few instructions that copy or change fields. Neither is held while listeners run or records are
+/// written, and only `reload` while settings are read.
 ///
 /// A thread that logs takes no lock: it uses the chain through `access` and goes by the rules that are in force then.
 /// Whoever else uses a link of the chain takes a reference to it under `guard` (share()). So a shutdown of POCO's
@@ -84,6 +84,19 @@ public:
     void publishChain() noexcept;
     /// The same. Where it throws, nothing has changed.
     void publishRules();
+
+    /// Adds what rules are made of, or throws and does not. The caller holds `guard`.
+    template <typename Item>
+    void append(const Item& item, QList<Item>& list)
+    {
+        list.append(item);
+        try {
+            publishRules();
+        } catch (...) {
+            list.removeLast();
+            throw;
+        }
+    }
 
     /// Whether POCO's logging counts as shut down, for every logger of the process.
     static bool isShutDown() noexcept;
