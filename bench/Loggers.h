@@ -22,14 +22,19 @@ namespace Bench {
 
 inline const QString standardText = QStringLiteral("pump %1 on line %2 has a pressure of %3 bar");
 
-/// Its values change from number to number, not its length by more than a few characters.
-inline void logStandard(Zyr::Logger& logger, const Record::Lines& lines, int number)
+inline void logEntry(Zyr::Logger& logger, Zyr::LogLevel level, const Record::Lines& lines, int number)
 {
-    logger.out(Zyr::Info, standardText, __FILE__, __LINE__)
-        .arg(1000 + number % 1000)
+    logger.out(level, standardText, __FILE__, __LINE__)
+        .arg(number)
         .arg(lines.of(number))
         .arg(Record::pressure(number))
         .endl();
+}
+
+/// Its values change from number to number, not its length by more than a few characters.
+inline void logStandard(Zyr::Logger& logger, const Record::Lines& lines, int number)
+{
+    logEntry(logger, Zyr::Info, lines, 1000 + number % 1000);
 }
 
 /// One of these at a time. Nothing is destroyed before finish().

@@ -3,6 +3,8 @@
 //
 //   chain_cost [records per thread and rounds: 500000 5]
 
+#include "Timing.h"
+
 #include <ZyrLogger/ClassLogger.h>
 #include <ZyrLogger/Logger.h>
 
@@ -24,7 +26,6 @@
 #include <thread>
 #include <vector>
 
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -48,14 +49,6 @@ constexpr Load loads[] = {
 
 const std::string pattern = R"({"timestamp":"%Y-%m-%dT%H:%M:%S.%i%Z","level":"%p","msg":"%t"})";
 const std::string names = "fatal,panic,error,warn,notice,info,debug,trace";
-
-double processorSeconds()
-{
-    rusage usage = {};
-    getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval& time) { return double(time.tv_sec) + double(time.tv_usec) * 1e-6; };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
 
 void burst(Poco::Logger& logger, int threads, int records)
 {
@@ -114,9 +107,9 @@ double measure(const Load& load, bool own, int records)
     const pid_t child = fork();
     if (child == 0) {
         const QTemporaryDir directory;
-        const double before = processorSeconds();
+        const double before = Bench::processorNanoseconds();
         (own ? runOwn : runStock)(directory.path().toStdString(), load, records);
-        const double cost = (processorSeconds() - before) * 1e9 / (double(records) * load.threads);
+        const double cost = (Bench::processorNanoseconds() - before) / (double(records) * load.threads);
         const bool told = write(channel[1], &cost, sizeof cost) == sizeof cost;
         const_cast<QTemporaryDir&>(directory).remove();
         _exit(told ? 0 : 1);

@@ -72,12 +72,11 @@ class Comparison:
         versions = ", ".join(f"{self.names[program]} {self.results[program, 'latency', 1][0]['version']}"
                              for program in PROGRAMS)
         clock = statistics.median(result["clock"] for result in self.results[OWN, "latency", 1])
-        return report.paragraph(
-            f"{report.today()}; {report.machine()}; {first['compiler']}, Qt {first['qt']}; {versions}. "
+        return report.conditions(
+            first,
             f"Medians of {rounds} round{'s' if rounds > 1 else ''} with {records:,} records per thread; "
             f"in brackets the ratio to {self.names[REFERENCE]}. "
-            f"The clock's own {clock:.0f} ns are in every call's figure. "
-            f"Other programs took {other_load:.0%} of the processors meanwhile.")
+            f"The clock's own {clock:.0f} ns are in every call's figure.", other_load, f"; {versions}")
 
 
 def main():

@@ -164,13 +164,7 @@ Figures rememberRecords(Bench::Loggers& loggers, int records)
     Zyr::Logger& logger = loggers.make(
         "remember",
         "checkRepeatedMsg=true\nmaxRepeatedMsgCounter=2000000000\namountRepeatedMsg=" + std::to_string(records) + '\n');
-    const auto log = [&logger](int number) {
-        logger.out(Zyr::Info, Bench::standardText, __FILE__, __LINE__)
-            .arg(number)
-            .arg(lines.of(number))
-            .arg(Bench::Record::pressure(number))
-            .endl();
-    };
+    const auto log = [&logger](int number) { Bench::logEntry(logger, Zyr::Info, lines, number); };
     const int first = 1'000'000; // of seven digits, like the others
     for (int number = first - records; number < first; ++number)
         log(number);

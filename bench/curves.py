@@ -121,10 +121,8 @@ class Curves:
     def conditions(self, rounds, other_load):
         first = next(iter(self.results.values()))[0]
         fewer = f", of {min(rounds, LONG_ROUNDS)} for {LONG:,} records" if ("records", LONG) in self.results else ""
-        return report.paragraph(
-            f"{report.today()}; {report.machine()}; {first['compiler']}, Qt {first['qt']}. "
-            f"Medians of {rounds} round{'s' if rounds > 1 else ''} in random order{fewer}. "
-            f"Other programs took {other_load:.0%} of the processors meanwhile.")
+        return report.conditions(
+            first, f"Medians of {rounds} round{'s' if rounds > 1 else ''} in random order{fewer}.", other_load)
 
 
 def main():

@@ -39,13 +39,8 @@ void logPlain(Zyr::Logger& logger, int entries)
 
 void logDisabled(Zyr::Logger& logger, int entries)
 {
-    for (int number = 0; number < entries; ++number) {
-        logger.out(Zyr::Debug, Bench::standardText, __FILE__, __LINE__)
-            .arg(number)
-            .arg(lines.of(number))
-            .arg(Bench::Record::pressure(number))
-            .endl();
-    }
+    for (int number = 0; number < entries; ++number)
+        Bench::logEntry(logger, Zyr::Debug, lines, number);
 }
 
 void logDisabledMacro(Zyr::Logger&, int entries)

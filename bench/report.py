@@ -44,8 +44,10 @@ def machine():
     return f"{os.cpu_count()} cores, {models[0].strip() if models else 'unknown processor'}"
 
 
-def today():
-    return datetime.date.today().isoformat()
+def conditions(program, figures, other_load, libraries=""):
+    """Below a table: when, where and of what its figures are. `program` is a result that names compiler and Qt."""
+    return paragraph(f"{datetime.date.today().isoformat()}; {machine()}; {program['compiler']}, Qt {program['qt']}"
+                     f"{libraries}. {figures} Other programs took {other_load:.0%} of the processors meanwhile.")
 
 
 def markdown_table(header, rows):

@@ -69,14 +69,7 @@ void logNew(State& state)
 {
     Zyr::Logger& logger = rememberer(state.range(0));
     static int number = 0; // new to every logger, also in the next run
-    const auto logOne = [&] {
-        ++number;
-        logger.out(Zyr::Info, Bench::standardText, __FILE__, __LINE__)
-            .arg(number)
-            .arg(Bench::lines.of(number))
-            .arg(Bench::Record::pressure(number))
-            .endl();
-    };
+    const auto logOne = [&] { Bench::logEntry(logger, Zyr::Info, Bench::lines, ++number); };
     for (std::int64_t i = 0; i < state.range(0); ++i)
         logOne();
     for (auto _ : state)
@@ -90,14 +83,8 @@ void logDisabled(State& state)
 {
     Zyr::Logger& logger = Bench::logger("written");
     int number = 0;
-    for (auto _ : state) {
-        logger.out(Zyr::Debug, Bench::standardText, __FILE__, __LINE__)
-            .arg(number)
-            .arg(Bench::lines.of(number))
-            .arg(Bench::Record::pressure(number))
-            .endl();
-        ++number;
-    }
+    for (auto _ : state)
+        Bench::logEntry(logger, Zyr::Debug, Bench::lines, number++);
 }
 BENCHMARK(logDisabled)->Name("Disabled entry")->Threads(1)->Threads(2);
 
