@@ -63,13 +63,13 @@ const std::string line(130, 'x');
 void queue(State& state)
 {
     Zyr::LineQueue lines(Zyr::LogWriter::Limits().bytes);
+    lines.shut(false);
     int queued = 0;
     for (auto _ : state) {
-        if (!lines.append(line)) {
+        if (!lines.append(line) && !lines.appendLocked(line)) {
             const std::size_t bytes = lines.chunkBytes(line);
             lines.announce(bytes);
-            lines.add(Zyr::LineQueue::Chunk::map(bytes, false), bytes);
-            if (!lines.append(line))
+            if (!lines.add(Zyr::LineChunk::map(bytes, false), bytes, line))
                 return state.SkipWithError("no memory");
         }
         if (++queued == 1000) {

@@ -16,11 +16,11 @@ public:
     struct Run
     {
         const char* data;
-        const std::uint32_t* ends; ///< of the first line, offset behind its line end; the next one's lies before it
+        const std::uint32_t* ends; ///< offsets behind the line ends
         std::uint32_t base;        ///< the offset that `data` has
         std::uint32_t count;       ///< of lines
 
-        std::size_t end(std::size_t line) const noexcept { return *(ends - line) - base; }
+        std::size_t end(std::size_t line) const noexcept { return ends[line] - base; }
         std::size_t bytes() const noexcept { return count == 0 ? 0 : end(count - 1); }
     };
 

@@ -1,9 +1,9 @@
 #include "chain/queue/LineQueue.h"
 
 #include <algorithm>
-#include <cstring>
+#include <chrono>
+#include <thread>
 
-#include <sys/mman.h>
 #include <unistd.h>
 
 namespace Zyr {
@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::size_t largestUsualChunk = 64 * 1024;
 constexpr std::size_t mostSpares = 16;
+constexpr std::chrono::microseconds copyingTime{50}; // a thread that copies has lost its processor meanwhile
 
 std::size_t inPages(std::size_t bytes) noexcept
 {
@@ -19,58 +20,13 @@ std::size_t inPages(std::size_t bytes) noexcept
     return (bytes + page - 1) / page * page;
 }
 
-void fetchForWriting(const char* memory) noexcept
-{
-#if defined(__x86_64__)
-    // What the builtin becomes here fetches for reading. Processors that do not know this one take it for nothing.
-    __asm__ __volatile__("prefetchw %0" : : "m"(*memory));
-#else
-    __builtin_prefetch(memory, 1);
-#endif
-}
-
-/// Has the processor fetch the memory that the next line will fill, which it does while that line is being made.
-/// Otherwise whoever queues it waits for that, with the queue locked: the worker thread's core had it last.
-void fetchSoon(const char* memory) noexcept
-{
-    constexpr std::size_t cacheLine = 64;
-    constexpr std::size_t usualLine = 256;
-    for (std::size_t ahead = 0; ahead < usualLine; ahead += cacheLine)
-        fetchForWriting(memory + ahead);
-}
-
 } // namespace
-
-LineQueue::Chunk* LineQueue::Chunk::map(std::size_t bytes, bool atOnce) noexcept
-{
-    const int flags = MAP_PRIVATE | MAP_ANONYMOUS | (atOnce ? MAP_POPULATE : 0);
-    void* const memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, flags, -1, 0);
-    if (memory == MAP_FAILED)
-        return nullptr;
-    auto* const chunk = static_cast<Chunk*>(memory); // all zero, as the system gives it
-    chunk->bytes = bytes;
-    return chunk;
-}
-
-void LineQueue::Chunk::unmap(Chunk* list) noexcept
-{
-    while (list) {
-        Chunk* const next = list->next;
-        ::munmap(list, list->bytes);
-        list = next;
-    }
-}
-
-std::uint32_t* LineQueue::Chunk::lastEnd() noexcept
-{
-    return reinterpret_cast<std::uint32_t*>(reinterpret_cast<char*>(this) + bytes) - written;
-}
 
 LineQueue::~LineQueue()
 {
     trim();
-    Chunk::unmap(takeFreed());
-    Chunk::unmap(head);
+    LineChunk::unmap(takeFreed());
+    LineChunk::unmap(head);
 }
 
 void LineQueue::setBound(std::size_t bytes) noexcept
@@ -80,43 +36,23 @@ void LineQueue::setBound(std::size_t bytes) noexcept
     trim(); // they may have another size
 }
 
-bool LineQueue::append(std::string_view line) noexcept
+bool LineQueue::appendLocked(std::string_view line) noexcept
 {
-    const std::size_t bytes = line.size() + 1;
-    if (!hasRoom(bytes) && !(chunkBytes(line) == usualChunk && useSpare()))
+    if (filling.appendAnyway(line))
+        return true;
+    if (!spare || chunkBytes(line) != usualChunk)
         return false;
-    char* const place = tail->data() + tail->used;
-    std::memcpy(place, line.data(), line.size());
-    place[line.size()] = '\n';
-    tail->used += static_cast<std::uint32_t>(bytes);
-    ++tail->written;
-    *tail->lastEnd() = tail->used;
-    ++lines;
-    fetchSoon(place + bytes);
-    return true;
-}
-
-bool LineQueue::hasRoom(std::size_t bytes) const noexcept
-{
-    return tail && tail->bytes - sizeof(Chunk) - tail->used - tail->written * sizeof(std::uint32_t) >=
-                       bytes + sizeof(std::uint32_t);
-}
-
-bool LineQueue::useSpare() noexcept
-{
-    if (!spare)
-        return false;
-    Chunk* const chunk = spare;
+    LineChunk* const chunk = spare;
     spare = chunk->next;
     --spares;
-    link(chunk);
+    link(chunk, line);
     return true;
 }
 
 std::size_t LineQueue::chunkBytes(std::string_view line) const noexcept
 {
-    const std::size_t needed = sizeof(Chunk) + line.size() + 1 + sizeof(std::uint32_t);
-    return needed <= usualChunk ? usualChunk : inPages(needed);
+    const std::size_t space = line.size() + 1;
+    return space <= LineChunk::spaceIn(usualChunk) ? usualChunk : inPages(LineChunk::bytesFor(space));
 }
 
 bool LineQueue::mayGrow(std::size_t bytes) noexcept
@@ -125,82 +61,136 @@ bool LineQueue::mayGrow(std::size_t bytes) noexcept
     return held + bytes <= most || (isEmpty() && announced == 0);
 }
 
-void LineQueue::add(Chunk* chunk, std::size_t bytes) noexcept
+bool LineQueue::add(LineChunk* chunk, std::size_t bytes, std::string_view line) noexcept
+{
+    if (!chunk || filling.appendAnyway(line)) { // others may have made room meanwhile
+        takeBack(chunk, bytes);
+    } else {
+        announced -= bytes;
+        link(chunk, line);
+    }
+    return chunk;
+}
+
+void LineQueue::takeBack(LineChunk* chunk, std::size_t bytes) noexcept
 {
     announced -= bytes;
     if (chunk)
-        link(chunk);
+        keep(chunk);
     else
         held -= bytes;
 }
 
-void LineQueue::link(Chunk* chunk) noexcept
+void LineQueue::link(LineChunk* chunk, std::string_view line) noexcept
 {
-    if (tail && tail == head && tail->taken == tail->written) {
-        drop(tail);
-        head = tail = nullptr;
-    }
+    close();
+    if (tail && tail == head && tail->taken == tail->written)
+        leaveFirst();
     chunk->next = nullptr;
     (tail ? tail->next : head) = chunk;
     linked += chunk->bytes;
     tail = chunk;
+    filling.open(chunk, line);
+    closed = false;
+}
+
+void LineQueue::close() noexcept
+{
+    if (closed)
+        return;
+    closed = true;
+    tail->written = filling.close();
+    closedLines += tail->written;
+}
+
+std::uint32_t LineQueue::linesOf(const LineChunk& chunk) const noexcept
+{
+    return &chunk == tail && !closed ? filling.lines() : chunk.written;
 }
 
 LineBatch LineQueue::front(std::size_t mostBytes) const noexcept
 {
     LineBatch batch;
-    for (Chunk* chunk = head; chunk && !batch.isFull(); chunk = chunk->next) {
-        const std::size_t bytes = chunk->used - chunk->begin;
-        if (batch.lines() > 0 && batch.bytes() + bytes > mostBytes)
+    for (LineChunk* chunk = head; chunk && !batch.isFull(); chunk = chunk->next) {
+        const std::uint32_t lines = linesOf(*chunk);
+        const std::uint32_t there = chunk->linesThere(chunk->taken, lines);
+        const LineBatch::Run run = {chunk->data() + chunk->begin, chunk->ends() + chunk->taken, chunk->begin, there};
+        if (batch.lines() > 0 && batch.bytes() + run.bytes() > mostBytes)
             break;
-        if (bytes > 0)
-            batch.add({chunk->data() + chunk->begin, chunk->lastEnd() + (chunk->written - chunk->taken - 1),
-                       chunk->begin, chunk->written - chunk->taken});
+        if (there > 0)
+            batch.add(run);
+        if (chunk->taken + there < lines)
+            break;
     }
     return batch;
 }
 
 void LineQueue::pop(std::size_t count) noexcept
 {
-    lines -= count;
+    closedLines -= count;
     while (count > 0) {
-        Chunk& chunk = *head;
-        const auto left = chunk.written - chunk.taken;
-        if (count < left) {
-            chunk.taken += static_cast<std::uint32_t>(count);
-            chunk.begin = *(chunk.lastEnd() + (chunk.written - chunk.taken));
+        LineChunk& chunk = *head;
+        const auto leave = static_cast<std::uint32_t>(std::min<std::size_t>(count, linesOf(chunk) - chunk.taken));
+        count -= leave;
+        chunk.taken += leave;
+        chunk.begin = chunk.ends()[chunk.taken - 1];
+        if (chunk.taken < linesOf(chunk))
             return;
-        }
-        count -= left;
-        if (head == tail) {
-            chunk.begin = chunk.used = chunk.taken = chunk.written = 0;
-            if (chunk.bytes == usualChunk)
-                return; // filled again from its beginning
-            tail = nullptr;
-        }
-        head = chunk.next;
-        drop(&chunk);
+        leaveFirst();
     }
 }
 
-void LineQueue::drop(Chunk* chunk) noexcept
+/// All its lines have left it.
+void LineQueue::leaveFirst() noexcept
 {
+    LineChunk* const chunk = head;
+    if (chunk == tail && !closed) {
+        if (chunk->bytes == usualChunk) {
+            chunk->forget(chunk->taken);
+            if (filling.restart(chunk->taken)) {
+                closedLines += chunk->taken;
+                chunk->begin = chunk->taken = 0;
+            }
+            return;
+        }
+        close();
+        if (chunk->taken < chunk->written)
+            return;
+    }
+    head = chunk->next;
+    if (!head)
+        tail = nullptr;
     linked -= chunk->bytes;
-    const bool keep = chunk->bytes == usualChunk && spares < mostSpares;
-    Chunk*& list = keep ? spare : freed;
-    chunk->begin = chunk->used = chunk->taken = chunk->written = 0;
+    chunk->forget(chunk->written);
+    chunk->begin = chunk->taken = chunk->written = 0;
+    keep(chunk);
+}
+
+void LineQueue::keep(LineChunk* chunk) noexcept
+{
+    const bool isSpare = chunk->bytes == usualChunk && spares < mostSpares;
+    LineChunk*& list = isSpare ? spare : freed;
     chunk->next = list;
     list = chunk;
-    if (keep)
+    if (isSpare)
         ++spares;
     else
         held -= chunk->bytes;
 }
 
+void LineQueue::clear() noexcept
+{
+    for (LineChunk* chunk = head; chunk; chunk = chunk->next) {
+        while (chunk->taken + chunk->linesThere(chunk->taken, linesOf(*chunk)) < linesOf(*chunk))
+            std::this_thread::sleep_for(copyingTime);
+    }
+    pop(size());
+}
+
 void LineQueue::trim() noexcept
 {
     while (spare) {
-        Chunk* const chunk = spare;
+        LineChunk* const chunk = spare;
         spare = chunk->next;
         chunk->next = freed;
         freed = chunk;
@@ -209,9 +199,9 @@ void LineQueue::trim() noexcept
     spares = 0;
 }
 
-LineQueue::Chunk* LineQueue::takeFreed() noexcept
+LineChunk* LineQueue::takeFreed() noexcept
 {
-    Chunk* const list = freed;
+    LineChunk* const list = freed;
     freed = nullptr;
     return list;
 }

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "chain/queue/FillingChunk.h"
 #include "chain/queue/LineBatch.h"
+#include "chain/queue/LineChunk.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -10,32 +12,12 @@ namespace Zyr {
 
 /// Lines on their way to the worker thread, bounded by the memory that they hold, all of it counted.
 ///
-/// They lie in chunks, each the bytes of its lines from the front and the offsets of their ends from the back, so that
-/// a chunk is written as it lies. Not thread-safe: its owner's lock guards it. Chunks are mapped and unmapped by the
-/// owner outside that lock (Chunk::map(), takeFreed()), since both are system calls.
+/// They lie in chunks. Any thread adds lines to the last one without a lock; all the rest is guarded by the owner's.
+/// Chunks are mapped and unmapped by the owner outside that lock (LineChunk::map(), takeFreed()), since both are system
+/// calls.
 class LineQueue
 {
 public:
-    /// A piece of memory for lines. The system gives it page by page as it is used, or at once, which takes less time
-    /// in all; and gets it back at once.
-    struct Chunk
-    {
-        /// Null when there is no memory.
-        static Chunk* map(std::size_t bytes, bool atOnce) noexcept;
-        /// Unmaps a list of chunks.
-        static void unmap(Chunk* list) noexcept;
-
-        char* data() noexcept { return reinterpret_cast<char*>(this + 1); }
-        std::uint32_t* lastEnd() noexcept;
-
-        Chunk* next;
-        std::size_t bytes;     ///< of the mapping, this header and the ends included
-        std::uint32_t begin;   ///< offset of the first line that is still queued
-        std::uint32_t used;    ///< offset behind the last one
-        std::uint32_t taken;   ///< number of lines that have left
-        std::uint32_t written; ///< number of lines ever added
-    };
-
     static constexpr std::size_t fillingChunks = 5; ///< of the sixteen or more usual ones that the bound allows
     static constexpr std::size_t longestLine = std::size_t(1) << 30;
 
@@ -44,18 +26,14 @@ public:
     LineQueue(const LineQueue&) = delete;
     LineQueue& operator=(const LineQueue&) = delete;
 
-    /// In bytes. What is queued already stays.
-    void setBound(std::size_t bytes) noexcept;
-    std::size_t bound() const noexcept { return most; }
+    /// Adds the line and a line end, without the lock and from any thread. False when there is no room in the last
+    /// chunk, or the queue is shut.
+    bool append(std::string_view line) noexcept { return filling.append(line); }
 
-    bool isEmpty() const noexcept { return lines == 0; }
-    std::size_t size() const noexcept { return lines; }
-    /// Whether they have the better part of a write's usual bytes together, or of the bound.
-    bool isFilling() const noexcept { return linked > fillingChunks * usualChunk; }
-
-    /// Adds the line and a line end. False when there is no room in the last chunk: then one more is needed, of
-    /// chunkBytes(), if mayGrow().
-    bool append(std::string_view line) noexcept;
+    /// From now on lines are added with the lock only; shut in the beginning.
+    void shut(bool isShut) noexcept { filling.shut(isShut); }
+    /// The same with the lock. False when one more chunk is needed, of chunkBytes(), if mayGrow().
+    bool appendLocked(std::string_view line) noexcept;
     std::size_t chunkBytes(std::string_view line) const noexcept;
     bool mayGrow(std::size_t bytes) noexcept;
 
@@ -65,36 +43,54 @@ public:
         announced += bytes;
         held += bytes;
     }
-    /// Adds the chunk that was announced; a null one takes the announcement back.
-    void add(Chunk* chunk, std::size_t bytes) noexcept;
+    /// Adds the line with the chunk that was announced for it. False if that is null.
+    bool add(LineChunk* chunk, std::size_t bytes, std::string_view line) noexcept;
+    /// Instead of add().
+    void takeBack(LineChunk* chunk, std::size_t bytes) noexcept;
 
-    /// The first lines, of at most `mostBytes` together unless the first chunk alone has more. They stay where they
-    /// are until pop(), also when more are appended meanwhile.
+    /// In bytes. What is queued already stays.
+    void setBound(std::size_t bytes) noexcept;
+    std::size_t bound() const noexcept { return most; }
+
+    bool isEmpty() const noexcept { return size() == 0; }
+    /// Those that are just being copied included.
+    std::size_t size() const noexcept { return closedLines + (closed ? 0 : filling.lines()); }
+    /// Whether they have the better part of a write's usual bytes together, or of the bound.
+    bool isFilling() const noexcept { return linked > fillingChunks * usualChunk; }
+
+    /// The first lines, of at most `mostBytes` together unless the first chunk alone has more, up to one that is just
+    /// being copied. They stay where they are until pop(), also when more are appended meanwhile.
     LineBatch front(std::size_t mostBytes) const noexcept;
     void pop(std::size_t count) noexcept;
+    /// Drops all lines; waits for those that are just being copied. The queue is shut.
+    void clear() noexcept;
 
     /// Gives up spare chunks too.
     void trim() noexcept;
-    /// The chunks that are no longer needed, as a list for Chunk::unmap().
-    Chunk* takeFreed() noexcept;
+    /// The chunks that are no longer needed, as a list for LineChunk::unmap().
+    LineChunk* takeFreed() noexcept;
 
 private:
-    bool hasRoom(std::size_t bytes) const noexcept;
-    bool useSpare() noexcept;
-    void link(Chunk* chunk) noexcept;
-    void drop(Chunk* chunk) noexcept;
+    std::uint32_t linesOf(const LineChunk& chunk) const noexcept;
+    void link(LineChunk* chunk, std::string_view line) noexcept;
+    void close() noexcept;
+    void leaveFirst() noexcept;
+    void keep(LineChunk* chunk) noexcept;
+
+    FillingChunk filling; ///< the last one, unless it is closed
 
     std::size_t most = 0;
     std::size_t usualChunk = 0;
     std::size_t held = 0; ///< spare chunks included
     std::size_t announced = 0;
-    std::size_t lines = 0;
-    Chunk* head = nullptr;
-    Chunk* tail = nullptr;
-    Chunk* spare = nullptr;
+    std::size_t closedLines = 0; ///< of chunks that are no longer filled, less all lines that have left; may wrap
+    LineChunk* head = nullptr;
+    LineChunk* tail = nullptr;
+    bool closed = true; ///< the last chunk
+    LineChunk* spare = nullptr;
     std::size_t spares = 0;
     std::size_t linked = 0; ///< bytes of the chunks from `head` to `tail`
-    Chunk* freed = nullptr;
+    LineChunk* freed = nullptr;
 };
 
 } // namespace Zyr

@@ -20,36 +20,26 @@ namespace {
 constexpr auto patienceWhenFull = 2s;
 constexpr auto longestHold = 2s;
 constexpr std::size_t stackSize = 512 * 1024;
-constexpr int looksAtGate = 100;
-
-void pauseProcessor() noexcept
-{
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__) || (defined(__ARM_ARCH) && __ARM_ARCH >= 7)
-    __asm__ __volatile__("yield");
-#endif
-}
 
 } // namespace
 
 LogWriter::LogWriter() = default;
 LogWriter::~LogWriter() = default;
 
-/// Locks `gate`, which is held for so short a time that it is cheaper to look again a few times than to sleep.
-LogWriter::Lock LogWriter::lockSoon()
-{
-    for (int i = 0; i < looksAtGate; ++i) {
-        if (gate.try_lock())
-            return Lock(gate, std::adopt_lock);
-        pauseProcessor();
-    }
-    return Lock(gate);
-}
-
 void LogWriter::push(std::string_view line)
 {
-    Lock lock = lockSoon();
+    if (!queue.append(line))
+        return pushLocked(line);
+    // In one order with sleep(), as is the line's place in the queue: either that is seen there or this here.
+    if (asleep) {
+        Lock lock(gate);
+        wake(lock);
+    }
+}
+
+void LogWriter::pushLocked(std::string_view line)
+{
+    Lock lock(gate);
     for (;;) {
         if (abandoned)
             return lose(stuckReason());
@@ -61,23 +51,23 @@ void LogWriter::push(std::string_view line)
             lose("the queue is full");
             return wake(lock);
         }
-        if (queue.append(line)) {
-            ++pushed;
+        if (queue.appendLocked(line))
             return wake(lock);
-        }
         const std::size_t bytes = queue.chunkBytes(line);
         if (queue.mayGrow(bytes)) {
             queue.announce(bytes);
             const bool fillsUp = !queue.isEmpty(); // so that all of it will be needed
-            LineQueue::Chunk* const freed = queue.takeFreed();
+            LineChunk* const freed = queue.takeFreed();
             lock.unlock();
-            LineQueue::Chunk::unmap(freed);
-            LineQueue::Chunk* const chunk = LineQueue::Chunk::map(bytes, fillsUp);
+            LineChunk::unmap(freed);
+            LineChunk* const chunk = LineChunk::map(bytes, fillsUp);
             lock.lock();
-            queue.add(chunk, bytes);
-            if (chunk)
+            if (abandoned) {
+                queue.takeBack(chunk, bytes);
                 continue;
-            lose(std::strerror(ENOMEM));
+            }
+            if (!queue.add(chunk, bytes, line))
+                lose(std::strerror(ENOMEM));
             return wake(lock);
         }
         if (overflow == Overflow::Drop) {
@@ -131,6 +121,12 @@ void LogWriter::lose(std::string reason)
 {
     ++lost;
     lossReason = std::move(reason);
+}
+
+/// Lines take the short way, past the lock, where there is nothing that each of them has to be asked for.
+void LogWriter::setShortWay()
+{
+    queue.shut(!running || abandoned || lineLimit > 0);
 }
 
 /// Has the worker thread look at the queue.
@@ -216,16 +212,17 @@ void LogWriter::setLimits(const Limits& wanted)
     Lock lock(gate);
     queue.setBound(wanted.bytes);
     overflow = wanted.overflow;
-    LineQueue::Chunk* const freed = queue.takeFreed();
+    LineChunk* const freed = queue.takeFreed();
     progress.notify_all();
     lock.unlock();
-    LineQueue::Chunk::unmap(freed);
+    LineChunk::unmap(freed);
 }
 
 void LogWriter::setLineLimit(std::size_t lines)
 {
     const Lock lock(gate);
     lineLimit = lines;
+    setShortWay();
 }
 
 void LogWriter::setLossFormat(std::string source, std::shared_ptr<const LinePatterns> format)

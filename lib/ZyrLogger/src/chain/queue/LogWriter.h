@@ -6,6 +6,7 @@
 #include "chain/queue/LineQueue.h"
 #include "chain/settings/FileSettings.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -22,8 +23,8 @@ class LinePatterns;
 /// The queue of a logger and the worker thread that writes it to the log file: what both sides share.
 ///
 /// The thread starts with the first line and keeps this object alive, so that a store that hangs can be left behind.
-/// `gate` guards everything but `file`, which is the thread's own; it is never held across a system call of the store,
-/// so no caller waits for one, except for room in a full queue.
+/// `gate` guards everything but `file`, which is the thread's own, and the short way into the queue; it is never held
+/// across a system call of the store, so no caller waits for one, except for room in a full queue.
 class LogWriter : public std::enable_shared_from_this<LogWriter>
 {
 public:
@@ -89,7 +90,8 @@ private:
     };
 
     // On the threads that log.
-    Lock lockSoon();
+    void pushLocked(std::string_view line);
+    void setShortWay();
     bool isStuck(Clock::time_point now) const;
     std::string stuckReason() const;
     bool waitForRoom(Lock& lock);
@@ -116,6 +118,7 @@ private:
     void sleep(Lock& lock);
     void rest(Lock& lock, std::optional<Clock::time_point> until);
     bool hasWork() const { return !queue.isEmpty() || lost > 0; }
+    std::uint64_t pushed() const { return written + queue.size(); }
     bool mayRest() const;
     bool hasGathered() const { return queue.isFilling() || (lineLimit > 0 && queue.size() >= lineLimit / 4); }
 
@@ -128,8 +131,7 @@ private:
     LineQueue queue{Limits().bytes};
     Overflow overflow = Limits().overflow;
     std::size_t lineLimit = 0;
-    std::uint64_t pushed = 0;
-    std::uint64_t written = 0;
+    std::uint64_t written = 0; ///< lines
 
     FileSettings settings;
     Requests requests;
@@ -141,10 +143,10 @@ private:
     bool joinable = false;
     bool starting = false;
     bool running = false;
-    bool asleep = false;    ///< and to be woken by a line
-    bool gathering = false; ///< lines for the next write; to be woken by many only
-    bool comeFast = false;  ///< lines, as far as the last write or sleep tells
-    unsigned stopping = 0;  ///< how many wait for its end
+    std::atomic<bool> asleep = false; ///< and to be woken by a line
+    bool gathering = false;           ///< lines for the next write; to be woken by many only
+    bool comeFast = false;            ///< lines, as far as the last write or sleep tells
+    unsigned stopping = 0;            ///< how many wait for its end
     bool abandoned = false;
     bool leftBehind = false; ///< the thread, in a call that hangs
     bool closing = false;    ///< the file, when no archive waits for compression any more

@@ -23,7 +23,7 @@ constexpr auto compressionAtEnd = 1s;
 /// they may never stop.
 void LogWriter::drain(Lock& lock)
 {
-    const std::uint64_t last = pushed;
+    const std::uint64_t last = pushed();
     retryAt = {};
     work.notify_one();
     constexpr auto none = Clock::time_point::max();
@@ -56,6 +56,7 @@ void LogWriter::giveUp(Lock& lock)
 {
     const std::string reason = stuckReason();
     abandoned = true;
+    setShortWay();
     work.notify_one();
     progress.notify_all();
     while (wantingRoom > 0 || (running && Clock::now() < watch.limit()))
@@ -63,7 +64,7 @@ void LogWriter::giveUp(Lock& lock)
     const std::uint64_t count = queue.size() + lost;
     lost = 0;
     if (!running)
-        queue.pop(queue.size());
+        queue.clear();
     const std::string path = settings.path;
     lock.unlock();
     if (count > 0)
@@ -108,6 +109,7 @@ void LogWriter::finish()
     if (needed || (running && !hangs)) // the latter: started by others meanwhile
         return;
     abandoned = leftBehind = hangs; // a later line finds a logger that begins anew, unless its thread is still away
+    setShortWay();
     if (!std::exchange(joinable, false))
         return;
     const pthread_t last = thread;

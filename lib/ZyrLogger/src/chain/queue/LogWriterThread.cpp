@@ -22,6 +22,7 @@ constexpr std::size_t batchBytes = 256 * 1024;
 constexpr auto shortestBackoff = 2ms;
 constexpr std::chrono::milliseconds longestBackoff = 1s;
 constexpr auto gatheringTime = 1ms;
+constexpr auto copyingTime = 50us;
 constexpr auto quietTime = 10s; // between two reports of failures
 
 } // namespace
@@ -38,6 +39,7 @@ void LogWriter::run()
 {
     Lock lock(gate);
     do {
+        setShortWay();
         for (bool goesOn = true; goesOn && !abandoned;) {
             try {
                 goesOn = turn(lock);
@@ -52,10 +54,11 @@ void LogWriter::run()
         lock.unlock();
         file.close();
         lock.lock();
+        queue.shut(true);
     } while (hasWork() && !abandoned); // what was queued meanwhile woke nobody
     running = false;
     if (std::exchange(leftBehind, false)) { // it came back after all: what was queued then was counted as given up
-        queue.pop(queue.size());
+        queue.clear();
         abandoned = false;
     }
     progress.notify_all();
@@ -127,6 +130,10 @@ void LogWriter::takeRequests(Lock& lock)
 void LogWriter::writeLines(Lock& lock)
 {
     const LineBatch batch = queue.front(batchBytes);
+    if (batch.lines() == 0) { // whoever copies the first one has lost its processor in between
+        work.wait_until(lock, Clock::now() + copyingTime);
+        return;
+    }
     lock.unlock();
     const LogFile::Written result = file.write(batch);
     lock.lock();
@@ -173,7 +180,7 @@ void LogWriter::writeLoss(Lock& lock)
 /// What a write that failed or not means for those who wait.
 void LogWriter::settle(const std::error_code& error, Lock& lock)
 {
-    LineQueue::Chunk* const freed = queue.takeFreed();
+    LineChunk* const freed = queue.takeFreed();
     const auto now = Clock::now();
     bool report = false;
     if (!error) {
@@ -181,7 +188,7 @@ void LogWriter::settle(const std::error_code& error, Lock& lock)
         backoff = 0ms;
         fullSince.reset();
         if (lost > 0 && !lossAfter)
-            lossAfter = pushed;
+            lossAfter = pushed();
     } else {
         fail(error.message());
         // A pipe that is full has a slow reader, which is no trouble to tell of.
@@ -196,7 +203,7 @@ void LogWriter::settle(const std::error_code& error, Lock& lock)
         return;
     const std::string path = settings.path;
     lock.unlock();
-    LineQueue::Chunk::unmap(freed);
+    LineChunk::unmap(freed);
     if (report)
         reportLogProblem(path, u"cannot be written, records wait: "_s + QString::fromStdString(error.message()));
     lock.lock();
@@ -241,7 +248,8 @@ void LogWriter::sleep(Lock& lock)
 {
     asleep = true;
     const auto begin = Clock::now();
-    rest(lock, std::nullopt);
+    if (mayRest()) // still, now that lines wake this thread
+        rest(lock, std::nullopt);
     asleep = false;
     comeFast = Clock::now() - begin < gatheringTime;
 }
@@ -256,9 +264,9 @@ void LogWriter::rest(Lock& lock, std::optional<Clock::time_point> until)
 {
     if (queue.isEmpty()) {
         queue.trim();
-        if (LineQueue::Chunk* const freed = queue.takeFreed()) {
+        if (LineChunk* const freed = queue.takeFreed()) {
             lock.unlock();
-            LineQueue::Chunk::unmap(freed);
+            LineChunk::unmap(freed);
             lock.lock();
             if (!mayRest())
                 return;

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "chain/queue/LineChunk.h"
+
+#include <atomic>
+#include <cstdint>
+#include <string_view>
+
+namespace Zyr {
+
+/// The chunk that lines are added to, and how far it is filled. Threads reserve the place for a line in one atomic
+/// step, which decides the order of lines, and copy it there at the same time, all without a lock.
+class alignas(64) FillingChunk
+{
+public:
+    /// From any thread. False where there is no room, or no chunk, or the way is shut.
+    bool append(std::string_view line) noexcept;
+
+    // The rest is for the owner of the chunks, one thread at a time.
+
+    /// Also where the way is shut.
+    bool appendAnyway(std::string_view line) noexcept;
+    /// Has append() refuse all lines. Shut in the beginning.
+    void shut(bool isShut) noexcept;
+
+    /// With its first line, so that no other takes the room for that. After close().
+    void open(LineChunk* next, std::string_view line) noexcept;
+    /// How many lines have a place in the open chunk; they need not be there yet.
+    std::uint32_t lines() const noexcept;
+    /// Begins the open chunk anew, if it has no more than those lines, which have left it.
+    bool restart(std::uint32_t lines) noexcept;
+    /// No line is added to the chunk any more. Returns lines().
+    std::uint32_t close() noexcept;
+
+private:
+    // From the top: whether the way is shut, which chunk it is (the number begins anew in the end), for how many more
+    // lines it has places, and the space for them.
+    static constexpr std::uint64_t shutMark = std::uint64_t(1) << 63;
+    static constexpr std::uint64_t oneChunk = std::uint64_t(1) << 48;
+    static constexpr std::uint64_t onePlace = std::uint64_t(1) << 32;
+    static constexpr std::uint64_t chunkMask = shutMark - oneChunk;
+
+    static std::uint32_t placesIn(std::uint64_t state) noexcept { return state >> 32 & 0xffff; }
+    static std::uint32_t spaceIn(std::uint64_t state) noexcept { return static_cast<std::uint32_t>(state); }
+    static std::uint64_t whenEmpty(const LineChunk& chunk) noexcept;
+    bool append(std::string_view line, std::uint64_t obstacles) noexcept;
+
+    std::atomic<std::uint64_t> state = shutMark;
+    std::atomic<LineChunk*> chunk = nullptr; ///< open while the state has the same number
+};
+
+} // namespace Zyr

@@ -1,0 +1,52 @@
+#include "chain/queue/LineChunk.h"
+
+#include <atomic>
+#include <cstring>
+
+#include <sys/mman.h>
+
+namespace Zyr {
+
+LineChunk* LineChunk::map(std::size_t bytes, bool atOnce) noexcept
+{
+    const int flags = MAP_PRIVATE | MAP_ANONYMOUS | (atOnce ? MAP_POPULATE : 0);
+    void* const memory = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, flags, -1, 0);
+    if (memory == MAP_FAILED)
+        return nullptr;
+    auto* const chunk = static_cast<LineChunk*>(memory); // all zero, as the system gives it
+    chunk->bytes = bytes;
+    return chunk;
+}
+
+void LineChunk::unmap(LineChunk* list) noexcept
+{
+    while (list) {
+        LineChunk* const next = list->next;
+        ::munmap(list, list->bytes);
+        list = next;
+    }
+}
+
+void LineChunk::put(std::string_view line, std::uint32_t number, std::size_t offset) noexcept
+{
+    char* const place = data() + offset;
+    std::memcpy(place, line.data(), line.size());
+    place[line.size()] = '\n';
+    const auto end = static_cast<std::uint32_t>(offset + line.size() + 1);
+    std::atomic_ref(ends()[number]).store(end, std::memory_order_release);
+}
+
+std::uint32_t LineChunk::linesThere(std::uint32_t first, std::uint32_t last) noexcept
+{
+    std::uint32_t line = first;
+    while (line < last && std::atomic_ref(ends()[line]).load(std::memory_order_acquire) != 0)
+        ++line;
+    return line - first;
+}
+
+void LineChunk::forget(std::uint32_t lines) noexcept
+{
+    std::memset(ends(), 0, lines * sizeof(std::uint32_t));
+}
+
+} // namespace Zyr

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace Zyr {
+
+/// A piece of memory for lines, which lie behind each other as they are written, and for the offsets of their ends, in
+/// a table before them.
+///
+/// An end is zero until its line is there. The fields are the owner's, the bytes and the end of a line those of the
+/// thread that has reserved its place.
+struct LineChunk
+{
+    static constexpr std::size_t mostLines = 1024;
+
+    /// The system gives the memory page by page as it is used, or at once, which takes less time in all; and gets it
+    /// back at once. Null when there is none.
+    static LineChunk* map(std::size_t bytes, bool atOnce) noexcept;
+    /// Unmaps a list of chunks.
+    static void unmap(LineChunk* list) noexcept;
+
+    /// How many lines go into a chunk of so many bytes: few enough that the table is small, and that only lines shorter
+    /// than any of the usual pattern leave room unused.
+    static constexpr std::uint32_t linesIn(std::size_t bytes) noexcept
+    {
+        constexpr std::size_t bytesPerLine = 64;
+        return static_cast<std::uint32_t>(std::min(bytes / bytesPerLine, mostLines));
+    }
+    /// The space for lines and their line ends.
+    static constexpr std::size_t spaceIn(std::size_t bytes) noexcept
+    {
+        return bytes - sizeof(LineChunk) - linesIn(bytes) * sizeof(std::uint32_t);
+    }
+    /// Enough for that much space.
+    static constexpr std::size_t bytesFor(std::size_t space) noexcept
+    {
+        return sizeof(LineChunk) + mostLines * sizeof(std::uint32_t) + space;
+    }
+
+    std::uint32_t* ends() noexcept { return reinterpret_cast<std::uint32_t*>(this + 1); }
+    char* data() noexcept { return reinterpret_cast<char*>(ends() + linesIn(bytes)); }
+
+    /// Copies a line and its line end to the place that is reserved for it, and shows that it is there.
+    void put(std::string_view line, std::uint32_t number, std::size_t offset) noexcept;
+    /// How many of the lines from `first` to `last` are there without a gap.
+    std::uint32_t linesThere(std::uint32_t first, std::uint32_t last) noexcept;
+    /// Before other lines are put in the place of the first ones.
+    void forget(std::uint32_t lines) noexcept;
+
+    LineChunk* next;
+    std::size_t bytes;     ///< of the mapping, this header and the table included
+    std::uint32_t begin;   ///< offset of the first line that is still queued
+    std::uint32_t taken;   ///< number of lines that have left
+    std::uint32_t written; ///< number of lines in all, once no more are added
+};
+
+} // namespace Zyr
