@@ -33,19 +33,24 @@ public:
     std::uint32_t close() noexcept;
 
 private:
-    // From the top: whether the way is shut, which chunk it is (the number begins anew in the end), for how many more
-    // lines it has places, and the space for them.
+    // From the top: whether the way is shut, the number of the chunk, for how many more lines it has places, and the
+    // space for them. The number comes again after two million chunks: a thread would have to stop between two
+    // instructions for as long as they take, and to find the same space and places left, to take one for the other.
+    static constexpr std::uint64_t onePlace = std::uint64_t(1) << 31;
+    static constexpr std::uint64_t oneChunk = onePlace * 2 * LineChunk::mostLines;
     static constexpr std::uint64_t shutMark = std::uint64_t(1) << 63;
-    static constexpr std::uint64_t oneChunk = std::uint64_t(1) << 48;
-    static constexpr std::uint64_t onePlace = std::uint64_t(1) << 32;
     static constexpr std::uint64_t chunkMask = shutMark - oneChunk;
 
-    static std::uint32_t placesIn(std::uint64_t state) noexcept { return state >> 32 & 0xffff; }
-    static std::uint32_t spaceIn(std::uint64_t state) noexcept { return static_cast<std::uint32_t>(state); }
+    static std::uint32_t placesIn(std::uint64_t state) noexcept
+    {
+        return static_cast<std::uint32_t>(state % oneChunk / onePlace);
+    }
+    static std::uint32_t spaceIn(std::uint64_t state) noexcept { return static_cast<std::uint32_t>(state % onePlace); }
     static std::uint64_t whenEmpty(const LineChunk& chunk) noexcept;
     bool append(std::string_view line, std::uint64_t obstacles) noexcept;
 
     std::atomic<std::uint64_t> state = shutMark;
+    static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
     std::atomic<LineChunk*> chunk = nullptr; ///< open while the state has the same number
 };
 

@@ -36,12 +36,11 @@ void LineChunk::put(std::string_view line, std::uint32_t number, std::size_t off
     std::atomic_ref(ends()[number]).store(end, std::memory_order_release);
 }
 
-std::uint32_t LineChunk::linesThere(std::uint32_t first, std::uint32_t last) noexcept
+std::uint32_t LineChunk::linesThere(std::uint32_t placed) noexcept
 {
-    std::uint32_t line = first;
-    while (line < last && std::atomic_ref(ends()[line]).load(std::memory_order_acquire) != 0)
-        ++line;
-    return line - first;
+    while (there < placed && std::atomic_ref(ends()[there]).load(std::memory_order_acquire) != 0)
+        ++there;
+    return there;
 }
 
 void LineChunk::forget(std::uint32_t lines) noexcept

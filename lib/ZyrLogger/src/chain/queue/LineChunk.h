@@ -34,26 +34,21 @@ struct LineChunk
     {
         return bytes - sizeof(LineChunk) - linesIn(bytes) * sizeof(std::uint32_t);
     }
-    /// Enough for that much space.
-    static constexpr std::size_t bytesFor(std::size_t space) noexcept
-    {
-        return sizeof(LineChunk) + mostLines * sizeof(std::uint32_t) + space;
-    }
-
     std::uint32_t* ends() noexcept { return reinterpret_cast<std::uint32_t*>(this + 1); }
     char* data() noexcept { return reinterpret_cast<char*>(ends() + linesIn(bytes)); }
 
     /// Copies a line and its line end to the place that is reserved for it, and shows that it is there.
     void put(std::string_view line, std::uint32_t number, std::size_t offset) noexcept;
-    /// How many of the lines from `first` to `last` are there without a gap.
-    std::uint32_t linesThere(std::uint32_t first, std::uint32_t last) noexcept;
-    /// Before other lines are put in the place of the first ones.
+    /// How many lines are there without a gap, of those that have a place.
+    std::uint32_t linesThere(std::uint32_t placed) noexcept;
+    /// Before other lines are put in the place of those, which have left.
     void forget(std::uint32_t lines) noexcept;
 
     LineChunk* next;
     std::size_t bytes;     ///< of the mapping, this header and the table included
     std::uint32_t begin;   ///< offset of the first line that is still queued
     std::uint32_t taken;   ///< number of lines that have left
+    std::uint32_t there;   ///< number of lines that were found there
     std::uint32_t written; ///< number of lines in all, once no more are added
 };
 

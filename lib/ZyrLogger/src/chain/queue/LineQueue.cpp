@@ -1,8 +1,7 @@
 #include "chain/queue/LineQueue.h"
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
+#include <limits>
 
 #include <unistd.h>
 
@@ -12,7 +11,6 @@ namespace {
 
 constexpr std::size_t largestUsualChunk = 64 * 1024;
 constexpr std::size_t mostSpares = 16;
-constexpr std::chrono::microseconds copyingTime{50}; // a thread that copies has lost its processor meanwhile
 
 std::size_t inPages(std::size_t bytes) noexcept
 {
@@ -52,7 +50,12 @@ bool LineQueue::appendLocked(std::string_view line) noexcept
 std::size_t LineQueue::chunkBytes(std::string_view line) const noexcept
 {
     const std::size_t space = line.size() + 1;
-    return space <= LineChunk::spaceIn(usualChunk) ? usualChunk : inPages(LineChunk::bytesFor(space));
+    if (space <= LineChunk::spaceIn(usualChunk))
+        return usualChunk;
+    std::size_t bytes = inPages(sizeof(LineChunk) + space);
+    while (LineChunk::spaceIn(bytes) < space) // for the table, which is larger in a larger chunk
+        bytes = inPages(bytes + 1);
+    return bytes;
 }
 
 bool LineQueue::mayGrow(std::size_t bytes) noexcept
@@ -113,13 +116,14 @@ LineBatch LineQueue::front(std::size_t mostBytes) const noexcept
     LineBatch batch;
     for (LineChunk* chunk = head; chunk && !batch.isFull(); chunk = chunk->next) {
         const std::uint32_t lines = linesOf(*chunk);
-        const std::uint32_t there = chunk->linesThere(chunk->taken, lines);
-        const LineBatch::Run run = {chunk->data() + chunk->begin, chunk->ends() + chunk->taken, chunk->begin, there};
+        const std::uint32_t there = chunk->linesThere(lines);
+        const LineBatch::Run run = {chunk->data() + chunk->begin, chunk->ends() + chunk->taken, chunk->begin,
+                                    there - chunk->taken};
         if (batch.lines() > 0 && batch.bytes() + run.bytes() > mostBytes)
             break;
-        if (there > 0)
+        if (run.count > 0)
             batch.add(run);
-        if (chunk->taken + there < lines)
+        if (there < lines)
             break;
     }
     return batch;
@@ -149,7 +153,7 @@ void LineQueue::leaveFirst() noexcept
             chunk->forget(chunk->taken);
             if (filling.restart(chunk->taken)) {
                 closedLines += chunk->taken;
-                chunk->begin = chunk->taken = 0;
+                chunk->begin = chunk->taken = chunk->there = 0;
             }
             return;
         }
@@ -162,7 +166,7 @@ void LineQueue::leaveFirst() noexcept
         tail = nullptr;
     linked -= chunk->bytes;
     chunk->forget(chunk->written);
-    chunk->begin = chunk->taken = chunk->written = 0;
+    chunk->begin = chunk->taken = chunk->there = chunk->written = 0;
     keep(chunk);
 }
 
@@ -180,11 +184,9 @@ void LineQueue::keep(LineChunk* chunk) noexcept
 
 void LineQueue::clear() noexcept
 {
-    for (LineChunk* chunk = head; chunk; chunk = chunk->next) {
-        while (chunk->taken + chunk->linesThere(chunk->taken, linesOf(*chunk)) < linesOf(*chunk))
-            std::this_thread::sleep_for(copyingTime);
-    }
-    pop(size());
+    constexpr std::size_t all = std::numeric_limits<std::size_t>::max();
+    while (const std::size_t lines = front(all).lines())
+        pop(lines);
 }
 
 void LineQueue::trim() noexcept

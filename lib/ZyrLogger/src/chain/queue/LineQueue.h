@@ -55,14 +55,14 @@ public:
     bool isEmpty() const noexcept { return size() == 0; }
     /// Those that are just being copied included.
     std::size_t size() const noexcept { return closedLines + (closed ? 0 : filling.lines()); }
-    /// Whether they have the better part of a write's usual bytes together, or of the bound.
+    /// Whether they take the better part of the memory of a usual write, or of the bound.
     bool isFilling() const noexcept { return linked > fillingChunks * usualChunk; }
 
     /// The first lines, of at most `mostBytes` together unless the first chunk alone has more, up to one that is just
     /// being copied. They stay where they are until pop(), also when more are appended meanwhile.
     LineBatch front(std::size_t mostBytes) const noexcept;
     void pop(std::size_t count) noexcept;
-    /// Drops all lines; waits for those that are just being copied. The queue is shut.
+    /// Drops the lines, up to one that is just being copied.
     void clear() noexcept;
 
     /// Gives up spare chunks too.

@@ -20,6 +20,16 @@ namespace {
 constexpr auto patienceWhenFull = 2s;
 constexpr auto longestHold = 2s;
 constexpr std::size_t stackSize = 512 * 1024;
+constexpr int looksAtGate = 100;
+
+void pauseProcessor() noexcept
+{
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__) || (defined(__ARM_ARCH) && __ARM_ARCH >= 7)
+    __asm__ __volatile__("yield");
+#endif
+}
 
 } // namespace
 
@@ -37,9 +47,20 @@ void LogWriter::push(std::string_view line)
     }
 }
 
+/// Locks `gate`, which is held for so short a time that it is cheaper to look again a few times than to sleep.
+LogWriter::Lock LogWriter::lockSoon()
+{
+    for (int i = 0; i < looksAtGate; ++i) {
+        if (gate.try_lock())
+            return Lock(gate, std::adopt_lock);
+        pauseProcessor();
+    }
+    return Lock(gate);
+}
+
 void LogWriter::pushLocked(std::string_view line)
 {
-    Lock lock(gate);
+    Lock lock = lockSoon();
     for (;;) {
         if (abandoned)
             return lose(stuckReason());
@@ -191,6 +212,7 @@ void LogWriter::start(Lock& lock)
         return;
     }
     running = false;
+    setShortWay(); // which others may have opened meanwhile
     fail(std::strerror(error));
     if (!isToBeTold())
         return;

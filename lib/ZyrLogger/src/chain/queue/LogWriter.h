@@ -90,6 +90,7 @@ private:
     };
 
     // On the threads that log.
+    Lock lockSoon();
     void pushLocked(std::string_view line);
     void setShortWay();
     bool isStuck(Clock::time_point now) const;
@@ -159,6 +160,8 @@ private:
     std::optional<Clock::time_point> fullSince; ///< in the present failure
     bool told = false;                          ///< the present failure
     std::optional<Clock::time_point> reported;  ///< any
+
+    Clock::duration copyingTime{0}; ///< for which a thread that is copying a line is waited
 
     std::uint64_t lost = 0;
     std::string lossReason;

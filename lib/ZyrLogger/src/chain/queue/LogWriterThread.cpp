@@ -22,7 +22,8 @@ constexpr std::size_t batchBytes = 256 * 1024;
 constexpr auto shortestBackoff = 2ms;
 constexpr std::chrono::milliseconds longestBackoff = 1s;
 constexpr auto gatheringTime = 1ms;
-constexpr auto copyingTime = 50us;
+constexpr auto shortestCopyingTime = 50us;
+constexpr auto longestCopyingTime = 10ms;
 constexpr auto quietTime = 10s; // between two reports of failures
 
 } // namespace
@@ -131,9 +132,11 @@ void LogWriter::writeLines(Lock& lock)
 {
     const LineBatch batch = queue.front(batchBytes);
     if (batch.lines() == 0) { // whoever copies the first one has lost its processor in between
+        copyingTime = std::clamp<Clock::duration>(copyingTime * 2, shortestCopyingTime, longestCopyingTime);
         work.wait_until(lock, Clock::now() + copyingTime);
         return;
     }
+    copyingTime = {};
     lock.unlock();
     const LogFile::Written result = file.write(batch);
     lock.lock();

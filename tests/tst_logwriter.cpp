@@ -1,0 +1,70 @@
+// The worker thread goes to sleep while lines come past its lock.
+
+#include "chain/queue/LogWriter.h"
+
+#include <QtCore/QTemporaryDir>
+#include <QtTest/QtTest>
+
+#include <chrono>
+#include <memory>
+#include <random>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+class tst_LogWriter : public QObject
+{
+    Q_OBJECT
+
+    /// Reads that many bytes. False when they do not come within seconds.
+    static bool read(int pipe, std::size_t bytes)
+    {
+        while (bytes > 0) {
+            pollfd waited = {pipe, POLLIN, 0};
+            char buffer[64];
+            if (::poll(&waited, 1, 5000) != 1)
+                return false;
+            const ssize_t count = ::read(pipe, buffer, std::min(bytes, sizeof buffer));
+            if (count <= 0)
+                return false;
+            bytes -= static_cast<std::size_t>(count);
+        }
+        return true;
+    }
+
+private Q_SLOTS:
+    /// A line that comes while the thread is about to sleep, and lies there until the next one.
+    void writesTheLastLineToo()
+    {
+        const QTemporaryDir directory;
+        Zyr::FileSettings settings;
+        settings.path = directory.filePath(u"pipe"_s).toStdString();
+        QCOMPARE(::mkfifo(settings.path.c_str(), 0600), 0);
+        const int pipe = ::open(settings.path.c_str(), O_RDWR | O_CLOEXEC);
+        QVERIFY(pipe >= 0);
+        const auto writer = std::make_shared<Zyr::LogWriter>();
+        writer->configure(settings);
+
+        std::minstd_rand random;
+        for (int round = 0; round < 30'000; ++round) {
+            writer->push("a");
+            const auto until = Clock::now() + random() % 30'000 * 1ns; // as long as the thread takes to write that
+            while (Clock::now() < until) {
+            }
+            writer->push("b");
+            QVERIFY2(read(pipe, sizeof "a\nb\n" - 1), qPrintable(u"in round %1"_s.arg(round)));
+        }
+        writer->finish();
+        ::close(pipe);
+    }
+};
+
+QTEST_APPLESS_MAIN(tst_LogWriter)
+
+#include "tst_logwriter.moc"
