@@ -6,7 +6,8 @@ target_compile_options(zyr_build_flags INTERFACE -Wall -Wextra -Wshadow -Wconver
 # detour by the linkage table it takes 4 % less time.
 target_compile_options(zyr_build_flags INTERFACE -fno-plt -fno-semantic-interposition)
 target_compile_definitions(zyr_build_flags INTERFACE
-    QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH _FILE_OFFSET_BITS=64)
+    QT_NO_KEYWORDS QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_FOREACH
+    _FILE_OFFSET_BITS=64 _TIME_BITS=64) # also where the C library's own are of 32 bits
 
 if(ZYR_SANITIZE)
     target_compile_options(zyr_build_flags INTERFACE

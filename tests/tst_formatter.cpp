@@ -113,12 +113,12 @@ private Q_SLOTS:
     {
         configure(ours, "%Y-%m-%d %H:%M:%S %Z", "local");
         for (const char* zone : {"Europe/Berlin", "Europe/Dublin", "Australia/Lord_Howe", "America/St_Johns"}) {
-            constexpr time_t first = -2'000'000'000;
-            format(ours, message(first * qint64(1'000'000))); // in the zone before, and below
+            constexpr time_t first = -2'000'000'000, last = 2'330'000'000; // in 2043
+            format(ours, message(first * qint64(1'000'000)));              // in the zone before, and below
             enterZone(zone);
             for (int count = 1; count < 32; ++count)
                 format(ours, message(first * qint64(1'000'000))); // maybe as in the zone before
-            for (time_t second = first, step = 1800; second < 2'140'000'000; second += step) {
+            for (time_t second = first, step = 1800; second < last; second += step) {
                 step = second > 1'700'000'000 && second < 1'740'000'000 ? 1800 : 999'983;
                 const std::string line = format(ours, message(second * qint64(1'000'000))); // strftime() reads TZ, too
                 tm fields;

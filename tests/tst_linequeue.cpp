@@ -156,7 +156,10 @@ private Q_SLOTS:
         std::string mistake;
         Random random(threadCount + 1);
         auto limit = Clock::now() + patience;
-        while (std::count(queued.begin(), queued.end(), linesPerThread) < threadCount || owner.size() > 0) {
+        const auto isComplete = [](const auto& counts) {
+            return std::all_of(counts.begin(), counts.end(), [](unsigned count) { return count == linesPerThread; });
+        };
+        while (!isComplete(queued) || owner.size() > 0) {
             const std::string text = owner.take(random);
             if (!text.empty())
                 limit = Clock::now() + patience;
@@ -174,7 +177,7 @@ private Q_SLOTS:
         for (std::thread& thread : threads)
             thread.join();
         QCOMPARE(mistake, std::string());
-        QVERIFY(std::count(seen.begin(), seen.end(), linesPerThread) == threadCount);
+        QVERIFY(isComplete(seen));
     }
 };
 

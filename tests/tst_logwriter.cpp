@@ -1,7 +1,8 @@
-// The worker thread goes to sleep while lines come past its lock.
+// The worker thread: how it goes to sleep while lines come past its lock, and a file that takes more than 32 bits.
 
 #include "chain/queue/LogWriter.h"
 
+#include <QtCore/QFileInfo>
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
@@ -62,6 +63,34 @@ private Q_SLOTS:
         }
         writer->finish();
         ::close(pipe);
+    }
+
+    /// Sizes and places of 32 bits: no line, one in the middle of the file, or a limit that is never reached.
+    void writesBehindThreeGigabytes()
+    {
+        const QTemporaryDir directory;
+        const QString log = directory.filePath(u"log"_s), archive = directory.filePath(u"log.0"_s);
+        constexpr qint64 size = 3LL << 30;
+        QVERIFY(QFile(log).open(QIODevice::WriteOnly));
+        QVERIFY(QFile::resize(log, size)); // without a block on the disk
+        const auto writer = std::make_shared<Zyr::LogWriter>();
+        Zyr::FileSettings settings;
+        settings.path = log.toStdString();
+        writer->configure(settings);
+        writer->push("a");
+        writer->finish();
+        QFile file(log);
+        QCOMPARE(file.size(), size + 3); // the line that the file ended with is ended first
+        QVERIFY(file.open(QIODevice::ReadOnly) && file.seek(size));
+        QCOMPARE(file.readAll(), "\na\n");
+
+        settings.rotation.kind = Zyr::RotationRule::Kind::Size;
+        settings.rotation.size = size;
+        writer->configure(settings);
+        writer->push("b");
+        writer->finish();
+        QCOMPARE(QFileInfo(archive).size(), size + 3);
+        QCOMPARE(QFileInfo(log).size(), 2);
     }
 };
 

@@ -70,8 +70,11 @@ private Q_SLOTS:
 
 int main(int count, char* words[])
 {
-    if (geteuid() == 0) // execlp returns only when there is no setpriv
-        return execlp("setpriv", "setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", words[0], nullptr);
+    if (geteuid() == 0) {
+        constexpr const char* startOver =
+            "exec setpriv --reuid=65534 --regid=65534 --clear-groups $ZYR_TEST_EMULATOR \"$0\"";
+        return execlp("sh", "sh", "-c", startOver, words[0], nullptr);
+    }
     TestOrdinaryUser test;
     const QCoreApplication application(count, words);
     return QTest::qExec(&test, count, words);

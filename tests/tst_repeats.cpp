@@ -26,7 +26,7 @@ class tst_Repeats : public QObject, public Zyr::Logger::LogListener
     {
         const QByteArray file = QByteArray::number(step); // gone before the record is
         auto& message = logger.out(uchar(name[0].digitValue()), name.mid(1), file.constData(), step);
-        message.timestamp = Poco::Timestamp::fromEpochTime(step);
+        message.timestamp = Poco::Timestamp(step * Poco::Timestamp::resolution());
         message.endl();
     }
 
@@ -74,7 +74,7 @@ private Q_SLOTS:
                 remembered += name;
                 steps[name] = step;
                 repeats[name] = 0;
-                if (remembered.size() > amount)
+                if (quint32(remembered.size()) > amount)
                     leave(remembered.takeFirst());
                 expected += line(name, step);
             } else if (quint32(repeats[name]) < maximum) {
