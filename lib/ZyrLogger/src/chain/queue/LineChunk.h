@@ -34,6 +34,7 @@ struct LineChunk
     {
         return bytes - sizeof(LineChunk) - linesIn(bytes) * sizeof(std::uint32_t);
     }
+
     std::uint32_t* ends() noexcept { return reinterpret_cast<std::uint32_t*>(this + 1); }
     char* data() noexcept { return reinterpret_cast<char*>(ends() + linesIn(bytes)); }
 
