@@ -1,24 +1,28 @@
 #pragma once
 
+/// Everything of the logging library and of its tools.
 namespace Zyr {
 
-/// Level of a log message. Converts to `unsigned char` without a cast; any other 8-bit number is legal too and is
-/// written as an unknown level, with the highest priority.
+/// Level of a log message, and what it is called in the file unless the setting `priorityNames` says otherwise.
+///
+/// Converts to `unsigned char` without a cast; any other 8-bit number is legal too and is written as an unknown level,
+/// with the highest priority.
 enum LogLevel : unsigned char {
-    Emerg = 0, ///< the only level whose text names the source file and line
-    Alert = 1,
-    Critical = 2,
-    Error = 3,
-    Warning = 4,
-    Notice = 5,
-    Info = 6,
-    Debug = 7,
-    Trace = 8,
-    System = 11, ///< life of the application itself; priority of Notice, marked "<SYS> "
-    Todo = 12,   ///< priority of Debug, marked "<TODO> "
+    Emerg = 0,    ///< `fatal`, with source file and line behind the text
+    Alert = 1,    ///< `fatal`
+    Critical = 2, ///< `panic`
+    Error = 3,    ///< `error`
+    Warning = 4,  ///< `warn`
+    Notice = 5,   ///< `notice`
+    Info = 6,     ///< `info`; the last one that is written unless the setting `level` says otherwise
+    Debug = 7,    ///< `debug`
+    Trace = 8,    ///< `trace`
+    System = 11,  ///< `notice`, marked `<SYS>`: life of the application itself
+    Todo = 12,    ///< `debug`, marked `<TODO>`
 };
 
-/// The priority a level is written with: POCO's number, from 1 (fatal) to 8 (trace).
+/// The priority a level is written with: POCO's number, from 1 (fatal) to 8 (trace). An entry is written unless this is
+/// above the number of the setting `level`.
 constexpr int priorityOf(unsigned char level) noexcept
 {
     if (level == System)

@@ -20,7 +20,10 @@ namespace Zyr {
 
 /// One log entry while it is being built: made by Logger::out(), filled by arg() and topic(), ended by endl().
 ///
-/// A message is built and ended by one thread at a time, which need not be the one that made it.
+/// It belongs to its caller until endl(), which deletes it; one that is never ended is a leak. A message is built and
+/// ended by one thread at a time, which need not be the one that made it.
+///
+/// The fields are for completers to read; the operations keep them consistent.
 class ZYRLOGGER_EXPORT LogMessage
 {
     /// Types that a QVariant is not constructed from, or only ambiguously.
@@ -37,25 +40,31 @@ class ZYRLOGGER_EXPORT LogMessage
         std::is_same_v<T, qulonglong> || std::is_same_v<T, double>;
 
 public:
-    /// Receives a message when it is ended.
+    /// Receives a message when it is ended. Logger is one; derive another to take messages elsewhere.
     class Completer
     {
     public:
         Completer();
         virtual ~Completer();
 
-        /// Called once per ended message, on the thread that ends it. The message is destroyed afterwards: keep no
-        /// reference to it and do not delete it. Exceptions are discarded.
+        /// Called once per ended message, on the thread that ends it, perhaps by several at once. The message is
+        /// destroyed afterwards: keep no reference to it and do not delete it. Exceptions are discarded.
         virtual void completeMessage(LogMessage& message) = 0;
     };
 
-    /// `sourceFile` is UTF-8 and may be null; the levels are not checked. Takes the current time.
+    /// Makes a message that ends without effect until setCompleter(); for entries, call Logger::out() instead.
+    ///
+    /// Takes the current time. `sourceFile` is UTF-8, is copied and may be null; any level is legal.
     explicit LogMessage(unsigned char messageLevel, const QString& messageText, const char* sourceFile = nullptr,
                         int sourceLine = 0);
     LogMessage(const LogMessage&) = delete;
     LogMessage& operator=(const LogMessage&) = delete;
 
-    /// The memory of messages that were deleted serves the next ones of the same thread.
+    /// @name Memory
+    /// @{
+
+    /// The memory of messages that were deleted serves the next ones of the same thread; of derived classes and with an
+    /// alignment, none is kept.
     static void* operator new(std::size_t size);
     static void* operator new(std::size_t, void* place) noexcept { return place; }
     static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept
@@ -68,16 +77,22 @@ public:
     {
         ::operator delete(memory, alignment);
     }
+    /// @}
 
     /// Drops the entry without completing it.
     virtual ~LogMessage();
 
-    /// The completer is not owned and must live until endl(); null removes it.
+    /// Sets who gets the message at endl(). The completer is not owned and must live until then; null removes it.
     void setCompleter(Completer* newCompleter);
 
-    /// Appends the value of the next placeholder: the first call fills "%1". `int`, `long long`, their unsigned
-    /// siblings and `double` are written by the default locale, everything else by QVariant's own conversion. `short`
-    /// and `char` arrive as `int`.
+    /// @name Arguments
+    /// @{
+
+    /// Appends the value of the next placeholder: the first call fills `%1`.
+    ///
+    /// `int`, `long long`, their unsigned siblings and `double` (six significant digits) are written by the default
+    /// locale, everything else by QVariant's own conversion. `short` and `char` arrive as `int`; texts of `char` are
+    /// UTF-8; `long` is not grouped.
     [[nodiscard]] LogMessage& arg(QVariant value);
 
     template <typename T, std::enable_if_t<isUsualNumber<T>, int> = 0>
@@ -91,14 +106,19 @@ public:
         return append(value);
     }
 
-    /// The same for types that QVariant does not take: texts as UTF-8, `long` by its own conversion (ungrouped).
     template <typename T, std::enable_if_t<needsConversion<T>, int> = 0>
     [[nodiscard]] LogMessage& arg(T value)
     {
         return arg(toVariant(value));
     }
+    /// @}
 
-    /// Sets the value of the placeholder "%key", case-sensitive; a second value replaces the first.
+    /// @name Topics
+    /// @{
+
+    /// Sets the value of the placeholder `%` with the key behind it, case-sensitive; a second value replaces the first.
+    ///
+    /// Numbers are written by QVariant's own conversion, whatever the locale.
     [[nodiscard]] LogMessage& topic(const QString& key, QVariant value);
 
     template <typename T, std::enable_if_t<needsConversion<T>, int> = 0>
@@ -106,28 +126,33 @@ public:
     {
         return topic(key, toVariant(value));
     }
+    /// @}
 
     /// The topic's value, or an invalid QVariant.
     QVariant getTopic(const QString& key) const;
 
-    /// The text with placeholders filled in, escaped for a double-quoted field of a one-line record.
+    /// The text with placeholders filled in, escaped for a double-quoted field of a one-line record: quotes and
+    /// backslashes get a backslash, a line feed becomes a blank, carriage returns go. Changes nothing.
+    ///
+    /// Arguments are filled in from the last to the first, then topics in the order of their keys, each in the text as
+    /// it is by then: a value that holds a placeholder is subject to those after it. What has no value stays.
     QString getStr();
 
     /// Empties everything but the completer and the time.
     void clear();
 
-    /// Hands the message to its completer and deletes it. Never throws.
+    /// Hands the message to its completer, on this thread, and deletes it: it must have been made by `new`. Never
+    /// throws.
     void endl();
 
-    // The fields, for completers to read; the operations above keep them consistent.
-    Completer* completer = nullptr;
+    Completer* completer = nullptr;            ///< not owned; null where endl() has no effect
     QList<QVariant>* args = nullptr;           ///< owned; null until the first arg()
     QMap<QString, QVariant>* topics = nullptr; ///< owned; null until the first topic()
-    LogLevel level;
-    QString text; ///< with the placeholders
-    QString file;
-    int line;
-    Poco::Timestamp timestamp; ///< when the message was made, not when it was ended
+    LogLevel level;                            ///< may be none of the named ones
+    QString text;                              ///< with the placeholders
+    QString file;                              ///< as the caller named it, path included; may be empty
+    int line;                                  ///< 0 where the caller gave none
+    Poco::Timestamp timestamp;                 ///< when the message was made, not when it was ended
 
 private:
     LogMessage& append(int value);

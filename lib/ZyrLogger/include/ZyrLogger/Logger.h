@@ -32,6 +32,8 @@ class SettingsGroup;
 
 /// A logger: completes messages into records and writes them to its log file, as its settings file says.
 ///
+/// Applications use instance(), or a ClassLogger for one class; out() and the macros of Macros.h begin an entry.
+///
 /// A record's road: out() makes a LogMessage; its endl() brings it back to completeMessage(), which renders, filters
 /// and maps it to a record; with repeat suppression on, the record passes admission; writeMsgToLog() hands it to POCO,
 /// where it is formatted on this thread, queued, and written to the file by the logger's worker thread; then the
@@ -44,14 +46,18 @@ class SettingsGroup;
 class ZYRLOGGER_EXPORT Logger : public LogMessage::Completer, private ConfigFileListener
 {
 public:
-    /// Gets each record that passes the level, on the thread that logs it, possibly from several threads at once. It
-    /// may log, and register and unregister listeners, itself included.
+    /// Gets each record that passes filters, repeat suppression and level, on the thread that logs it, possibly from
+    /// several threads at once. It may log, and register and unregister listeners, itself included.
+    ///
+    /// The listener is its owner's, who unregisters it before it is destroyed. An exception keeps the record from the
+    /// listeners that were registered later; LogMessage::endl() discards it.
     class LogListener
     {
     public:
         virtual ~LogListener();
 
-        /// `priority` is the name from the settings, `time` local in ISO 8601 with milliseconds.
+        /// Called for each record. `priority` is its name from the settings, `time` local in ISO 8601 with
+        /// milliseconds, `text` escaped and marked as the file gets it.
         virtual void handleMessage(QString priority, QString time, QString text) = 0;
 
         /// Called after handleMessage() with the line as the file gets it, without line end.
@@ -61,9 +67,14 @@ public:
     /// Finds the log file, creates its directory, loads the settings file and watches it from then on.
     ///
     /// `loggerName` names the POCO logger; a second logger of one name writes nothing. An empty `logFileName` becomes
-    /// the application's name with ".log"; an empty `settingsFileName` the application's name with "_Log.ini". The log
+    /// the application's name (or "Quadel") with ".log"; an empty `settingsFileName` the same with "_Log.ini". The log
     /// file's directory is the first non-empty one of: the environment variable QUADEL_CURRENT_LOG_LOCATION, the
-    /// application object's dynamic property of that name, the generic data location, the program's directory.
+    /// application object's dynamic property of that name, the generic data location, the program's directory;
+    /// `logFileName` is always taken below it. ConfigFileListener::ConfigFileListener() tells where the settings file
+    /// lies.
+    ///
+    /// What goes wrong with the files is reported on standard error, not thrown. A logger whose file cannot be opened
+    /// drops its entries until it can.
     Logger(QString loggerName, QString logFileName, QString settingsFileName);
     Logger(const Logger&) = delete;
     Logger& operator=(const Logger&) = delete;
@@ -90,52 +101,67 @@ public:
         return priorityOf(level) <= enabledPriority.load(std::memory_order_relaxed);
     }
 
-    /// Starts a message, to be ended with endl(). On a logger that cannot write, prints the text and returns a message
-    /// that ends without effect. `file` is UTF-8 and may be null.
+    /// Starts a message, which the caller fills and ends with LogMessage::endl().
+    ///
+    /// While the logger has no file channel, which is until its first load of the settings and after POCO's logging was
+    /// shut down, prints "Invalid logger - " and the text, placeholders unfilled, on standard output, and returns a
+    /// message that ends without effect. `level` is a LogLevel or any other number. `file` is UTF-8, is copied and may
+    /// be null.
     [[nodiscard]] LogMessage& out(unsigned char level, const QString& text, const char* file = "", int line = 0);
 
-    /// Called by LogMessage::endl().
+    /// Completes a message into a record and writes it. Called by LogMessage::endl(), which discards exceptions.
     void completeMessage(LogMessage& message) override;
 
-    /// Writes one finished record to POCO and the listeners. Exceptions of POCO and of listeners reach the caller.
+    /// Writes one finished record to POCO and the listeners, past filters and repeat suppression; the level still
+    /// applies. Exceptions of POCO and of listeners reach the caller.
     void writeMsgToLog(const PocoMessage& record);
 
     /// Writes the summaries of the repeats that are being held back, and forgets all remembered records. Call it before
-    /// the program ends: the destructor drops them.
+    /// the program ends: the destructor drops them. Exceptions of POCO and of listeners reach the caller.
     void flushLog();
 
-    /// The last step of a program that stops logging: writes "Logger shutdown" into the main log and closes this
-    /// logger's file. On any other than the main logger it also shuts POCO's logging down, for the whole process.
-    /// Exceptions of POCO reach the caller.
+    /// The last step of a program that stops logging: writes "Logger shutdown" into the main log and has this logger's
+    /// file closed. Exceptions of POCO reach the caller.
+    ///
+    /// On the main logger it returns at once, and a later record opens the file again. On any other it also shuts
+    /// POCO's logging down, for the whole process, and returns when what was logged, by every logger, has been handed
+    /// to the files or given up.
     void flushFinal();
 
-    /// The listener is not owned. Registering it twice has no effect.
+    /// Hands each record from now on to the listener, after those that were registered before. The listener is not
+    /// owned. Registering it twice has no effect.
     void registerLogListener(LogListener* listener);
 
-    /// When it returns, no other thread is inside the listener, so that it may be deleted. Hold no lock that its
-    /// callbacks take. From inside any listener's callback it does not wait: no new call begins, but the listener must
-    /// not be deleted there.
+    /// Ends what registerLogListener() began. When it returns, no other thread is inside the listener, so that it may
+    /// be deleted. Hold no lock that its callbacks take. From inside any listener's callback it does not wait: no new
+    /// call begins, but the listener must not be deleted there.
     void unregisterLogListener(LogListener* listener);
 
-    /// Drops every entry whose text contains `filter`, case-sensitive; an empty one drops all.
+    /// Drops every entry whose text contains `filter`, case-sensitive, as long as the logger lives; an empty one drops
+    /// all. The text is the filled and escaped one, without the mark of its level.
     void addExcludeFilter(QString filter);
 
-    /// Where the file goes now; empty while there is no file channel.
+    /// Where the log goes now; empty while there is no file channel.
     QString getLogFilePath();
 
-    /// Moves the log to another file, until the next load of the settings. Creates its directory. Exceptions of POCO
-    /// reach the caller and leave the file closed until the next record opens it.
+    /// Moves the log to another file, until the next load of the settings. Creates its directory. Does nothing while
+    /// there is no file channel. Exceptions of POCO reach the caller and leave the file closed until the next record
+    /// opens it.
     void setLogFilePath(QString path);
 
-    /// Sets a property of the file channel by POCO's name, until the next load of the settings. Otherwise as
-    /// setLogFilePath().
+    /// Sets a property of the file channel by POCO's name, such as `rotation`, with the values that the settings file
+    /// takes, until the next load of the settings. Otherwise as setLogFilePath(), but creates no directory.
     void setLogFileProperty(QString name, QString value);
 
-    /// Applies the settings, building the output chain or what is missing of it. Returns whether missing keys were set.
-    /// Called by onConfigFileChanged().
+    /// Applies the settings, building the output chain or what is missing of it. For onConfigFileChanged(): what is
+    /// applied here lasts until the next load.
+    ///
+    /// Returns whether missing keys were set; false where the file channel refused a value or could not open its file.
+    /// A level that is refused once the logger writes is thrown as POCO's exception.
     bool createLoggerBySettings(QSettings& settings);
 
-    /// Called when the settings file was loaded; on the watcher's thread but for the first load.
+    /// Called when the settings file was loaded; on the watcher's thread but for the first load. The main logger then
+    /// writes "Logger configuration changed" after every load but the first.
     bool onConfigFileChanged(QSettings& settings, bool firstLoad) override;
 
 private:

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <type_traits>
 
+/// @file
 /// Statements that log and cost next to nothing while their level is off:
 ///
 ///     ZYR_ERROR("Tank %1 holds %2 litres").arg(name()).arg(measure()).endl();
@@ -16,28 +17,30 @@
 /// The level is asked first, and while it is off, nothing of the statement is evaluated: no argument, no topic. The
 /// entry carries source file and line. Each is one statement, also where braces are left out. The text is a string
 /// literal, without u or _s, that is stored as UTF-16: nothing is allocated or counted for it. Other texts do not
-/// compile; use an argument ("%1") or Logger::out() for those.
+/// compile; use an argument (`%1`) or Zyr::Logger::out() for those.
 ///
-///     ZYR_x(text)                       the main logger
-///     ZYR_x_EVERY(n, text)              the 1st, the n+1st, the 2n+1st ... entry of this statement
-///     ZYR_x_AT_MOST(n, text)            at most n entries of this statement per second
-///     ZYR_x_TO(logger, text)            a logger of your own: a Zyr::Logger or Zyr::ClassLogger, like `*pointer`
-///     ZYR_x_EVERY_TO(logger, n, text)
-///     ZYR_x_AT_MOST_TO(logger, n, text)
+/// There are these for each level; ERROR stands for all of them:
+///
+/// | Macro | Writes |
+/// |---|---|
+/// | #ZYR_ERROR | through the main logger |
+/// | #ZYR_ERROR_EVERY | every n-th entry of the statement |
+/// | #ZYR_ERROR_AT_MOST | at most n entries of the statement per second |
+/// | #ZYR_ERROR_TO, #ZYR_ERROR_EVERY_TO, #ZYR_ERROR_AT_MOST_TO | the same through a logger of your own |
 ///
 /// A level that the application itself has raised at the Poco::Logger is noticed with the next entry that is made, of
-/// any kind (Logger::isEnabled()).
+/// any kind (Zyr::Logger::isEnabled()).
 ///
 /// Only entries that pass the level count. A statement in a template counts per instance, one in an inline function
-/// once for all its users in a library or program. An `n` below 1 is harmless: EVERY writes each entry, AT_MOST none.
-/// AT_MOST takes 65535 for a greater `n`; its second begins with the first entry.
-///
-/// ZYR_LOG_FLOOR, defined before a statement or for the compiler (-DZYR_LOG_FLOOR=::Zyr::Info), removes the
-/// statements below that level from an optimised program, text included; they are still compiled. What counts is the
-/// priority, so that Zyr::Notice keeps System, and Zyr::Debug keeps Todo. `logger` and `n` are not evaluated then;
-/// otherwise `logger` is evaluated once, and `n` once if the level is on.
+/// once for all its users in a library or program.
 
 #ifndef ZYR_LOG_FLOOR
+/// Removes the statements below that level from an optimised program, text included; they are still compiled. It is
+/// Zyr::Trace, which removes none, unless you define it.
+///
+/// Do so before a statement, or for the compiler: `-DZYR_LOG_FLOOR=::Zyr::Info`. What counts is the priority, so that
+/// Zyr::Notice keeps System, and Zyr::Debug keeps Todo. `logger` and `n` of a statement that is removed are not
+/// evaluated; otherwise `logger` is evaluated once, and `n` once if the level is on.
 #define ZYR_LOG_FLOOR ::Zyr::Trace
 #endif
 
@@ -98,11 +101,23 @@ template <std::size_t size>
     ZYR_DETAIL_LOG(level, logger, || !ZYR_DETAIL_SITE(::Zyr::Detail::AtMostPerSecond).pass(n), text)
 #define ZYR_DETAIL_MAIN ::Zyr::Logger::instance()
 
+// The texts stand for those of the other levels too.
+
+/// Logs through the main logger, Zyr::Logger::instance(), at the level of the macro's name. `text` is a string literal.
 #define ZYR_EMERG(text) ZYR_DETAIL_ALL(::Zyr::Emerg, ZYR_DETAIL_MAIN, text)
+/// Logs the 1st, the n+1st, the 2n+1st and so on entry of this statement through the main logger. An `n` below 2 lets
+/// all pass; it may differ from call to call.
 #define ZYR_EMERG_EVERY(n, text) ZYR_DETAIL_EVERY(::Zyr::Emerg, ZYR_DETAIL_MAIN, n, text)
+/// Logs at most `n` entries of this statement through the main logger in a second, which begins with the first of them.
+/// An `n` below 1 lets none pass, one above 65535 counts as that; it may differ from call to call.
 #define ZYR_EMERG_AT_MOST(n, text) ZYR_DETAIL_AT_MOST(::Zyr::Emerg, ZYR_DETAIL_MAIN, n, text)
+/// Logs through `logger`, a Zyr::Logger or Zyr::ClassLogger, like `*pointer`.
 #define ZYR_EMERG_TO(logger, text) ZYR_DETAIL_ALL(::Zyr::Emerg, logger, text)
+/// Logs the 1st, the n+1st, the 2n+1st and so on entry of this statement through `logger`; they are counted whichever
+/// logger they go to. Otherwise as without `_TO`.
 #define ZYR_EMERG_EVERY_TO(logger, n, text) ZYR_DETAIL_EVERY(::Zyr::Emerg, logger, n, text)
+/// Logs at most `n` entries of this statement through `logger` in a second; they are counted whichever logger they go
+/// to. Otherwise as without `_TO`.
 #define ZYR_EMERG_AT_MOST_TO(logger, n, text) ZYR_DETAIL_AT_MOST(::Zyr::Emerg, logger, n, text)
 
 #define ZYR_ALERT(text) ZYR_DETAIL_ALL(::Zyr::Alert, ZYR_DETAIL_MAIN, text)

@@ -15,11 +15,14 @@ namespace Zyr {
 
 /// Loads a settings file in INI form, watches it, and loads it again after every change.
 ///
-/// Derive from it and take the values over in onConfigFileChanged(). One thread serves all listeners of the process; it
-/// needs no application object, has every signal blocked and sleeps while no file changes. A change is a change of the
-/// file's bytes: a file rewritten in place, replaced by rename, deleted and created again, or reached through a
-/// symbolic link whose target is swapped is noticed, and the same bytes written again are no change. The thread waits
-/// until a burst of writes has settled, so that one change gives one load. In a forked child nothing is watched.
+/// Derive from it, take the values over in onConfigFileChanged(), and call startConfigFileWatcher() when the object is
+/// complete. One thread serves all listeners of the process; it needs no application object, has every signal blocked
+/// and sleeps while no file changes. In a forked child nothing is watched.
+///
+/// A change is a change of the file's bytes: a file rewritten in place, replaced by rename, deleted and created again,
+/// or reached through a symbolic link whose target is swapped is noticed, and the same bytes written again are no
+/// change. The thread waits until a burst of writes has settled, so that one change gives one load. A file that is
+/// missing or cannot be read causes no load until it is there again.
 class ZYRTOOLS_EXPORT ConfigFileListener
 {
 public:
@@ -27,8 +30,8 @@ public:
     ///
     /// The directory is the first non-empty one of: the environment variable QUADEL_CURRENT_CONFIG_LOCATION, the
     /// application object's dynamic property of that name, the generic configuration location, the program's directory.
-    /// The file is `fileName` unchanged; an empty one stands for the application's name (or "Quadel"), then `suffix`,
-    /// then ".ini".
+    /// The file is `fileName` unchanged, an absolute one wherever it lies; an empty one stands for the application's
+    /// name (or "Quadel"), then `suffix`, then ".ini".
     ConfigFileListener(const QString& suffix, const QString& fileName);
     ConfigFileListener(const ConfigFileListener&) = delete;
     ConfigFileListener& operator=(const ConfigFileListener&) = delete;
@@ -38,36 +41,41 @@ public:
     virtual ~ConfigFileListener();
 
     /// Called with the loaded settings: with `firstLoad` true on the thread that starts the watcher, with false on the
-    /// watcher's thread after each change. Never called twice at a time for one listener.
+    /// watcher's thread after each change. Never called twice at a time for one listener. While it runs on the
+    /// watcher's thread, no other listener is served.
     ///
     /// Keys that are set here and were missing are added to the file afterwards; its comments and its order stay.
     /// Where keys are changed or removed too, the file is written anew. A save by somebody else that came in between
     /// always stands. `settings` lives only during the call and its fileName() is no path on the disk: see
-    /// configFilePath().
+    /// configFilePath(). An exception that leaves it is reported on standard error, nothing is written back, and
+    /// watching goes on.
     ///
-    /// @return whether keys were missing and have been set; for the listener's own use.
-    /// An exception that leaves it is reported on standard error, nothing is written back, and watching goes on.
+    /// @return whether keys were missing and have been set; the watcher does not need it.
     virtual bool onConfigFileChanged(QSettings& settings, bool firstLoad) = 0;
 
     /// Creates the file's directory, loads the settings on this thread, and then watches the file. A missing or
-    /// unreadable file is loaded as an empty one.
+    /// unreadable file is loaded as an empty one. A second start returns true and does nothing; the first load may then
+    /// still be under way on another thread.
     ///
-    /// @return whether the file is being watched. The load has been made in any case. A second start returns true and
-    /// does nothing; the first load may then still be under way on another thread.
+    /// @return whether the file is being watched. If not, the load has been made all the same, and standard error says
+    /// why, but for a forked child and a stop meanwhile.
     bool startConfigFileWatcher();
 
-    /// Returns when no callback is running or can start any more; from inside the callback it does not wait for that
-    /// one, nor for the callback of another listener that is itself waiting for that one to end. May be called without
-    /// a start, and again.
+    /// Stops watching. Returns when no callback is running or can start any more; from inside the callback it does not
+    /// wait for that one, nor for the callback of another listener that is itself waiting for that one to end. Hold no
+    /// lock that the callback takes. May be called without a start, and again; the next start makes a first load.
     void stopConfigFileWatcher();
 
     /// Absolute path of the settings file.
     const QString& configFilePath() const noexcept;
 
 protected:
-    /// Called from onConfigFileChanged(): what was loaded has not taken effect, so the next touch of the file loads it
-    /// again even when its bytes are the same. With `mended`, the watcher's thread asks it after one second, then less
-    /// often up to every 30 seconds, and loads again as soon as it returns true. It must not throw.
+    /// Says that what was loaded has not taken effect, so that the next touch of the file loads it again even when its
+    /// bytes are the same. Only from onConfigFileChanged(); elsewhere it does nothing. An exception that leaves
+    /// onConfigFileChanged() says the same.
+    ///
+    /// With `mended`, the watcher's thread asks it after one second, then less often up to every 30 seconds, until the
+    /// next load, and loads again as soon as it returns true. An exception counts as false.
     void configFileLoadFailed(std::function<bool()> mended = {});
 
 private:

@@ -10,15 +10,16 @@ QT_BEGIN_NAMESPACE
 class QSettings;
 QT_END_NAMESPACE
 
-/// Small helpers that the family's libraries share. All of them may be called from any thread.
+/// Small helpers that the family's libraries share, for those who write listeners of their own. All of them may be
+/// called from any thread.
 namespace Zyr::Misc {
 
-/// Reads `key` in the current group of `settings`.
+/// Reads `key` in the current group of `settings`, or sets it to its default where it is missing.
 ///
-/// A stored value is returned as it is stored and never rewritten; a text with an unquoted comma, which QSettings
-/// reads as a list, comes back as that text (see settingsText()) unless the default is a list. A missing key is set to
-/// `defaultValue` in `settings`, `changed` becomes true (it never becomes false) and the result is `defaultValue`. The
-/// file itself is written by whoever loaded the settings, once per load.
+/// A stored value is returned as it is stored, a text as a rule, and never rewritten; a text with an unquoted comma,
+/// which QSettings reads as a list, comes back as that text (see settingsText()) unless the default is a list. A
+/// missing key is set to `defaultValue` in `settings`, `changed` becomes true (it never becomes false) and the result
+/// is `defaultValue`. The file itself is written by whoever loaded the settings, once per load.
 ZYRTOOLS_EXPORT QVariant checkSettingsValue(QSettings& settings, const QString& key, bool& changed,
                                             const QVariant& defaultValue);
 
@@ -26,20 +27,23 @@ ZYRTOOLS_EXPORT QVariant checkSettingsValue(QSettings& settings, const QString& 
 ZYRTOOLS_EXPORT QVariant settingsText(const QVariant& value);
 
 /// Creates the directory `dir` with its parents where it is missing. Returns whether it exists now and can be written.
-/// An empty `dir` is the working directory.
+/// An empty `dir` is the working directory. What is created has the permissions that the umask leaves.
 ZYRTOOLS_EXPORT bool checkDirectory(const QString& dir);
 
-/// The application's name, or "Quadel" where it has none.
+/// The name that files are called by: the application's, or "Quadel" where it has none.
 ZYRTOOLS_EXPORT QString applicationName();
 
-/// The directory for one kind of file, ending in "/". The first non-empty one of: the environment variable `variable`,
-/// the application object's dynamic property of that name, the standard `location`, the directory of the program file.
+/// The directory for one kind of file, ending in "/". Nothing is created.
+///
+/// The first non-empty one of: the environment variable `variable`, the application object's dynamic property of that
+/// name, the standard `location`, the directory of the program file. Set that property before other threads ask here.
 ZYRTOOLS_EXPORT QString standardDirectory(const char* variable, QStandardPaths::StandardLocation location);
 
-/// What the exception being handled says. To be called from within a catch block only.
+/// What the exception being handled says, POCO's included. To be called from within a catch block only.
 ZYRTOOLS_EXPORT QString currentExceptionText();
 
-/// Writes "`subject`: `problem`" as one line to standard error, line breaks within replaced by blanks.
+/// Writes `subject`, a colon, a blank and `problem` as one line to standard error, line breaks within replaced by
+/// blanks. What cannot be written is dropped; a closed pipe ends no program.
 ZYRTOOLS_EXPORT void reportProblem(const QString& subject, const QString& problem) noexcept;
 
 } // namespace Zyr::Misc
