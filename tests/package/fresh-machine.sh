@@ -1,0 +1,82 @@
+#!/bin/sh
+# fresh-machine.sh <directory of packages> <guide>...: follows each guide word for word, as a new user of a Debian system
+# that has g++, cmake, make and pkg-config and nothing of ours, in a system that is thrown away.
+#
+# What counts in a guide stands between the headings "## Install" and "## Entries" or "## Next": the commands in blocks
+# of sh, the contents of a file in the block after a line with its name, and log lines, which must come out like that but
+# for their times. The packages have been built by script/package before, so that this command alone is left out.
+set -eu
+
+packages=$1
+shift
+cd "$(dirname "$0")/../.."
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+mkdir "$scratch/guides"
+
+# Makes a guide a script, and a file of the log lines that it shows.
+for guide; do
+    awk -v lines="$scratch/guides/$(basename "$guide").lines" '
+        /^## /                            { reading = /^## Install/ ? 1 : /^## (Entries|Next)/ ? 0 : reading }
+        !reading                          { next }
+        kind == "" && /^`[^`]+`:$/        { name = substr($0, 2, length($0) - 3); next }
+        kind == "" && /^```/              { kind = name != "" ? "file" : $0 == "```sh" ? "commands" : "other"
+                                            if (kind == "file") print "cat >" name " <<\"END OF FILE\""; next }
+        kind != "" && /^```$/             { if (kind == "file") print "END OF FILE"; kind = name = ""; next }
+        kind == "commands" && /^script\// { if (!/^script\/package( |$)/) exit 1; built = 1; next }
+        kind == "commands" || kind == "file"
+        kind == "other" && /^{/           { sub(/"timestamp":"[^"]*"/, "\"timestamp\":\"\""); print > lines }
+        END                               { exit !built }
+    ' "$guide" >"$scratch/guides/$(basename "$guide").sh" || {
+        echo "fresh-machine.sh: $guide does not have the packages built by script/package" >&2
+        exit 1
+    }
+done
+
+cat >"$scratch/follow.sh" <<'E2'
+# What a person would look at is caught here: the viewer's screen, and the page in a browser for terminals.
+lnav() {
+    { sleep 4; printf q; } | TERM=xterm script -qec "stty cols 150 rows 40; lnav $*" /dev/null >>~/screen ||
+        { cat ~/screen >&2; return 1; }
+}
+export BROWSER=w3m
+guide=$1
+cd ~/libzyrlogger
+set -eux
+. "/guides/$guide.sh" >~/output
+set +x
+cat ~/output
+sed 's/"timestamp":"[^"]*"/"timestamp":""/' ~/.local/share/*.log >~/logged
+sed -E 's/\x1b[[(][0-9;?]*[A-Za-z]//g' ~/screen >~/plain-screen
+while read -r line; do
+    grep -qxF "$line" ~/logged || { echo "$guide: not in a log: $line" >&2; exit 1; }
+    text=${line#*\"msg\":\"}
+    grep -qF "${text%\"\}}" ~/plain-screen || { echo "$guide: not on the screen of lnav: $text" >&2; exit 1; }
+done <"/guides/$guide.lines"
+grep -q 'Zyr::Logger' ~/output || { echo "$guide: the reference was not shown" >&2; exit 1; }
+E2
+
+cat >"$scratch/users.sh" <<'E3'
+set -eu
+# An answer for every question of apt's, and otherwise as a new system has it.
+echo 'APT::Get::Assume-Yes "true"; APT::Install-Recommends "true";' >/etc/apt/apt.conf.d/zz-new-machine
+echo "127.0.0.1 $(hostname)" >>/etc/hosts
+for script in /guides/*.sh; do
+    guide=$(basename "$script" .sh)
+    useradd -m -s /bin/bash user
+    echo 'user ALL=(ALL) NOPASSWD: ALL' >/etc/sudoers.d/user
+    mkdir -p /home/user/libzyrlogger/build
+    ln -s /packages /home/user/libzyrlogger/build/packages
+    su - user -c "bash /follow.sh $guide"
+    apt-get purge -qq 'libzyrlogger*' >/dev/null
+    userdel -r user 2>/dev/null
+    echo "== $guide: every command worked"
+done
+E3
+
+mmdebstrap --quiet --variant=apt --aptopt='Acquire::Retries "3"' \
+    --include=g++,cmake,make,pkg-config,sudo,w3m,xdg-utils \
+    --customize-hook="mkdir \"\$1/packages\" && cp \"$packages\"/*.deb \"\$1/packages\"" \
+    --customize-hook="copy-in $scratch/guides $scratch/follow.sh $scratch/users.sh /" \
+    --customize-hook='chroot "$1" sh /users.sh' \
+    "" /dev/null "$(script/apt-source)"
