@@ -24,7 +24,7 @@ formats=$scratch/home/.lnav/formats/check
 mkdir -p "$formats"
 sed 's/"zyrlogger"/"a_check"/' packaging/lnav/zyrlogger.json >"$formats/check.json"
 
-# The flags are words.
+# shellcheck disable=SC2046 # the flags are words
 "${CXX:-c++}" -std=c++17 -fPIC tests/viewer/write-log.cpp -o "$scratch/write-log" $(pkg-config --cflags --libs Qt6Core) \
     -Ilib/ZyrLogger/include -Ilib/ZyrTools/include -I"$build/lib/ZyrLogger/include" -I"$build/lib/ZyrTools/include" \
     -L"$build/lib/ZyrLogger" -L"$build/lib/ZyrTools" -lZyrLogger -lZyrTools -lPocoFoundation \
