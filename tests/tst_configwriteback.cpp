@@ -55,6 +55,7 @@ private Q_SLOTS:
         QTest::newRow("no last line end") << u"[S]\nv=1"_s << u"[S]\nv=1\nadded=1\n"_s;
         QTest::newRow("new section") << u"x=1"_s << u"x=1\n\n[S]\nadded=1\n"_s;
         QTest::newRow("value over two lines") << u"[S]\nv=\"1\n; 2\"\n[T]"_s << u"[S]\nv=\"1\n; 2\"\nadded=1\n[T]"_s;
+        QTest::newRow("value without key") << u"[S]\n=1\n"_s << u"[S]\n=1\nadded=1\n"_s;
         QTest::newRow("open quotation") << u"[S]\nv=\"1\n[T]\nx=1\n"_s << u"[S]\nv=\"1\n[T]\nx=1\n"_s;
     }
 

@@ -34,6 +34,12 @@ Descriptor memoryFile(const QByteArray& bytes)
     return file && writeAll(file.get(), bytes) ? std::move(file) : Descriptor();
 }
 
+/// Not those read from "=value" or below "[section/]": QSettings would write them as other keys.
+bool isWritable(const QString& key)
+{
+    return !key.isEmpty() && !key.startsWith(u'/') && !key.endsWith(u'/') && !key.contains(u"//"_s);
+}
+
 } // namespace
 
 MemorySettings::MemorySettings(const SettingsMap& values)
@@ -61,7 +67,7 @@ SettingsMap allValues(const QSettings& settings)
     SettingsMap values;
     const QStringList keys = settings.allKeys();
     for (const QString& key : keys) {
-        if (!key.isEmpty()) // read from "=value", and no key that could be written
+        if (isWritable(key))
             values.insert(key, settings.value(key));
     }
     return values;
