@@ -283,11 +283,12 @@ void PathWatch::readEvents(const std::function<void(const Event&)>& handle)
 {
     alignas(inotify_event) char buffer[16 * (sizeof(inotify_event) + NAME_MAX + 1)];
     const ssize_t size = ::read(inotify.get(), buffer, sizeof buffer);
-    for (const char* at = buffer; at < buffer + size;) {
+    for (ssize_t at = 0; at < size;) {
         inotify_event event;
-        std::memcpy(&event, at, sizeof event);
-        handleEvent(event.wd, event.mask, event.len > 0 ? at + sizeof event : nullptr, handle);
-        at += sizeof event + event.len;
+        std::memcpy(&event, buffer + at, sizeof event);
+        at += ssize_t(sizeof event);
+        handleEvent(event.wd, event.mask, event.len > 0 ? buffer + at : nullptr, handle);
+        at += event.len;
     }
 }
 
