@@ -151,9 +151,12 @@ void LinePattern::format(const Poco::Message& message, LineBuffer& line) const
     constexpr int perSecond = 1'000'000;
     const std::int64_t microseconds = message.getTime().epochMicroseconds();
     std::int64_t second = microseconds / perSecond;
-    if (second * perSecond > microseconds) // before the epoch
+    std::int64_t rest = microseconds % perSecond;
+    if (rest < 0) { // before the epoch
         --second;
-    const auto fraction = std::uint32_t(microseconds - second * perSecond);
+        rest += perSecond;
+    }
+    const auto fraction = std::uint32_t(rest);
     const CalendarText* time = showsTime ? &CalendarText::of(second, origin.localTime) : nullptr;
     const CalendarText::Shown* const shown = timeFields.empty() ? nullptr : &show(*time);
 
