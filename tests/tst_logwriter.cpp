@@ -6,12 +6,16 @@
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
 
+#include "TestPlace.h"
+
 #include <chrono>
 #include <memory>
 #include <random>
+#include <thread>
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,7 +32,7 @@ class tst_LogWriter : public QObject
     {
         while (bytes > 0) {
             pollfd waited = {pipe, POLLIN, 0};
-            char buffer[64];
+            char buffer[4096];
             if (::poll(&waited, 1, 5000) != 1)
                 return false;
             const ssize_t count = ::read(pipe, buffer, std::min(bytes, sizeof buffer));
@@ -61,6 +65,58 @@ private Q_SLOTS:
             writer->push("b");
             QVERIFY2(read(pipe, sizeof "a\nb\n" - 1), qPrintable(u"in round %1"_s.arg(round)));
         }
+        writer->finish();
+        ::close(pipe);
+    }
+
+    /// Lines lost, a crash or no end where the bound is larger than what address space there is.
+    void waitsForMemory()
+    {
+        if (isSanitized)
+            QSKIP("Sanitizers need address space of their own.");
+        constexpr std::size_t hole = 4 << 20;
+        constexpr int lines = 20'000; // five times that
+        const QTemporaryDir directory;
+        Zyr::FileSettings settings;
+        settings.path = directory.filePath(u"pipe"_s).toStdString();
+        QCOMPARE(::mkfifo(settings.path.c_str(), 0600), 0);
+        const int pipe = ::open(settings.path.c_str(), O_RDWR | O_CLOEXEC);
+        QVERIFY(pipe >= 0);
+        const auto writer = std::make_shared<Zyr::LogWriter>();
+        writer->configure(settings);
+        writer->setLimits({Zyr::LogWriter::mostBound, Zyr::LogWriter::Overflow::Wait});
+        const std::string line(1023, 'x');
+        writer->push(line);
+        QVERIFY(read(pipe, line.size() + 1));
+        std::atomic<bool> begun = false;
+        std::thread logs([&] {
+            begun.wait(false);
+            for (int i = 0; i < lines; ++i)
+                writer->push(line);
+        });
+
+        const auto take = [](std::size_t size) {
+            return ::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        };
+        void* const spare = take(hole);
+        std::vector<std::pair<void*, std::size_t>> taken;
+        taken.reserve(5'000);
+        for (std::size_t size = SIZE_MAX / 4 + 1; size >= 64 * 1024 && taken.size() < taken.capacity();) {
+            if (void* const place = take(size); place != MAP_FAILED)
+                taken.emplace_back(place, size);
+            else
+                size /= 2;
+        }
+        ::munmap(spare, hole);
+        begun = true;
+        begun.notify_one();
+        std::this_thread::sleep_for(500ms); // until the memory is full, and longer
+        const bool all = read(pipe, lines * (line.size() + 1));
+        for (const auto& [place, size] : taken)
+            ::munmap(place, size);
+        logs.join();
+        QVERIFY(taken.size() < taken.capacity()); // nothing else was left
+        QVERIFY2(all, "lines are missing");
         writer->finish();
         ::close(pipe);
     }

@@ -74,6 +74,8 @@ void LogWriter::pushLocked(std::string_view line)
         }
         if (queue.appendLocked(line))
             return wake(lock);
+        bool mayWait = overflow == Overflow::Wait;
+        const char* reason = "the queue is full";
         const std::size_t bytes = queue.chunkBytes(line);
         if (queue.mayGrow(bytes)) {
             queue.announce(bytes);
@@ -87,12 +89,15 @@ void LogWriter::pushLocked(std::string_view line)
                 queue.takeBack(chunk, bytes);
                 continue;
             }
-            if (!queue.add(chunk, bytes, line))
-                lose(std::strerror(ENOMEM));
-            return wake(lock);
+            if (queue.add(chunk, bytes, line))
+                return wake(lock);
+            if (queue.isEmpty() && fillsUp)
+                continue; // what was written meanwhile has given memory back
+            mayWait = mayWait && !queue.isEmpty();
+            reason = std::strerror(ENOMEM);
         }
-        if (overflow == Overflow::Drop) {
-            lose("the queue is full");
+        if (!mayWait) {
+            lose(reason);
             return wake(lock);
         }
         if (!waitForRoom(lock))
