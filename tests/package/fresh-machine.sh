@@ -36,7 +36,7 @@ done
 cat >"$scratch/follow.sh" <<'E2'
 # What a person would look at is caught here: the viewer's screen, and the page in a browser for terminals.
 lnav() {
-    { sleep 4; printf q; } | TERM=xterm script -qec "stty cols 150 rows 40; lnav $*" /dev/null >>~/screen ||
+    { sleep 4; printf q; } | TERM=xterm script -qec "stty cols 150 rows 40; lnav $(printf ' %q' "$@")" /dev/null >>~/screen ||
         { cat ~/screen >&2; return 1; }
 }
 export BROWSER=w3m
