@@ -1,5 +1,7 @@
 #include "chain/LineFormatter.h"
 
+#include <Poco/String.h>
+
 namespace Zyr {
 
 LineFormatter::LineFormatter()
@@ -21,7 +23,7 @@ void LineFormatter::setProperty(const std::string& name, const std::string& valu
         if (name == PROP_PATTERN)
             source.pattern = value;
         else if (name == PROP_TIMES)
-            source.localTime = value == "local";
+            source.localTime = Poco::icompare(value, "local") == 0;
         else if (name == PROP_PRIORITY_NAMES)
             source.priorityNames = value;
         else
