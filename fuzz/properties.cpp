@@ -1,0 +1,245 @@
+// The properties of the file channel: any text for any of them, taken or refused as the documentation says, and times
+// of rotation that follow from them.
+
+#include "Check.h"
+
+#include "chain/rotation/RotationTimer.h"
+#include "chain/rotation/TimeOfDay.h"
+#include "chain/settings/ByteSize.h"
+#include "chain/settings/FileProperties.h"
+
+#include <Poco/Exception.h>
+#include <Poco/FileChannel.h>
+
+#include <QtCore/QHash>
+#include <QtCore/QRegularExpression>
+#include <QtCore/QStringList>
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <climits>
+#include <optional>
+#include <string>
+
+using namespace Qt::StringLiterals;
+using Poco::FileChannel;
+using std::chrono::seconds;
+using Zyr::RotationRule;
+
+namespace {
+
+constexpr qint64 minute = 60;
+constexpr qint64 hour = 60 * minute;
+constexpr qint64 day = 24 * hour;
+
+const std::string* const names[] = {
+    &FileChannel::PROP_PATH,  &FileChannel::PROP_ROTATION,   &FileChannel::PROP_ARCHIVE,
+    &FileChannel::PROP_TIMES, &FileChannel::PROP_COMPRESS,   &FileChannel::PROP_PURGEAGE,
+    &FileChannel::PROP_FLUSH, &FileChannel::PROP_PURGECOUNT, &FileChannel::PROP_ROTATEONOPEN};
+
+/// The parts of a text that is wholly of a form, with blanks between its parts; nothing for other texts.
+std::optional<QStringList> match(const QString& text, const QString& form)
+{
+    static QHash<QString, QRegularExpression> forms;
+    QRegularExpression& compiled = forms[form];
+    if (compiled.pattern().isEmpty())
+        compiled.setPattern(u"\\A[ \\t-\\r]*"_s + QString(form).replace(u' ', u"[ \\t-\\r]*"_s) + u"[ \\t-\\r]*\\z"_s);
+    const QRegularExpressionMatch found = compiled.match(text);
+    return found.hasMatch() ? std::optional(found.capturedTexts()) : std::nullopt;
+}
+
+std::optional<quint64> countOf(const QString& digits)
+{
+    bool fits = false;
+    const quint64 count = digits.toULongLong(&fits);
+    return fits && count >= 1 && count <= INT_MAX ? std::optional(count) : std::nullopt;
+}
+
+std::optional<seconds> spanOf(const QString& digits, const QString& unit)
+{
+    static const QHash<QString, qint64> units{{u"seconds"_s, 1}, {u"minutes"_s, minute}, {u"hours"_s, hour},
+                                              {u"days"_s, day},  {u"weeks"_s, 7 * day},  {u"months"_s, 30 * day}};
+    const auto count = countOf(digits);
+    const qint64 longest = 36525 * day;
+    if (!count)
+        return std::nullopt;
+    return seconds(qint64(*count) > longest / units.value(unit) ? longest : qint64(*count) * units.value(unit));
+}
+
+const QString spanForm = u"(\\d+) (seconds|minutes|hours|days|weeks|months)"_s;
+
+/// What a text of the property "rotation" means by its documentation.
+std::optional<RotationRule> rotationOf(const QString& text)
+{
+    RotationRule rule;
+    if (match(text, u"never"_s))
+        return rule;
+    if (const auto parts = match(text, u"(\\d+) ([KM]?)"_s)) {
+        bool fits = false;
+        const quint64 number = parts->at(1).toULongLong(&fits);
+        const quint64 unit = parts->at(2) == u"M" ? 1 << 20 : parts->at(2) == u"K" ? 1 << 10 : 1;
+        if (!fits || number == 0 || number > ULLONG_MAX / unit)
+            return std::nullopt;
+        rule.kind = RotationRule::Kind::Size;
+        rule.size = number * unit;
+        return rule;
+    }
+    rule.kind = RotationRule::Kind::Interval;
+    if (const auto parts = match(text, u"(daily|weekly|monthly)"_s)) {
+        rule.interval = seconds(parts->at(1) == u"daily" ? day : parts->at(1) == u"weekly" ? 7 * day : 30 * day);
+        return rule;
+    }
+    if (const auto parts = match(text, spanForm)) {
+        const auto span = spanOf(parts->at(1), parts->at(2));
+        if (!span)
+            return std::nullopt;
+        rule.interval = *span;
+        return rule;
+    }
+    const auto parts = match(text, u"(?:([A-Za-z]*) [,:])? (\\d*) : (\\d+)"_s);
+    if (!parts)
+        return std::nullopt;
+    rule = {};
+    rule.kind = RotationRule::Kind::TimeOfDay;
+    const QStringList weekdays{u"sunday"_s,   u"monday"_s, u"tuesday"_s, u"wednesday"_s,
+                               u"thursday"_s, u"friday"_s, u"saturday"_s};
+    if (const QString name = parts->at(1).toLower(); !name.isEmpty()) {
+        for (int number = 0; number < 7; ++number) {
+            if (name.size() >= 3 && weekdays[number].startsWith(name))
+                rule.weekday = number;
+        }
+        if (!rule.weekday)
+            return std::nullopt;
+    }
+    bool fits = true;
+    if (!parts->at(2).isEmpty()) {
+        rule.hour = parts->at(2).toInt(&fits);
+        if (!fits || *rule.hour > 23)
+            return std::nullopt;
+    }
+    rule.minute = parts->at(3).toInt(&fits);
+    return fits && rule.minute < 60 ? std::optional(rule) : std::nullopt;
+}
+
+/// Whether the value is legal, and whether that is what the settings say then.
+bool isLegal(const std::string& name, const std::string& value)
+{
+    const QString text = QString::fromLatin1(value.data(), qsizetype(value.size()));
+    const bool off = text.isEmpty() || text.compare(u"none", Qt::CaseInsensitive) == 0;
+    if (name == FileChannel::PROP_ROTATION)
+        return rotationOf(text).has_value();
+    if (name == FileChannel::PROP_ARCHIVE)
+        return value == "number" || value == "timestamp";
+    if (name == FileChannel::PROP_TIMES)
+        return value == "local" || value == "utc";
+    if (name == FileChannel::PROP_PURGECOUNT) {
+        const auto parts = match(text, u"(\\d+)"_s);
+        return off || (parts && countOf(parts->at(1)));
+    }
+    if (name == FileChannel::PROP_PURGEAGE) {
+        const auto alone = match(text, u"(\\d+)"_s);
+        const auto parts = match(text, spanForm);
+        return off || (alone && countOf(alone->at(1))) || (parts && spanOf(parts->at(1), parts->at(2)));
+    }
+    return true;
+}
+
+void checkTaken(const std::string& name, const std::string& value, const Zyr::FileSettings& settings)
+{
+    const QString text = QString::fromLatin1(value.data(), qsizetype(value.size()));
+    const QByteArray details = QByteArray::fromStdString(name + " = " + value);
+    if (name == FileChannel::PROP_ROTATION)
+        check(rotationOf(text) == settings.rotation, "A rotation means what the documentation says", details);
+    if (name == FileChannel::PROP_PURGEAGE && settings.purgeAge) {
+        const auto parts = match(text, spanForm);
+        const auto alone = match(text, u"(\\d+)"_s);
+        check(settings.purgeAge == (parts ? spanOf(parts->at(1), parts->at(2)) : spanOf(alone->at(1), u"seconds"_s)),
+              "An age means what the documentation says", details);
+    }
+    if (name == FileChannel::PROP_PURGECOUNT && settings.purgeCount)
+        check(*settings.purgeCount == text.trimmed().toULongLong(), "A count is the number", details);
+}
+
+qint64 remainder(qint64 number, qint64 divisor)
+{
+    return (number % divisor + divisor) % divisor;
+}
+
+bool isTimeOf(const RotationRule& rule, qint64 time)
+{
+    return remainder(time, minute) == 0 && remainder(time, hour) / minute == rule.minute &&
+           (!rule.hour || remainder(time, day) / hour == *rule.hour) &&
+           (!rule.weekday || remainder((time - remainder(time, day)) / day + 4, 7) == *rule.weekday);
+}
+
+/// By trying every minute of a week.
+qint64 firstTimeAfter(const RotationRule& rule, qint64 time)
+{
+    qint64 next = time - remainder(time, minute) + minute;
+    while (!isTimeOf(rule, next))
+        next += minute;
+    return next;
+}
+
+void checkTimes(const RotationRule& rule, FuzzedDataProvider& input)
+{
+    constexpr qint64 farthest = 8'000'000'000; // in the years 1716 and 2223
+    const auto after = input.ConsumeIntegralInRange<qint64>(-farthest, farthest);
+    if (rule.kind == RotationRule::Kind::TimeOfDay) {
+        const qint64 found = Zyr::firstReached(rule, false, seconds(after)).count();
+        check(found == firstTimeAfter(rule, after), "The next time of day is the first that the rule names",
+              QByteArray::number(after) + " -> " + QByteArray::number(found));
+        const qint64 local = Zyr::firstReached(rule, true, seconds(after)).count();
+        check(local > after && local <= after + 9 * day, "A time of day comes within a week, and two days for shifts",
+              QByteArray::number(after) + " -> " + QByteArray::number(local));
+    }
+
+    // Any times, as a wrong clock gives them.
+    using Time = Zyr::RotationTimer::Time;
+    const auto time = [&] { // the last one of all is that of what never comes
+        return Time(Time::duration(input.ConsumeIntegralInRange<qint64>(LLONG_MIN, LLONG_MAX - 1)));
+    };
+    const Time began = time(), written = time(), now = time();
+    Zyr::RotationTimer timer;
+    timer.start(rule, input.ConsumeBool(), began, written, now);
+    const bool due = timer.isDue(now);
+    if (rule.kind == RotationRule::Kind::Never || rule.kind == RotationRule::Kind::Size)
+        check(!due, "No rotation by time without a rule for it");
+    if (rule.kind == RotationRule::Kind::Interval && began <= now) {
+        using Wide = __int128; // the difference of two times does not fit in one
+        const Wide passed = Wide(now.time_since_epoch().count()) - began.time_since_epoch().count();
+        check(due == (passed >= Wide(Time::duration(rule.interval).count())), "An interval is over when it is");
+    }
+    timer.isDue(time());
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    constexpr std::size_t longest = 80;
+    FuzzedDataProvider input(data, size);
+    Zyr::FileProperties properties;
+    for (int count = input.ConsumeIntegralInRange(1, 6); count > 0; --count) {
+        const std::string& name = *input.PickValueInArray(names);
+        const std::string value = input.ConsumeRandomLengthString(longest);
+        const Zyr::FileSettings before = properties.settings();
+        bool taken = true;
+        try {
+            properties.set(name, value);
+        } catch (const Poco::Exception&) {
+            taken = false;
+        }
+        const QByteArray details = QByteArray::fromStdString(name + " = " + value);
+        check(taken == isLegal(name, value), "Taken is what the documentation calls legal", details);
+        check(taken || properties.settings() == before, "What is refused changes nothing", details);
+        if (taken) {
+            checkTaken(name, value, properties.settings());
+            Zyr::FileProperties again = properties;
+            again.set(name, properties.get(name));
+            check(again.settings() == properties.settings(), "A property's text says what was set", details);
+        }
+    }
+    checkTimes(properties.settings().rotation, input);
+    return 0;
+}

@@ -1,0 +1,132 @@
+// Both names of each function are to be defined here, not one in the other's place.
+#undef _FILE_OFFSET_BITS
+#undef _TIME_BITS
+
+#include "Confinement.h"
+
+#include "Check.h"
+
+#include <atomic>
+#include <cstdarg>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+constinit std::string_view confinedTo;
+constinit std::atomic<bool> confined = false;
+
+bool isInside(std::string_view path)
+{
+    if (path.starts_with("../") || path.ends_with("/..") || path.find("/../") != path.npos)
+        return false;
+    // What is named as if it were below /dev/null is no file and cannot become one.
+    return !path.starts_with('/') || path.starts_with(confinedTo) || path.starts_with("/dev/null");
+}
+
+void checkPlace(const char* path)
+{
+    check(!confined || isInside(path), "No file is touched outside the scratch directory", path);
+}
+
+void checkOpen(const char* path, int flags)
+{
+    if ((flags & O_ACCMODE) != O_RDONLY || (flags & (O_CREAT | O_TRUNC)) != 0)
+        checkPlace(path);
+}
+
+mode_t modeOf(int flags, va_list arguments)
+{
+    return (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(arguments, mode_t) : 0;
+}
+
+} // namespace
+
+Confinement::Confinement(const QByteArray& directory)
+{
+    confinedTo = std::string_view(directory.constData(), std::size_t(directory.size()));
+    confined = true;
+}
+
+Confinement::~Confinement()
+{
+    confined = false;
+}
+
+// In the place of the C library's, for Qt and POCO too. libFuzzer's own files go by other ways.
+extern "C" {
+
+int open(const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = modeOf(flags, arguments);
+    va_end(arguments);
+    checkOpen(path, flags);
+    return int(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+
+int open64(const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = modeOf(flags, arguments);
+    va_end(arguments);
+    return open(path, flags, mode);
+}
+
+int openat(int directory, const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = modeOf(flags, arguments);
+    va_end(arguments);
+    checkOpen(path, flags);
+    return int(::syscall(SYS_openat, directory, path, flags, mode));
+}
+
+int openat64(int directory, const char* path, int flags, ...)
+{
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = modeOf(flags, arguments);
+    va_end(arguments);
+    return openat(directory, path, flags, mode);
+}
+
+int mkdir(const char* path, mode_t mode) noexcept
+{
+    checkPlace(path);
+    return int(::syscall(SYS_mkdirat, AT_FDCWD, path, mode));
+}
+
+int rename(const char* from, const char* to) noexcept
+{
+    checkPlace(from);
+    checkPlace(to);
+    return int(::syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+
+int renameat2(int fromDirectory, const char* from, int toDirectory, const char* to, unsigned flags) noexcept
+{
+    checkPlace(from);
+    checkPlace(to);
+    return int(::syscall(SYS_renameat2, fromDirectory, from, toDirectory, to, flags));
+}
+
+int unlink(const char* path) noexcept
+{
+    checkPlace(path);
+    return int(::syscall(SYS_unlinkat, AT_FDCWD, path, 0));
+}
+
+int unlinkat(int directory, const char* path, int flags) noexcept
+{
+    checkPlace(path);
+    return int(::syscall(SYS_unlinkat, directory, path, flags));
+}
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QtCore/QByteArray>
+#include <QtCore/QString>
+
+/// A temporary directory, which is removed at the end, and the place of what others make as temporary.
+class Scratch
+{
+public:
+    Scratch();
+    ~Scratch();
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+
+    const QByteArray& path() const { return directory; }
+    /// Absolute.
+    QByteArray path(const QByteArray& name) const { return directory + '/' + name; }
+
+    /// Creates a directory, or empties it.
+    void renew(const QByteArray& name) const;
+
+    void write(const QByteArray& name, const QByteArray& bytes) const;
+    QByteArray read(const QByteArray& name) const;
+
+private:
+    QByteArray directory;
+};
