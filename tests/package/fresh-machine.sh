@@ -21,7 +21,8 @@ for guide; do
         !reading                          { next }
         kind == "" && /^`[^`]+`:$/        { name = substr($0, 2, length($0) - 3); next }
         kind == "" && /^```/              { kind = name != "" ? "file" : $0 == "```sh" ? "commands" : "other"
-                                            if (kind == "file") print "cat >" name " <<\"END OF FILE\""; next }
+                                            if (kind == "file") print "cat >" name " <<\"END OF FILE\""
+                                            if (kind == "commands") print "sleep 2 # as it takes to read on"; next }
         kind != "" && /^```$/             { if (kind == "file") print "END OF FILE"; kind = name = ""; next }
         kind == "commands" && /^script\// { if (!/^script\/package( |$)/) exit 1; built = 1; next }
         kind == "commands" || kind == "file"
