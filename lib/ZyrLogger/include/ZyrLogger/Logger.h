@@ -166,8 +166,8 @@ public:
 
 private:
     class State;
-    class ListenerCall;
-    class Main;
+    class ZYRLOGGER_NO_EXPORT ListenerCall;
+    class ZYRLOGGER_NO_EXPORT Main;
     struct Rules;
     enum class LoadOutcome;
     struct RepeatLimits;
