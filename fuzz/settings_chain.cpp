@@ -13,6 +13,7 @@
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QDir>
 #include <QtCore/QFile>
+#include <QtCore/QScopeGuard>
 #include <QtCore/QSettings>
 
 #include <Poco/Exception.h>
@@ -27,7 +28,7 @@ using namespace std::chrono_literals;
 namespace {
 
 const QByteArray configDirectory = "config";
-const QByteArray logDirectory = "log"; // and the working directory, which relative paths lead to
+const QByteArray logDirectory = "log"; // and the working directory meanwhile, which relative paths lead to
 const QByteArray goodDirectory = "good";
 const QByteArray settingsName = "fuzzed.ini";
 
@@ -54,9 +55,9 @@ struct Place
         scratch.renew(logDirectory);
         ::setenv("QUADEL_CURRENT_CONFIG_LOCATION", scratch.path(configDirectory).constData(), 1);
         ::setenv("QUADEL_CURRENT_LOG_LOCATION", scratch.path(logDirectory).constData(), 1);
-        QDir::setCurrent(QFile::decodeName(scratch.path(logDirectory)));
     }
 
+    const QString home = QDir::currentPath();
     Scratch scratch;
 };
 
@@ -134,6 +135,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     scratch.renew(logDirectory);
     scratch.renew(goodDirectory);
     QDir::setCurrent(QFile::decodeName(scratch.path(logDirectory)));
+    const auto back = qScopeGuard([] { QDir::setCurrent(place.home); }); // from where libFuzzer finds its files
     scratch.write(configDirectory + '/' + settingsName, bytes);
     Zyr::Logger logger(u"Fuzzed"_s, u"fuzzed.log"_s, QString::fromUtf8(settingsName));
     logSome(logger);
