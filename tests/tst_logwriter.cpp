@@ -23,12 +23,27 @@ using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-class tst_LogWriter : public QObject
+/// A pipe that a logger's thread writes into.
+class Pipe
 {
-    Q_OBJECT
+public:
+    Pipe()
+    {
+        settings.path = directory.filePath(u"pipe"_s).toStdString();
+        if (::mkfifo(settings.path.c_str(), 0600) == 0)
+            pipe = ::open(settings.path.c_str(), O_RDWR | O_CLOEXEC);
+        writer->configure(settings);
+    }
+    ~Pipe()
+    {
+        writer->finish();
+        ::close(pipe);
+    }
+
+    bool isThere() const { return pipe >= 0; }
 
     /// Reads that many bytes. False when they do not come within seconds.
-    static bool read(int pipe, std::size_t bytes)
+    bool read(std::size_t bytes) const
     {
         while (bytes > 0) {
             pollfd waited = {pipe, POLLIN, 0};
@@ -43,30 +58,33 @@ class tst_LogWriter : public QObject
         return true;
     }
 
+    const std::shared_ptr<Zyr::LogWriter> writer = std::make_shared<Zyr::LogWriter>();
+
+private:
+    const QTemporaryDir directory;
+    Zyr::FileSettings settings;
+    int pipe = -1;
+};
+
+class tst_LogWriter : public QObject
+{
+    Q_OBJECT
 private Q_SLOTS:
     /// A line that comes while the thread is about to sleep, and lies there until the next one.
     void writesTheLastLineToo()
     {
-        const QTemporaryDir directory;
-        Zyr::FileSettings settings;
-        settings.path = directory.filePath(u"pipe"_s).toStdString();
-        QCOMPARE(::mkfifo(settings.path.c_str(), 0600), 0);
-        const int pipe = ::open(settings.path.c_str(), O_RDWR | O_CLOEXEC);
-        QVERIFY(pipe >= 0);
-        const auto writer = std::make_shared<Zyr::LogWriter>();
-        writer->configure(settings);
+        const Pipe pipe;
+        QVERIFY(pipe.isThere());
 
         std::minstd_rand random;
         for (int round = 0; round < 30'000; ++round) {
-            writer->push("a");
+            pipe.writer->push("a");
             const auto until = Clock::now() + random() % 30'000 * 1ns; // as long as the thread takes to write that
             while (Clock::now() < until) {
             }
-            writer->push("b");
-            QVERIFY2(read(pipe, sizeof "a\nb\n" - 1), qPrintable(u"in round %1"_s.arg(round)));
+            pipe.writer->push("b");
+            QVERIFY2(pipe.read(sizeof "a\nb\n" - 1), qPrintable(u"in round %1"_s.arg(round)));
         }
-        writer->finish();
-        ::close(pipe);
     }
 
     /// Lines lost, a crash or no end where the bound is larger than what address space there is.
@@ -76,23 +94,17 @@ private Q_SLOTS:
             QSKIP("Sanitizers need address space of their own.");
         constexpr std::size_t hole = 4 << 20;
         constexpr int lines = 20'000; // five times that
-        const QTemporaryDir directory;
-        Zyr::FileSettings settings;
-        settings.path = directory.filePath(u"pipe"_s).toStdString();
-        QCOMPARE(::mkfifo(settings.path.c_str(), 0600), 0);
-        const int pipe = ::open(settings.path.c_str(), O_RDWR | O_CLOEXEC);
-        QVERIFY(pipe >= 0);
-        const auto writer = std::make_shared<Zyr::LogWriter>();
-        writer->configure(settings);
-        writer->setLimits({Zyr::LogWriter::mostBound, Zyr::LogWriter::Overflow::Wait});
+        const Pipe pipe;
+        QVERIFY(pipe.isThere());
+        pipe.writer->setLimits({Zyr::LogWriter::mostBound, Zyr::LogWriter::Overflow::Wait});
         const std::string line(1023, 'x');
-        writer->push(line);
-        QVERIFY(read(pipe, line.size() + 1));
+        pipe.writer->push(line);
+        QVERIFY(pipe.read(line.size() + 1));
         std::atomic<bool> begun = false;
         std::thread logs([&] {
             begun.wait(false);
             for (int i = 0; i < lines; ++i)
-                writer->push(line);
+                pipe.writer->push(line);
         });
 
         const auto take = [](std::size_t size) {
@@ -111,14 +123,12 @@ private Q_SLOTS:
         begun = true;
         begun.notify_one();
         std::this_thread::sleep_for(500ms); // until the memory is full, and longer
-        const bool all = read(pipe, lines * (line.size() + 1));
+        const bool all = pipe.read(lines * (line.size() + 1));
         for (const auto& [place, size] : taken)
             ::munmap(place, size);
         logs.join();
         QVERIFY(taken.size() < taken.capacity()); // nothing else was left
         QVERIFY2(all, "lines are missing");
-        writer->finish();
-        ::close(pipe);
     }
 
     /// Sizes and places of 32 bits: no line, one in the middle of the file, or a limit that is never reached.
