@@ -198,7 +198,8 @@ public Q_SLOTS:
     // A device that is locked, rotated or written at the wrong place, or whose failure is taken for something else.
     void device(const QString&) { count(100); }
 
-    // A bad key that keeps the chain from being built, or puts something else in the place of what was in force.
+    // A key that nobody knows and nobody is told of. A bad one that keeps the chain from being built, or puts something
+    // else in the place of what was in force.
     void queueKeys(const QString&)
     {
         QSettings settings(u"other.ini"_s, QSettings::IniFormat);
@@ -242,6 +243,7 @@ struct Row
 #define WAITS LOG "cannot be written, records wait: [^\n]*\n"
 #define WAITS_TWICE WAITS "(" WAITS ")?" // the second time when that lasts until ten seconds after the first
 #define GROWS LOG "grows, since no new one can be begun: [^\n]*\n"
+#define UNKNOWN "[^\n]* queueLimit = '1' is no setting[^\n]*\n"
 #define LEGAL "[^\n]* legal is [^\n]*\n"
 
 const Row rows[] = {
@@ -263,7 +265,7 @@ const Row rows[] = {
     {"pipe", "queueSize=256 K", "(?:" WAITS "){0,2}" GIVEN_UP, 0, "pipe"},
     {"device", "", WAITS GIVEN_UP, 0, "/dev/full"},
     {"device", "rotation=1 K", "", 0, "/dev/stdout"},
-    {"queueKeys", "queueSize=64 K\nqueueOverflow=drop", LEGAL LEGAL LEGAL LEGAL, -1},
+    {"queueKeys", "queueSize=64 K\nqueueOverflow=drop\nqueueLimit=1\n-flush=true", UNKNOWN LEGAL LEGAL LEGAL LEGAL, -1},
     {"zones", "", ""},
 };
 

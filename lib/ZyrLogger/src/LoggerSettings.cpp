@@ -147,6 +147,7 @@ Logger::LoadOutcome Logger::applySettings(QSettings& settings, bool& settingsCha
     auto formatter = state->link(patternFormatter, [] { return new LineFormatter; });
     const bool formatted = formatter && applyFormat(*formatter, group);
     const bool queued = applyQueue(group);
+    group.reportUnknown();
     const bool complete = completeChain(level);
     settingsChanged = keysAdded;
     return formatted && queued && complete ? LoadOutcome::Applied : LoadOutcome::ValueRefused;
@@ -161,6 +162,7 @@ QString Logger::applyFilters(QSettings& settings, bool& keysAdded)
     const bool check = group.readSwitch("checkRepeatedMsg"_L1, false);
     const quint32 amount = group.readCount("amountRepeatedMsg"_L1, 1);
     const quint32 maximum = group.readCount("maxRepeatedMsgCounter"_L1, 10);
+    group.reportUnknown();
 
     const std::lock_guard lock(state->guard);
     textFilters = filters;
@@ -287,6 +289,10 @@ bool Logger::completeChain(const QString& level)
             return &made;
         });
         return true;
+    } catch (const Poco::ExistsException&) {
+        Misc::reportProblem(configFilePath(),
+                            u"another logger is named '"_s + loggerName + u"': this one writes nothing"_s);
+        return false;
     } catch (...) {
         Misc::reportProblem(configFilePath(), u"no logger '"_s + loggerName + u"' with "_s + setting + u": "_s +
                                                   Misc::currentExceptionText());

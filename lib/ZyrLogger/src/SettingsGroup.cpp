@@ -18,7 +18,7 @@ bool isOneOf(const QString& text, std::span<const QLatin1StringView> known)
 
 } // namespace
 
-QString describeSetting(QLatin1StringView group, QLatin1StringView key, const QString& value)
+QString describeSetting(QLatin1StringView group, const QString& key, const QString& value)
 {
     return u'[' + group + u"] "_s + key + u" = '"_s + value + u'\'';
 }
@@ -38,8 +38,9 @@ SettingsGroup::~SettingsGroup()
     settings.endGroup();
 }
 
-bool SettingsGroup::contains(QLatin1StringView key) const
+bool SettingsGroup::contains(QLatin1StringView key)
 {
+    known.append(key);
     return settings.contains(QString(key));
 }
 
@@ -50,6 +51,7 @@ QString SettingsGroup::storedText(QLatin1StringView key, const QString& defaultT
 
 QVariant SettingsGroup::read(QLatin1StringView key, const QVariant& defaultValue)
 {
+    known.append(key);
     return Misc::checkSettingsValue(settings, QString(key), changed, defaultValue);
 }
 
@@ -86,9 +88,18 @@ quint32 SettingsGroup::readCount(QLatin1StringView key, int defaultValue)
     return count;
 }
 
-void SettingsGroup::report(QLatin1StringView key, const QString& value, const QString& problem) const
+void SettingsGroup::report(const QString& key, const QString& value, const QString& problem) const
 {
     Misc::reportProblem(file, describeSetting(name, key, value) + u' ' + problem);
+}
+
+void SettingsGroup::reportUnknown() const
+{
+    const QStringList stored = settings.childKeys();
+    for (const QString& key : stored) {
+        if (!known.contains(key) && !key.startsWith(u'-'))
+            report(key, Misc::settingsText(settings.value(key)).toString(), u"is no setting, and does nothing"_s);
+    }
 }
 
 } // namespace Zyr

@@ -4,12 +4,13 @@
 
 #include <QtCore/QSettings>
 #include <QtCore/QString>
+#include <QtCore/QStringList>
 #include <QtCore/QVariant>
 
 namespace Zyr {
 
 /// "[group] key = 'value'"
-QString describeSetting(QLatin1StringView group, QLatin1StringView key, const QString& value);
+QString describeSetting(QLatin1StringView group, const QString& key, const QString& value);
 
 /// One group of a logger's settings, entered for as long as this object lives.
 class SettingsGroup
@@ -22,7 +23,7 @@ public:
     SettingsGroup(const SettingsGroup&) = delete;
     SettingsGroup& operator=(const SettingsGroup&) = delete;
 
-    bool contains(QLatin1StringView key) const;
+    bool contains(QLatin1StringView key);
 
     /// The stored text without writing a default.
     QString storedText(QLatin1StringView key, const QString& defaultText) const;
@@ -41,13 +42,17 @@ public:
     quint32 readCount(QLatin1StringView key, int defaultValue);
 
     /// Says on standard error what is wrong with a value.
-    void report(QLatin1StringView key, const QString& value, const QString& problem) const;
+    void report(const QString& key, const QString& value, const QString& problem) const;
+
+    /// Reports the stored keys that none of the above was called with, but for those put out of force by a "-".
+    void reportUnknown() const;
 
 private:
     QSettings& settings;
     const QLatin1StringView name;
     bool& changed;
     const QString& file;
+    QStringList known;
 };
 
 } // namespace Zyr
