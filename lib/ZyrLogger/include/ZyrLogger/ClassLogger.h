@@ -1,13 +1,13 @@
 #pragma once
 
 #include <ZyrLogger/Export.h>
+#include <ZyrLogger/LogMessage.h>
 
 #include <QtCore/QString>
 
 namespace Zyr {
 
 class Logger;
-class LogMessage;
 
 /// A logger of its own for one class of the application: class Valve of the application pump writes pump_Valve.log and
 /// reads pump_Valve_Log.ini, in the directories that Logger::Logger() tells.
