@@ -38,6 +38,6 @@ has pump.log '"msg":"No water"}'
 run minimal "$examples/low-flash/pump_Log.ini"
 has pump.log '"level":"warn","msg":"Tank T1 holds 48,250 litres"}'
 has pump_Log.ini '; By their age alone'
-for setting in rotation=256 purgeCount=4 purgeAge=none queueSize=512; do # nothing replaced
+for setting in rotation=192 purgeCount=4 purgeAge=none queueSize=512; do # nothing replaced
     has pump_Log.ini "$setting"
 done
