@@ -17,8 +17,9 @@ class Logger;
 class ZYRLOGGER_EXPORT ClassLogger
 {
 public:
-    /// Opens the files, as Logger::Logger() does. Set the application's name before; without one the files' names begin
-    /// with "_". `className` becomes the name of the POCO logger too.
+    /// Opens the files, as Logger::Logger() does. Set the application's name before; without an application object the
+    /// files' names begin with "_". `className` becomes the name of the POCO logger too; "MainLogger" is the main
+    /// logger's.
     explicit ClassLogger(QString className);
     ClassLogger(const ClassLogger&) = delete;
     ClassLogger& operator=(const ClassLogger&) = delete;

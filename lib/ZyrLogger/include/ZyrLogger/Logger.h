@@ -39,10 +39,10 @@ class SettingsGroup;
 /// where it is formatted on this thread, queued, and written to the file by the logger's worker thread; then the
 /// listeners get it.
 ///
-/// Every operation may be called from any thread, also while the settings are being loaded again and while POCO's
-/// logging is shut down. Only construction and destruction must not overlap with other use of the same logger. Logging
-/// reports no error to the code that logs. After POCO's logging has been shut down every operation is harmless, and
-/// out() prints the entry's text to standard output instead.
+/// Every operation may be called from any thread, also while the settings are being loaded again and while flushFinal()
+/// of another logger ends all logging. Only construction and destruction must not overlap with other use of the same
+/// logger. Logging reports no error to the code that logs. After POCO's logging has been shut down every operation is
+/// harmless, and out() prints the entry's text to standard output instead.
 class ZYRLOGGER_EXPORT Logger : public LogMessage::Completer, private ConfigFileListener
 {
 public:

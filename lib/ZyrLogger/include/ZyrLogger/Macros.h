@@ -14,10 +14,11 @@
 ///
 ///     ZYR_ERROR("Tank %1 holds %2 litres").arg(name()).arg(measure()).endl();
 ///
-/// The level is asked first, and while it is off, nothing of the statement is evaluated: no argument, no topic. The
-/// entry carries source file and line. Each is one statement, also where braces are left out. The text is a string
-/// literal, without u or _s, that is stored as UTF-16: nothing is allocated or counted for it. Other texts do not
-/// compile; use an argument (`%1`) or Zyr::Logger::out() for those.
+/// The level is asked first, and while it is off, nothing of the statement is evaluated: no argument, no topic. With
+/// the setting `checkRepeatedMsg` no level is off, since repeats below it are counted too. The entry carries source
+/// file and line. Each is one statement, also where braces are left out. The text is a string literal, without u or _s,
+/// that is stored as UTF-16: nothing is allocated or counted for it. Other texts do not compile; use an argument (`%1`)
+/// or Zyr::Logger::out() for those.
 ///
 /// There are these for each level; ERROR stands for all of them:
 ///
