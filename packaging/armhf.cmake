@@ -1,4 +1,4 @@
-# Debian's cross compiler for armhf, with the sysroot that script/cross-armhf makes.
+# Debian's cross compiler for armhf, with the sysroot that script/cross-armhf makes. Elsewhere only its place differs.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
@@ -11,14 +11,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-
-# The programs find the sysroot's loader and libraries by themselves. With the emulator's own way, its option -L, the
-# root directory is the sysroot's for those who open it, and what lies below is not there.
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm)
-string(CONCAT CMAKE_SHARED_LINKER_FLAGS_INIT "-Wl,--disable-new-dtags,"
-    "-rpath=${zyr_sysroot}/lib/arm-linux-gnueabihf:${zyr_sysroot}/usr/lib/arm-linux-gnueabihf")
-string(CONCAT CMAKE_EXE_LINKER_FLAGS_INIT "${CMAKE_SHARED_LINKER_FLAGS_INIT} "
-    "-Wl,--dynamic-linker=${zyr_sysroot}/lib/ld-linux-armhf.so.3")
 
 # Qt's tools run on the machine that compiles.
 set(QT_HOST_PATH /usr)
