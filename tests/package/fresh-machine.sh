@@ -12,7 +12,8 @@ shift
 cd "$(dirname "$0")/../.."
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
-mkdir "$scratch/guides"
+mkdir "$scratch/guides" "$scratch/packages"
+cp "$packages"/*.deb "$scratch/packages"
 
 # Makes a guide a script, and a file of the log lines that it shows.
 for guide; do
@@ -24,12 +25,12 @@ for guide; do
                                             if (kind == "file") print "cat >" name " <<\"END OF FILE\""
                                             if (kind == "commands") print "sleep 2 # as it takes to read on"; next }
         kind != "" && /^```$/             { if (kind == "file") print "END OF FILE"; kind = name = ""; next }
-        kind == "commands" && /^script\// { if (!/^script\/package( |$)/) exit 1; built = 1; next }
+        kind == "commands" && /^script\// { if (/^script\/package( +#.*)?$/) built++; else strange = 1; next }
         kind == "commands" || kind == "file"
-        kind == "other" && /^{/           { sub(/"timestamp":"[^"]*"/, "\"timestamp\":\"\""); print > lines }
-        END                               { exit !built }
+        kind == "other" && /^{/           { print > lines }
+        END                               { exit built != 1 || strange }
     ' "$guide" >"$scratch/guides/$(basename "$guide").sh" || {
-        echo "fresh-machine.sh: $guide does not have the packages built by script/package" >&2
+        echo "fresh-machine.sh: $guide does not have the packages, and nothing else, built by script/package" >&2
         exit 1
     }
 done
@@ -58,10 +59,11 @@ set -eux
 . "/guides/$guide.sh" >~/output
 set +x
 cat ~/output
-sed 's/"timestamp":"[^"]*"/"timestamp":""/' ~/.local/share/*.log >~/logged
-while read -r line; do
+without_time() { sed -E 's/"[0-9]{4}(-[0-9]{2}){2}T[0-9]{2}(:[0-9]{2}){2}\.[0-9]{3}[+-][0-9]{4}"/""/' "$@"; }
+without_time ~/.local/share/*.log >~/logged
+without_time "/guides/$guide.lines" | while read -r line; do
     grep -qxF "$line" ~/logged || { echo "$guide: not in a log: $line" >&2; exit 1; }
-done <"/guides/$guide.lines"
+done
 [ -z "$(missing_on_screen)" ] || { echo "$guide: not on the screen of lnav: $(missing_on_screen)" >&2; exit 1; }
 grep -q 'Zyr::Logger' ~/output || { echo "$guide: the reference was not shown" >&2; exit 1; }
 E2
@@ -78,7 +80,7 @@ for script in /guides/*.sh; do
     mkdir -p /home/user/libzyrlogger/build
     ln -s /packages /home/user/libzyrlogger/build/packages
     su - user -c "bash /follow.sh $guide"
-    apt-get purge -qq 'libzyrlogger*' >/dev/null
+    apt-get purge -qq --auto-remove 'libzyrlogger*' >/dev/null
     userdel -r user 2>/dev/null
     echo "== $guide: every command worked"
 done
@@ -86,7 +88,6 @@ E3
 
 mmdebstrap --quiet --variant=apt --aptopt='Acquire::Retries "3"' \
     --include=g++,cmake,make,pkg-config,sudo,tmux,w3m,xdg-utils \
-    --customize-hook="mkdir \"\$1/packages\" && cp \"$packages\"/*.deb \"\$1/packages\"" \
-    --customize-hook="copy-in $scratch/guides $scratch/follow.sh $scratch/users.sh /" \
+    --customize-hook="copy-in $scratch/packages $scratch/guides $scratch/follow.sh $scratch/users.sh /" \
     --customize-hook='chroot "$1" sh /users.sh' \
     "" /dev/null "$(script/apt-source)"
