@@ -18,6 +18,8 @@
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include <climits>
+#include <cstdlib>
+#include <ctime>
 #include <optional>
 #include <string>
 
@@ -172,13 +174,32 @@ bool isTimeOf(const RotationRule& rule, qint64 time)
            (!rule.weekday || remainder((time - remainder(time, day)) / day + 4, 7) == *rule.weekday);
 }
 
-/// By trying every minute of a week.
-qint64 firstTimeAfter(const RotationRule& rule, qint64 time)
+/// By trying every minute of a week. What a shift skips of the day comes with it, but no further minute of an hour.
+template <typename OffsetAt>
+qint64 firstTimeAfter(const RotationRule& rule, qint64 time, OffsetAt offsetAt)
 {
-    qint64 next = time - remainder(time, minute) + minute;
-    while (!isTimeOf(rule, next))
+    qint64 next = time - remainder(time, minute);
+    qint64 offset = offsetAt(next);
+    for (;;) {
         next += minute;
-    return next;
+        const qint64 before = offset;
+        if (remainder(next, hour) == 0) // the only minute of a shift
+            offset = offsetAt(next);
+        if (isTimeOf(rule, next + offset))
+            return next;
+        for (qint64 skipped = next + before; rule.hour && skipped < next + offset; skipped += minute) {
+            if (isTimeOf(rule, skipped))
+                return next;
+        }
+    }
+}
+
+qint64 localOffset(qint64 time)
+{
+    const std::time_t second = time;
+    std::tm fields;
+    check(::localtime_r(&second, &fields), "The zone is known");
+    return fields.tm_gmtoff;
 }
 
 void checkTimes(const RotationRule& rule, FuzzedDataProvider& input)
@@ -186,12 +207,14 @@ void checkTimes(const RotationRule& rule, FuzzedDataProvider& input)
     constexpr qint64 farthest = 8'000'000'000; // in the years 1716 and 2223
     const auto after = input.ConsumeIntegralInRange<qint64>(-farthest, farthest);
     if (rule.kind == RotationRule::Kind::TimeOfDay) {
-        const qint64 found = Zyr::firstReached(rule, false, seconds(after)).count();
-        check(found == firstTimeAfter(rule, after), "The next time of day is the first that the rule names",
-              QByteArray::number(after) + " -> " + QByteArray::number(found));
-        const qint64 local = Zyr::firstReached(rule, true, seconds(after)).count();
-        check(local > after && local <= after + 9 * day, "A time of day comes within a week, and two days for shifts",
-              QByteArray::number(after) + " -> " + QByteArray::number(local));
+        for (const bool local : {false, true}) {
+            const qint64 found = Zyr::firstReached(rule, local, seconds(after)).count();
+            const qint64 expected = local ? firstTimeAfter(rule, after, localOffset)
+                                          : firstTimeAfter(rule, after, [](qint64) { return 0; });
+            check(found == expected, "The next time of day is the first that the rule names",
+                  QByteArray::number(after) + (local ? " local -> " : " UTC -> ") + QByteArray::number(found) +
+                      ", expected " + QByteArray::number(expected));
+        }
     }
 
     // Any times, as a wrong clock gives them.
@@ -214,6 +237,12 @@ void checkTimes(const RotationRule& rule, FuzzedDataProvider& input)
 }
 
 } // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1); // with shifts, and wherever this runs
+    return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
