@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <random>
 #include <thread>
 
@@ -66,6 +67,39 @@ private:
     int pipe = -1;
 };
 
+/// Takes all addresses of the process but a hole, as long as it lives.
+class FullAddressSpace
+{
+public:
+    static constexpr std::size_t hole = 4 << 20;
+
+    FullAddressSpace()
+    {
+        void* const spare = take(hole);
+        taken.reserve(5'000);
+        for (std::size_t size = SIZE_MAX / 4 + 1; size >= 64 * 1024 && taken.size() < taken.capacity();) {
+            if (void* const place = take(size); place != MAP_FAILED)
+                taken.emplace_back(place, size);
+            else
+                size /= 2;
+        }
+        ::munmap(spare, hole);
+    }
+    ~FullAddressSpace()
+    {
+        for (const auto& [place, size] : taken)
+            ::munmap(place, size);
+    }
+
+private:
+    static void* take(std::size_t size)
+    {
+        return ::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    }
+
+    std::vector<std::pair<void*, std::size_t>> taken;
+};
+
 class tst_LogWriter : public QObject
 {
     Q_OBJECT
@@ -92,43 +126,97 @@ private Q_SLOTS:
     {
         if (isSanitized)
             QSKIP("Sanitizers need address space of their own.");
-        constexpr std::size_t hole = 4 << 20;
-        constexpr int lines = 20'000; // five times that
+        constexpr int lines = 20'000;
         const Pipe pipe;
         QVERIFY(pipe.isThere());
+        const std::string line(1023, 'x'); // so that all of them have five times the space
         pipe.writer->setLimits({Zyr::LogWriter::mostBound, Zyr::LogWriter::Overflow::Wait});
-        const std::string line(1023, 'x');
         pipe.writer->push(line);
         QVERIFY(pipe.read(line.size() + 1));
+        std::optional<FullAddressSpace> full;
         std::atomic<bool> begun = false;
         std::thread logs([&] {
             begun.wait(false);
             for (int i = 0; i < lines; ++i)
                 pipe.writer->push(line);
         });
-
-        const auto take = [](std::size_t size) {
-            return ::mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-        };
-        void* const spare = take(hole);
-        std::vector<std::pair<void*, std::size_t>> taken;
-        taken.reserve(5'000);
-        for (std::size_t size = SIZE_MAX / 4 + 1; size >= 64 * 1024 && taken.size() < taken.capacity();) {
-            if (void* const place = take(size); place != MAP_FAILED)
-                taken.emplace_back(place, size);
-            else
-                size /= 2;
-        }
-        ::munmap(spare, hole);
+        full.emplace();
         begun = true;
         begun.notify_one();
         std::this_thread::sleep_for(500ms); // until the memory is full, and longer
         const bool all = pipe.read(lines * (line.size() + 1));
-        for (const auto& [place, size] : taken)
-            ::munmap(place, size);
+        full.reset();
         logs.join();
-        QVERIFY(taken.size() < taken.capacity()); // nothing else was left
         QVERIFY2(all, "lines are missing");
+    }
+
+    /// Lines lost because others have the memory just now, or give it back only after those who wait were told.
+    void takesTurnsWithMemory()
+    {
+        if (isSanitized)
+            QSKIP("Sanitizers need address space of their own.");
+        const QTemporaryDir directory;
+        Zyr::FileSettings settings;
+        settings.path = directory.filePath(u"log"_s).toStdString();
+        const auto writer = std::make_shared<Zyr::LogWriter>();
+        writer->configure(settings);
+        writer->setLimits({Zyr::LogWriter::mostBound, Zyr::LogWriter::Overflow::Wait});
+        writer->push("the worker's thread");
+        const std::string line(FullAddressSpace::hole / 5 * 3, 'x'); // one at a time
+        std::optional<FullAddressSpace> full;
+        std::atomic<bool> begun = false;
+        std::vector<std::thread> logs;
+        for (int i = 0; i < 3; ++i) {
+            logs.emplace_back([&] {
+                begun.wait(false);
+                for (int j = 0; j < 10; ++j)
+                    writer->push(line);
+            });
+        }
+        full.emplace();
+        begun = true;
+        begun.notify_all();
+        for (std::thread& each : logs)
+            each.join();
+        full.reset();
+        writer->finish();
+        QCOMPARE(QFileInfo(directory.filePath(u"log"_s)).size(), 20 + 30 * qint64(line.size() + 1));
+    }
+
+    /// A caller that waits as long as others log.
+    void givesMemoryUp()
+    {
+        if (isSanitized)
+            QSKIP("Sanitizers need address space of their own.");
+        const Pipe pipe;
+        QVERIFY(pipe.isThere());
+        pipe.writer->setLimits({Zyr::LogWriter::mostBound, Zyr::LogWriter::Overflow::Wait});
+        const std::string small(100, 'x'), large(2 * FullAddressSpace::hole, 'x');
+        std::atomic<bool> ends = false, isBack = false;
+        std::thread logs([&] {
+            while (!ends)
+                pipe.writer->push(small);
+        });
+        std::thread reads([&] {
+            while (!ends && pipe.read(64 * 1024)) {
+            }
+        });
+        std::atomic<bool> begun = false;
+        std::thread waits([&] {
+            begun.wait(false);
+            pipe.writer->push(large);
+            isBack = true;
+        });
+        QTest::qWait(100);
+        std::optional<FullAddressSpace> full(std::in_place);
+        begun = true;
+        begun.notify_one();
+        const bool gaveUp = QTest::qWaitFor([&] { return isBack.load(); }, 10'000);
+        full.reset();
+        ends = true;
+        for (std::thread* const each : {&logs, &reads, &waits})
+            each->join();
+        QVERIFY(gaveUp);
     }
 
     /// Sizes and places of 32 bits: no line, one in the middle of the file, or a limit that is never reached.

@@ -61,7 +61,7 @@ std::size_t LineQueue::chunkBytes(std::string_view line) const noexcept
 bool LineQueue::mayGrow(std::size_t bytes) noexcept
 {
     trim(); // they are of the wrong size
-    return held + bytes <= most || (isEmpty() && announced == 0);
+    return held + bytes <= most || !isUsed();
 }
 
 bool LineQueue::add(LineChunk* chunk, std::size_t bytes, std::string_view line) noexcept

@@ -53,6 +53,8 @@ public:
     std::size_t bound() const noexcept { return most; }
 
     bool isEmpty() const noexcept { return size() == 0; }
+    /// Whether there are lines, or a chunk for one has been announced.
+    bool isUsed() const noexcept { return !isEmpty() || announced > 0; }
     /// Those that are just being copied included.
     std::size_t size() const noexcept { return closedLines + (closed ? 0 : filling.lines()); }
     /// Whether they take the better part of the memory of a usual write, or of the bound.

@@ -61,6 +61,7 @@ LogWriter::Lock LogWriter::lockSoon()
 void LogWriter::pushLocked(std::string_view line)
 {
     Lock lock = lockSoon();
+    std::optional<Clock::time_point> memoryBy; // is waited for
     for (;;) {
         if (abandoned)
             return lose(stuckReason());
@@ -78,6 +79,7 @@ void LogWriter::pushLocked(std::string_view line)
         const char* reason = "the queue is full";
         const std::size_t bytes = queue.chunkBytes(line);
         if (queue.mayGrow(bytes)) {
+            const bool othersHadSome = queue.isUsed();
             queue.announce(bytes);
             const bool fillsUp = !queue.isEmpty(); // so that all of it will be needed
             LineChunk* const freed = queue.takeFreed();
@@ -91,9 +93,14 @@ void LogWriter::pushLocked(std::string_view line)
             }
             if (queue.add(chunk, bytes, line))
                 return wake(lock);
-            if (queue.isEmpty() && fillsUp)
-                continue; // what was written meanwhile has given memory back
-            mayWait = mayWait && !queue.isEmpty();
+            // Lines of others give memory back when they are written; but others may take it again and again.
+            const auto now = Clock::now();
+            if (!memoryBy)
+                memoryBy = now + patienceWhenFull;
+            const bool othersHaveSome = queue.isUsed();
+            mayWait = mayWait && (othersHaveSome || othersHadSome) && now < *memoryBy;
+            if (mayWait && !othersHaveSome)
+                continue; // it was given back meanwhile
             reason = std::strerror(ENOMEM);
         }
         if (!mayWait) {

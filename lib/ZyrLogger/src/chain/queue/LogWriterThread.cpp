@@ -183,7 +183,11 @@ void LogWriter::writeLoss(Lock& lock)
 /// What a write that failed or not means for those who wait.
 void LogWriter::settle(const std::error_code& error, Lock& lock)
 {
-    LineChunk* const freed = queue.takeFreed();
+    if (LineChunk* const freed = queue.takeFreed()) { // before those are told who wait for memory
+        lock.unlock();
+        LineChunk::unmap(freed);
+        lock.lock();
+    }
     const auto now = Clock::now();
     bool report = false;
     if (!error) {
@@ -202,13 +206,11 @@ void LogWriter::settle(const std::error_code& error, Lock& lock)
     }
     if (waiting > 0)
         progress.notify_all();
-    if (!freed && !report)
+    if (!report)
         return;
     const std::string path = settings.path;
     lock.unlock();
-    LineChunk::unmap(freed);
-    if (report)
-        reportLogProblem(path, u"cannot be written, records wait: "_s + QString::fromStdString(error.message()));
+    reportLogProblem(path, u"cannot be written, records wait: "_s + QString::fromStdString(error.message()));
     lock.lock();
 }
 
