@@ -8,6 +8,7 @@ build=$(cd "$1" && pwd)
 cd "$(dirname "$0")/.."
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
+trap 'exit 130' INT TERM
 failed=0
 
 cat >"$scratch/fragments.cpp" <<'END'
@@ -30,7 +31,8 @@ awk -v names="$names" -v to="$scratch/" '
     }
     inside && /^#include/ { whole = 1 }
     inside { block = block $0 "\n" }
-    /^```cpp$/ { inside = 1; whole = 0; block = ""; start = FNR + 1 }' README.md doc/*.md
+    /^```cpp$/ { inside = 1; whole = 0; block = ""; start = FNR + 1 }
+    END { exit blocks == 0 }' README.md doc/*.md
 
 # shellcheck disable=SC2046 # the flags are words
 for source in "$scratch"/*.cpp; do

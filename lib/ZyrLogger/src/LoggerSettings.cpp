@@ -147,7 +147,8 @@ Logger::LoadOutcome Logger::applySettings(QSettings& settings, bool& settingsCha
     auto formatter = state->link(patternFormatter, [] { return new LineFormatter; });
     const bool formatted = formatter && applyFormat(*formatter, group);
     const bool queued = applyQueue(group);
-    group.reportUnknown();
+    if (!state->isChainGone()) // which keeps keys from being read
+        group.reportUnknown();
     const bool complete = completeChain(level);
     settingsChanged = keysAdded;
     return formatted && queued && complete ? LoadOutcome::Applied : LoadOutcome::ValueRefused;
