@@ -34,6 +34,9 @@ constexpr qint64 minute = 60;
 constexpr qint64 hour = 60 * minute;
 constexpr qint64 day = 24 * hour;
 
+constexpr auto zone = "CET-1CEST,M3.5.0,M10.5.0/3";
+constexpr qint64 shifts[] = {1'774'746'000, 1'792'890'000}; // of this zone in 2026, to summer time and back
+
 const std::string* const names[] = {
     &FileChannel::PROP_PATH,  &FileChannel::PROP_ROTATION,   &FileChannel::PROP_ARCHIVE,
     &FileChannel::PROP_TIMES, &FileChannel::PROP_COMPRESS,   &FileChannel::PROP_PURGEAGE,
@@ -202,19 +205,25 @@ qint64 localOffset(qint64 time)
     return fields.tm_gmtoff;
 }
 
+void checkTimeOfDay(const RotationRule& rule, bool local, qint64 after)
+{
+    const qint64 found = Zyr::firstReached(rule, local, seconds(after)).count();
+    const qint64 expected =
+        local ? firstTimeAfter(rule, after, localOffset) : firstTimeAfter(rule, after, [](qint64) { return 0; });
+    check(found == expected, "The next time of day is the first that the rule names",
+          QByteArray::number(after) + (local ? " local -> " : " UTC -> ") + QByteArray::number(found) + ", expected " +
+              QByteArray::number(expected));
+}
+
 void checkTimes(const RotationRule& rule, FuzzedDataProvider& input)
 {
     constexpr qint64 farthest = 8'000'000'000; // in the years 1716 and 2223
     const auto after = input.ConsumeIntegralInRange<qint64>(-farthest, farthest);
     if (rule.kind == RotationRule::Kind::TimeOfDay) {
-        for (const bool local : {false, true}) {
-            const qint64 found = Zyr::firstReached(rule, local, seconds(after)).count();
-            const qint64 expected = local ? firstTimeAfter(rule, after, localOffset)
-                                          : firstTimeAfter(rule, after, [](qint64) { return 0; });
-            check(found == expected, "The next time of day is the first that the rule names",
-                  QByteArray::number(after) + (local ? " local -> " : " UTC -> ") + QByteArray::number(found) +
-                      ", expected " + QByteArray::number(expected));
-        }
+        checkTimeOfDay(rule, false, after);
+        checkTimeOfDay(rule, true, after);
+        for (const qint64 shift : shifts) // since few times of all are near one
+            checkTimeOfDay(rule, true, shift - 8 * day + remainder(after, 9 * day));
     }
 
     // Any times, as a wrong clock gives them.
@@ -240,7 +249,8 @@ void checkTimes(const RotationRule& rule, FuzzedDataProvider& input)
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    ::setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1); // with shifts, and wherever this runs
+    ::setenv("TZ", zone, 1);
+    ::tzset();
     return 0;
 }
 
