@@ -71,9 +71,10 @@ bool isRightInPoco(const std::string& pattern, const std::string& names, const R
     const bool asciiNames = std::all_of(names.begin(), names.end(), isAscii);
     for (std::size_t at = 0; (at = pattern.find('%', at)) != pattern.npos; at += 2) {
         const char letter = at + 1 < pattern.size() ? pattern[at + 1] : '\0';
-        if (letter == '%')
+        if (letter == '%') // see checkOwn()
             return false;
-        if (letter == 'E') // before the epoch it is one too many
+        // Of a part of a second before the epoch it is one too many.
+        if (letter == 'E' && record.message.getTime().epochMicroseconds() < 0)
             return false;
         if (letter == 'q' && !asciiNames) // half a character
             return false;
@@ -123,6 +124,22 @@ void checkLikePoco(const std::string& line, PatternFormatter& stock, const Poco:
     }
 }
 
+/// The second of a time, also before the epoch.
+std::int64_t secondOf(std::int64_t time)
+{
+    return time / second - (time % second < 0 ? 1 : 0);
+}
+
+/// What POCO gets wrong.
+void checkOwn(const Poco::Message& message)
+{
+    Zyr::LineFormatter formatter;
+    formatter.setProperty("pattern", "%%s %E%%");
+    checkEqual(bytes(format(formatter, message)),
+               "kept %s " + QByteArray::number(qint64(secondOf(message.getTime().epochMicroseconds()))) + '%',
+               "A percent sign is one, and the epoch's seconds are those begun");
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
@@ -166,9 +183,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             check(line.find_first_of("\r\n") == line.npos, "No line break that nobody asked for", bytes(line));
         if (isRightInPoco(pattern, names, record))
             checkLikePoco(line, stock, record.message);
+        checkOwn(record.message);
         // A record of the same second.
         const std::int64_t time = record.message.getTime().epochMicroseconds();
-        record.message.setTime(time - time % second);
+        record.message.setTime(std::max(secondOf(time), INT64_MIN / second) * second);
         Zyr::LineFormatter fresh;
         fresh.setProperty("pattern", pattern);
         fresh.setProperty("times", times);
