@@ -20,12 +20,17 @@ namespace {
 constinit std::string_view confinedTo;
 constinit std::atomic<bool> confined = false;
 
+bool isAtOrBelow(std::string_view path, std::string_view directory)
+{
+    return path.starts_with(directory) && (path.size() == directory.size() || path[directory.size()] == '/');
+}
+
 bool isInside(std::string_view path)
 {
     if (path.starts_with("../") || path.ends_with("/..") || path.find("/../") != path.npos)
         return false;
     // What is named as if it were below /dev/null is no file and cannot become one.
-    return !path.starts_with('/') || path.starts_with(confinedTo) || path.starts_with("/dev/null");
+    return !path.starts_with('/') || isAtOrBelow(path, confinedTo) || isAtOrBelow(path, "/dev/null");
 }
 
 void checkPlace(const char* path)
@@ -116,6 +121,22 @@ int renameat2(int fromDirectory, const char* from, int toDirectory, const char* 
     checkPlace(from);
     checkPlace(to);
     return int(::syscall(SYS_renameat2, fromDirectory, from, toDirectory, to, flags));
+}
+
+int link(const char* from, const char* to) noexcept
+{
+    checkPlace(from); // which could be written by its new name
+    checkPlace(to);
+    return int(::syscall(SYS_linkat, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+
+int linkat(int fromDirectory, const char* from, int toDirectory, const char* to, int flags) noexcept
+{
+    // A file that was opened without a name gets one from its descriptor.
+    if (!std::string_view(from).starts_with("/proc/self/fd/"))
+        checkPlace(from);
+    checkPlace(to);
+    return int(::syscall(SYS_linkat, fromDirectory, from, toDirectory, to, flags));
 }
 
 int unlink(const char* path) noexcept
