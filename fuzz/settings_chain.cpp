@@ -9,6 +9,7 @@
 #include "SettingsText.h"
 
 #include <ZyrLogger/Logger.h>
+#include <ZyrTools/Misc.h>
 
 #include <QtCore/QCryptographicHash>
 #include <QtCore/QDir>
@@ -67,7 +68,8 @@ bool hasHarmlessPath(const Zyr::SettingsMap& values)
     const auto path = values.constFind(u"LoggerFileChannel/path"_s);
     if (path == values.cend())
         return true;
-    const QString text = path->typeId() == QMetaType::QString ? path->toString() : u"/"_s;
+    const QVariant joined = Zyr::Misc::settingsText(*path); // as the logger does
+    const QString text = joined.typeId() == QMetaType::QString ? joined.toString() : u"/"_s;
     return text.size() < 60 && !text.startsWith(u'/') && !text.contains(u".."_s) && !text.contains(QChar(0));
 }
 
@@ -103,7 +105,7 @@ void checkRecovery(Zyr::Logger& logger, const Scratch& scratch, const QString& t
     check(logger.getLogFilePath() == QFile::decodeName(scratch.path(name)), "A good file takes effect");
     logger.out(Zyr::Info, text).endl();
     const QByteArray line = "info " + text.toUtf8() + '\n';
-    const auto limit = std::chrono::steady_clock::now() + 5s;
+    const auto limit = std::chrono::steady_clock::now() + 30s; // since other programs may want the processors as well
     QByteArray written;
     while (!(written = scratch.read(name)).endsWith(line) && std::chrono::steady_clock::now() < limit)
         std::this_thread::sleep_for(50us);
