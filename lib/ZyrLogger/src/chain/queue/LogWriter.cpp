@@ -79,7 +79,7 @@ void LogWriter::pushLocked(std::string_view line)
         const char* reason = "the queue is full";
         const std::size_t bytes = queue.chunkBytes(line);
         if (queue.mayGrow(bytes)) {
-            const bool othersHadSome = queue.isUsed();
+            const bool othersHadSome = queue.isUsed() || givingBack > 0;
             queue.announce(bytes);
             const bool fillsUp = !queue.isEmpty(); // so that all of it will be needed
             LineChunk* const freed = queue.takeFreed();
@@ -97,7 +97,7 @@ void LogWriter::pushLocked(std::string_view line)
             const auto now = Clock::now();
             if (!memoryBy)
                 memoryBy = now + patienceWhenFull;
-            const bool othersHaveSome = queue.isUsed();
+            const bool othersHaveSome = queue.isUsed() || givingBack > 0;
             mayWait = mayWait && (othersHaveSome || othersHadSome) && now < *memoryBy;
             if (mayWait && !othersHaveSome)
                 continue; // it was given back meanwhile
@@ -246,10 +246,22 @@ void LogWriter::setLimits(const Limits& wanted)
     Lock lock(gate);
     queue.setBound(wanted.bytes);
     overflow = wanted.overflow;
-    LineChunk* const freed = queue.takeFreed();
+    giveBackMemory(lock);
     progress.notify_all();
+}
+
+/// The chunks that are no longer needed. False when there are none; else the lock was released meanwhile.
+bool LogWriter::giveBackMemory(Lock& lock)
+{
+    LineChunk* const freed = queue.takeFreed();
+    if (!freed)
+        return false;
+    ++givingBack;
     lock.unlock();
     LineChunk::unmap(freed);
+    lock.lock();
+    --givingBack;
+    return true;
 }
 
 void LogWriter::setLineLimit(std::size_t lines)

@@ -101,6 +101,7 @@ private:
     void request(Lock& lock);
     void start(Lock& lock);
     void drain(Lock& lock);
+    bool giveBackMemory(Lock& lock);
     void giveUp(Lock& lock);
 
     // On the worker thread.
@@ -128,6 +129,7 @@ private:
     std::condition_variable progress; ///< for those who wait for it
     unsigned waiting = 0;
     unsigned wantingRoom = 0; ///< of those, to queue a line
+    unsigned givingBack = 0;  ///< memory, just now
 
     LineQueue queue{Limits().bytes};
     Overflow overflow = Limits().overflow;

@@ -183,11 +183,7 @@ void LogWriter::writeLoss(Lock& lock)
 /// What a write that failed or not means for those who wait.
 void LogWriter::settle(const std::error_code& error, Lock& lock)
 {
-    if (LineChunk* const freed = queue.takeFreed()) { // before those are told who wait for memory
-        lock.unlock();
-        LineChunk::unmap(freed);
-        lock.lock();
-    }
+    giveBackMemory(lock); // before those are told who wait for it
     const auto now = Clock::now();
     bool report = false;
     if (!error) {
@@ -269,13 +265,8 @@ void LogWriter::rest(Lock& lock, std::optional<Clock::time_point> until)
 {
     if (queue.isEmpty()) {
         queue.trim();
-        if (LineChunk* const freed = queue.takeFreed()) {
-            lock.unlock();
-            LineChunk::unmap(freed);
-            lock.lock();
-            if (!mayRest())
-                return;
-        }
+        if (giveBackMemory(lock) && !mayRest())
+            return;
     }
     if (until)
         work.wait_until(lock, *until);
