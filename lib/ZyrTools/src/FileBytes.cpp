@@ -1,6 +1,8 @@
 #include "FileBytes.h"
 
-#include "Descriptor.h"
+#include "system/Descriptor.h"
+#include "system/Retry.h"
+#include "system/TrustedPath.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -48,18 +50,30 @@ QString errorText(int error)
 bool writeAll(int file, const QByteArray& bytes)
 {
     for (qsizetype written = 0; written < bytes.size();) {
-        const ssize_t count = ::write(file, bytes.constData() + written, size_t(bytes.size() - written));
-        if (count < 0 && errno != EINTR)
+        const ssize_t count =
+            retried([&] { return ::write(file, bytes.constData() + written, size_t(bytes.size() - written)); });
+        if (count < 0)
             return false;
-        written += qMax<ssize_t>(count, 0);
+        written += count;
     }
     return true;
 }
 
 FileBytes readFile(const QByteArray& path)
 {
+    TrustedPath place;
+    if (const std::error_code error = place.find(path.constData())) {
+        if (error.category() != std::system_category())
+            return unreadable(QString::fromStdString(error.message()));
+        errno = error.value();
+        return readFile(Descriptor());
+    }
     // Not blocking, so that a FIFO under that name does not stop the caller.
-    const Descriptor file(::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    return readFile(Descriptor(place.open(O_RDONLY | O_NONBLOCK | O_NOCTTY)));
+}
+
+FileBytes readFile(const Descriptor& file)
+{
     if (!file)
         return errno == ENOENT || errno == ENOTDIR ? FileBytes{} : unreadable(errno);
     struct stat status = {};
@@ -71,11 +85,9 @@ FileBytes readFile(const QByteArray& path)
     FileBytes result{FileBytes::State::Read, {}, FileStamp::of(status), {}};
     char block[4096];
     for (;;) {
-        const ssize_t count = ::read(file.get(), block, sizeof block);
+        const ssize_t count = retried([&] { return ::read(file.get(), block, sizeof block); });
         if (count == 0)
             return result;
-        if (count < 0 && errno == EINTR)
-            continue;
         if (count < 0)
             return unreadable(errno);
         result.bytes.append(block, count);

@@ -7,6 +7,8 @@ struct stat;
 
 namespace Zyr {
 
+class Descriptor;
+
 /// Which file it was and when it was last touched.
 struct FileStamp
 {
@@ -31,8 +33,12 @@ struct FileBytes
     bool shortage = false; ///< unreadable for want of descriptors or memory, so perhaps not for long
 };
 
-/// Reads a regular file. Anything else under that path, and a file too large for settings, is unreadable.
+/// Reads a regular file. Anything else under that path, a file too large for settings, and one behind a link of another
+/// user are unreadable.
 FileBytes readFile(const QByteArray& path);
+
+/// The same of what was opened, or errno tells why it was not.
+FileBytes readFile(const Descriptor& file);
 
 /// Writes all of `bytes`; otherwise errno tells why not.
 bool writeAll(int file, const QByteArray& bytes);

@@ -1,6 +1,8 @@
 #include "FileSave.h"
 
-#include "Descriptor.h"
+#include "system/Descriptor.h"
+#include "system/Retry.h"
+#include "system/TrustedPath.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -9,10 +11,8 @@
 
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <cstdio>
-#include <tuple>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -21,7 +21,6 @@ namespace Zyr {
 
 namespace {
 
-constexpr int longestLinkChain = 40;
 constexpr mode_t writeBits = S_IWUSR | S_IWGRP | S_IWOTH;
 
 /// A file found under a name. Without content it could not be read, or somebody has it open for writing.
@@ -40,58 +39,102 @@ struct Found
 };
 
 /// A lease for reading is refused while somebody has the file open for writing.
-bool isOpenForWriting(const QByteArray& path)
+bool isOpenForWriting(const Descriptor& file)
 {
-    const Descriptor file(::open(path.constData(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
     // Whoever opens the file during the lease has us sent a signal: one that is ignored unless handled.
-    if (!file || ::fcntl(file.get(), F_SETSIG, SIGURG) != 0)
+    if (::fcntl(file.get(), F_SETSIG, SIGURG) != 0)
         return false;
-    if (::fcntl(file.get(), F_SETLEASE, F_RDLCK) != 0)
+    if (retried([&] { return ::fcntl(file.get(), F_SETLEASE, F_RDLCK); }) != 0)
         return errno == EAGAIN;
     ::fcntl(file.get(), F_SETLEASE, F_UNLCK);
     return false;
 }
 
-Found find(const QByteArray& path)
+/// A directory and the calls on names in it.
+class Folder
 {
-    Found found;
-    if (::lstat(path.constData(), &found.status) != 0 || !S_ISREG(found.status.st_mode))
+public:
+    explicit Folder(const TrustedPath& place)
+        : directory(place.directory())
+    {
+    }
+
+    Descriptor open(const QByteArray& name, int flags, mode_t mode = 0) const
+    {
+        const int all = flags | O_CLOEXEC | O_NOFOLLOW;
+        return Descriptor(retried([&] { return ::openat(directory, name.constData(), all, mode); }));
+    }
+
+    Found find(const QByteArray& name) const
+    {
+        Found found;
+        if (status(name, found.status) != 0 || !S_ISREG(found.status.st_mode))
+            return found;
+        const Descriptor file = open(name, O_RDONLY | O_NONBLOCK);
+        if (!file || isOpenForWriting(file))
+            return found;
+        const FileBytes content = readFile(file);
+        if (content.state == FileBytes::State::Read)
+            found.bytes = content.bytes;
         return found;
-    if (isOpenForWriting(path))
-        return found;
-    const FileBytes content = readFile(path);
-    if (content.state == FileBytes::State::Read)
-        found.bytes = content.bytes;
-    return found;
-}
+    }
+
+    int status(const QByteArray& name, struct stat& found) const
+    {
+        return retried([&] { return ::fstatat(directory, name.constData(), &found, AT_SYMLINK_NOFOLLOW); });
+    }
+    bool mayAccess(const QByteArray& name, int how) const
+    {
+        return ::faccessat(directory, name.constData(), how, AT_EACCESS) == 0;
+    }
+    void remove(const QByteArray& name) const
+    {
+        retried([&] { return ::unlinkat(directory, name.constData(), 0); });
+    }
+    bool link(const QByteArray& name, const QByteArray& other) const
+    {
+        return retried([&] { return ::linkat(directory, name.constData(), directory, other.constData(), 0); }) == 0;
+    }
+    bool rename(const QByteArray& from, const QByteArray& to, unsigned flags = 0) const
+    {
+        return retried([&] { return ::renameat2(directory, from.constData(), directory, to.constData(), flags); }) == 0;
+    }
+
+private:
+    const int directory;
+};
 
 /// Files that carry an access control list lose it in a copy unless it is carried over.
-bool copyAccessList(const QByteArray& from, int to)
+bool copyAccessList(const Descriptor& from, int to)
 {
     constexpr auto name = "system.posix_acl_access";
     char list[4096];
-    const ssize_t size = ::getxattr(from.constData(), name, list, sizeof list);
+    const ssize_t size = ::fgetxattr(from.get(), name, list, sizeof list);
     return size < 0 ? errno == ENODATA || errno == ENOTSUP : ::fsetxattr(to, name, list, size_t(size), 0) == 0;
 }
 
-/// A hidden file beside another one, there until it is renamed or removed.
+/// A hidden file in a folder, there until it is renamed or removed.
 class Neighbour
 {
 public:
-    Neighbour(const QByteArray& directory, mode_t mode)
+    Neighbour(const Folder& itsFolder, mode_t mode)
+        : folder(itsFolder)
     {
         static std::atomic<unsigned> last = 0;
         do {
-            name = directory + "/.settings-" + QByteArray::number(::getpid()) + '-' + QByteArray::number(++last);
-            file = Descriptor(::open(name.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
+            name = ".settings-" + QByteArray::number(::getpid()) + '-' + QByteArray::number(++last);
+            file = folder.open(name, O_WRONLY | O_CREAT | O_EXCL, mode);
         } while (!file && errno == EEXIST);
     }
-    ~Neighbour() { ::unlink(name.constData()); }
+    ~Neighbour() { folder.remove(name); }
     Neighbour(const Neighbour&) = delete;
     Neighbour& operator=(const Neighbour&) = delete;
 
     QByteArray name;
     Descriptor file;
+
+private:
+    const Folder& folder;
 };
 
 bool isUnsupported(int error)
@@ -99,36 +142,31 @@ bool isUnsupported(int error)
     return error == EINVAL || error == ENOSYS;
 }
 
-bool renameWith(const QByteArray& from, const QByteArray& to, unsigned flags)
+/// Puts `mine` in the place of `name`, where `known` should be. Exchanging brings out what really was there; when that
+/// is not what was expected, it is somebody's save and newer than what has just been put in its place, so it goes back,
+/// and the same question is asked of what comes out then. What is expected and comes out is out of date and may go.
+bool replace(const Folder& folder, const QByteArray& name, Found known, const QByteArray& mine)
 {
-    return ::renameat2(AT_FDCWD, from.constData(), AT_FDCWD, to.constData(), flags) == 0;
-}
-
-/// Puts `mine` at `path`, where `known` should be. Exchanging brings out what really was there; when that is not what
-/// was expected, it is somebody's save and newer than what has just been put in its place, so it goes back, and the
-/// same question is asked of what comes out then. What is expected and comes out is out of date and may go.
-bool replace(const QByteArray& path, Found known, const QByteArray& neighbour)
-{
-    Found inserted = find(neighbour);
-    if (!renameWith(neighbour, path, RENAME_EXCHANGE))
+    Found inserted = folder.find(mine);
+    if (!folder.rename(mine, name, RENAME_EXCHANGE))
         return false; // a file system without exchange gives no way to be sure of not going over a save
     for (bool mineStands = true;; mineStands = false) {
-        const Found out = find(neighbour);
+        const Found out = folder.find(mine);
         if (out.isStill(known))
             return mineStands;
-        if (!renameWith(neighbour, path, RENAME_EXCHANGE)) {
+        if (!folder.rename(mine, name, RENAME_EXCHANGE)) {
             // Deleted since, so what was saved before that goes too; a save that only could not be exchanged is kept.
             if (errno != ENOENT)
-                std::ignore = ::rename(neighbour.constData(), path.constData());
+                folder.rename(mine, name);
             return false;
         }
         known = std::exchange(inserted, out);
     }
 }
 
-bool saveExisting(const QByteArray& path, const FileBytes& loaded, Neighbour& neighbour)
+bool saveExisting(const Folder& folder, const QByteArray& name, const FileBytes& loaded, Neighbour& neighbour)
 {
-    const Found known = find(path);
+    const Found known = folder.find(name);
     if (!known.bytes || *known.bytes != loaded.bytes)
         return false;
     const int file = neighbour.file.get();
@@ -138,71 +176,56 @@ bool saveExisting(const QByteArray& path, const FileBytes& loaded, Neighbour& ne
     const bool sameOwner = status.st_uid == known.status.st_uid && status.st_gid == known.status.st_gid;
     if (!sameOwner && ::fchown(file, known.status.st_uid, known.status.st_gid) != 0)
         return false;
-    if (::fchmod(file, known.status.st_mode & 07777) != 0 || !copyAccessList(path, file))
+    if (::fchmod(file, known.status.st_mode & 07777) != 0 ||
+        !copyAccessList(folder.open(name, O_RDONLY | O_NONBLOCK), file))
         return false;
     neighbour.file = Descriptor(); // an open one would count as a writer
-    return replace(path, known, neighbour.name);
+    return replace(folder, name, known, neighbour.name);
 }
 
-bool saveMissing(const QByteArray& path, Neighbour& neighbour)
+bool saveMissing(const Folder& folder, const QByteArray& name, const Neighbour& neighbour)
 {
-    if (renameWith(neighbour.name, path, RENAME_NOREPLACE))
+    if (folder.rename(neighbour.name, name, RENAME_NOREPLACE))
         return true;
-    return isUnsupported(errno) && ::link(neighbour.name.constData(), path.constData()) == 0;
+    return isUnsupported(errno) && folder.link(neighbour.name, name);
 }
 
 } // namespace
 
-QByteArray directoryOf(const QByteArray& path)
+bool maySave(const TrustedPath& place)
 {
-    const qsizetype slash = path.lastIndexOf('/');
-    return slash > 0 ? path.first(slash) : QByteArray("/");
-}
-
-QByteArray followLinks(const QByteArray& path)
-{
-    QByteArray result = path;
-    for (int links = 0; links < longestLinkChain; ++links) {
-        char target[PATH_MAX];
-        const ssize_t length = ::readlink(result.constData(), target, sizeof target);
-        if (length <= 0)
-            break;
-        const QByteArray next(target, length);
-        result = next.startsWith('/') ? next : directoryOf(result) + '/' + next;
-    }
-    return result;
-}
-
-bool maySave(const QByteArray& path)
-{
-    if (::faccessat(AT_FDCWD, directoryOf(path).constData(), W_OK | X_OK, AT_EACCESS) != 0)
+    const Folder folder(place);
+    if (!folder.mayAccess(".", W_OK | X_OK))
         return false;
     struct stat status = {};
-    if (::lstat(path.constData(), &status) != 0)
+    if (folder.status(place.name(), status) != 0)
         return errno == ENOENT;
     const bool ownerCanBeKept = status.st_uid == ::geteuid() || ::geteuid() == 0;
     return S_ISREG(status.st_mode) && status.st_nlink == 1 && ownerCanBeKept && (status.st_mode & writeBits) != 0 &&
-           ::faccessat(AT_FDCWD, path.constData(), W_OK, AT_EACCESS) == 0;
+           folder.mayAccess(place.name(), W_OK);
 }
 
-std::optional<FileBytes> saveFile(const QByteArray& path, const FileBytes& loaded, const QByteArray& bytes,
+std::optional<FileBytes> saveFile(const TrustedPath& place, const FileBytes& loaded, const QByteArray& bytes,
                                   QString& problem)
 {
     const bool exists = loaded.state == FileBytes::State::Read;
-    Neighbour neighbour(directoryOf(path), exists ? 0600 : 0666);
-    if (!neighbour.file || !writeAll(neighbour.file.get(), bytes) || ::fdatasync(neighbour.file.get()) != 0) {
+    const Folder folder(place);
+    const QByteArray name = place.name();
+    Neighbour neighbour(folder, exists ? 0600 : 0666);
+    const int file = neighbour.file.get();
+    if (!neighbour.file || !writeAll(file, bytes) || retried([&] { return ::fdatasync(file); }) != 0) {
         problem = errorText(errno);
         return std::nullopt;
     }
     struct stat mine = {};
-    const bool known = ::fstat(neighbour.file.get(), &mine) == 0;
-    if (!(exists ? saveExisting(path, loaded, neighbour) : saveMissing(path, neighbour)))
+    const bool known = ::fstat(file, &mine) == 0;
+    if (!(exists ? saveExisting(folder, name, loaded, neighbour) : saveMissing(folder, name, neighbour)))
         return std::nullopt;
 
     // The time stamps are those after the renaming; a file that somebody put there already has none that we know.
     FileBytes written{FileBytes::State::Read, bytes, {}, {}};
     struct stat now = {};
-    if (known && ::stat(path.constData(), &now) == 0 && now.st_dev == mine.st_dev && now.st_ino == mine.st_ino)
+    if (known && folder.status(name, now) == 0 && now.st_dev == mine.st_dev && now.st_ino == mine.st_ino)
         written.stamp = FileStamp::of(now);
     return written;
 }

@@ -6,23 +6,19 @@
 
 namespace Zyr {
 
-/// The file that a path means: links in its last component are followed, also to a file that is missing.
-QByteArray followLinks(const QByteArray& path);
-
-/// The directory part of an absolute path.
-QByteArray directoryOf(const QByteArray& path);
+class TrustedPath;
 
 /// Whether a file may be written: its directory can be, and so can the file where there is one. A file without any
 /// write bit is left alone by the superuser too, since somebody took the bits away on purpose; so is one whose owner
 /// could not be kept, or that has other names, which would lose it.
-bool maySave(const QByteArray& path);
+bool maySave(const TrustedPath& place);
 
-/// Replaces `loaded`, the content that `path` had, by `bytes`, with owner and mode kept; where the file was missing it
-/// is created. Content that somebody else saved there in between stays, before as during the call.
+/// Replaces `loaded`, the content that the file had, by `bytes`, with owner and mode kept; where the file was missing
+/// it is created. Content that somebody else saved there in between stays, before as during the call.
 ///
 /// @param problem why the file could not be written; stays empty where it was left alone on purpose
 /// @return what was written
-std::optional<FileBytes> saveFile(const QByteArray& path, const FileBytes& loaded, const QByteArray& bytes,
+std::optional<FileBytes> saveFile(const TrustedPath& place, const FileBytes& loaded, const QByteArray& bytes,
                                   QString& problem);
 
 } // namespace Zyr

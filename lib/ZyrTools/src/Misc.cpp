@@ -1,6 +1,7 @@
 #include "ZyrTools/Misc.h"
 
-#include <QtCore/QDir>
+#include "system/TrustedPath.h"
+
 #include <QtCore/QFile>
 #include <QtCore/QSettings>
 
@@ -36,9 +37,10 @@ QVariant checkSettingsValue(QSettings& settings, const QString& key, bool& chang
 
 bool checkDirectory(const QString& dir)
 {
-    const QString path = dir.isEmpty() ? u"."_s : dir;
-    return QDir().mkpath(path) &&
-           ::faccessat(AT_FDCWD, QFile::encodeName(path).constData(), W_OK | X_OK, AT_EACCESS) == 0;
+    const QByteArray path = QFile::encodeName(dir.isEmpty() ? u"."_s : dir) + "/.";
+    TrustedPath place;
+    return !place.find(path.constData(), TrustedPath::Missing::CreateDirectories) &&
+           ::faccessat(place.directory(), place.name(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
 } // namespace Zyr::Misc

@@ -1,5 +1,7 @@
 #include "PathWatch.h"
 
+#include "system/TrustedPath.h"
+
 #include <QtCore/QByteArrayList>
 
 #include <fcntl.h>
@@ -129,9 +131,11 @@ int PathWatch::Walk::watchEntry(const QByteArray& name)
 /// Goes on at what a symbolic link leads to, or ends the walk where it leads nowhere until one of the links changes.
 int PathWatch::Walk::followLink(Descriptor link)
 {
+    struct stat own = {};
     char target[PATH_MAX];
     const ssize_t length = ::readlinkat(link.get(), "", target, sizeof target);
-    if (length <= 0 || ++links > longestLinkChain) {
+    const bool isFollowed = ::fstat(link.get(), &own) == 0 && isTrustedOwner(own.st_uid); // by who reads the file
+    if (length <= 0 || !isFollowed || ++links > longestLinkChain) {
         ahead.clear();
         return 0;
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Descriptor.h"
+#include "system/Descriptor.h"
 
 #include <QtCore/QByteArray>
 

@@ -2,10 +2,10 @@
 // files by size and time stamp and would write over saves of others.
 #include "SettingsText.h"
 
-#include "Descriptor.h"
 #include "FileBytes.h"
 #include "IniText.h"
 #include "QtSettings.h"
+#include "system/Descriptor.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QSettings>

@@ -3,6 +3,7 @@
 #include "FileSave.h"
 #include "IniText.h"
 #include "ZyrTools/Misc.h"
+#include "system/TrustedPath.h"
 
 #include <QtCore/QFile>
 
@@ -84,14 +85,14 @@ std::optional<FileBytes> writeBack(const QByteArray& path, const FileBytes& load
                                    const SettingsMap& after)
 {
     const Changes changes = compare(before, after);
-    const QByteArray target = followLinks(path);
-    if ((changes.set.isEmpty() && changes.removed.isEmpty()) || !maySave(target))
+    TrustedPath target;
+    if ((changes.set.isEmpty() && changes.removed.isEmpty()) || target.find(path.constData()) || !maySave(target))
         return std::nullopt;
 
     QString problem;
     std::optional<FileBytes> saved;
-    const auto text =
-        changedText(loaded.bytes, changes, before, after, QFile::decodeName(directoryOf(target)), problem);
+    const QString directory = u"/proc/self/fd/%1"_s.arg(target.directory());
+    const auto text = changedText(loaded.bytes, changes, before, after, directory, problem);
     if (text) {
         problem.clear();
         if (*text != loaded.bytes)

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cerrno>
+#include <type_traits>
+
+namespace Zyr {
+
+/// Makes a system call, again where a signal interrupted it. Not for close(), which has closed the file then.
+template <typename Call>
+auto retried(Call call)
+{
+    for (;;) {
+        const auto result = call();
+        bool failed = false;
+        if constexpr (std::is_pointer_v<decltype(result)>)
+            failed = result == nullptr;
+        else
+            failed = result == -1;
+        if (!failed || errno != EINTR)
+            return result;
+    }
+}
+
+} // namespace Zyr
