@@ -3,6 +3,7 @@
 
 #include "chain/archive/Archives.h"
 #include "chain/settings/FileProperties.h"
+#include "system/TrustedPath.h"
 
 #include <QtCore/QTemporaryDir>
 #include <QtCore/QUrlQuery>
@@ -38,7 +39,9 @@ struct Folder
         FileProperties properties;
         for (const auto& [name, value] : QUrlQuery(QString::fromLatin1(settings)).queryItems())
             properties.set(name.toStdString(), value.toStdString());
-        archives.configure(directory + 'l', properties.settings());
+        TrustedPath log;
+        QVERIFY(!log.find((directory + 'l').c_str()));
+        archives.configure(LogPlace::of(log, watch), properties.settings());
     }
     QByteArray content() const
     {
@@ -58,12 +61,13 @@ struct Folder
         std::ofstream(directory + 'l') << text;
         std::string name;
         // Room that was made is still there when it is made again.
-        if (archives.makeRoom(now, name) || archives.makeRoom(now, name) || ::access(name.c_str(), F_OK) == 0)
+        if (archives.makeRoom(now, name) || archives.makeRoom(now, name) ||
+            ::access((directory + name).c_str(), F_OK) == 0)
             return "no room";
-        std::rename((directory + 'l').c_str(), name.c_str());
+        std::rename((directory + 'l').c_str(), (directory + name).c_str());
         archives.added(name, now);
         archives.purge(now);
-        return name.substr(directory.size());
+        return name;
     }
     void compress(Archives::Time now = noon, int slices = 1000)
     {

@@ -5,6 +5,7 @@
 #include "chain/rotation/IntervalStart.h"
 #include "chain/rotation/RotationTimer.h"
 #include "chain/settings/FileProperties.h"
+#include "system/TrustedPath.h"
 
 #include <QtTest/QtTest>
 
@@ -110,7 +111,10 @@ private Q_SLOTS:
         const TestPlace place;
         Zyr::CallWatch watch;
         const Zyr::IntervalStart start(watch);
-        const std::string log = place.path(u"app.log"_s).toStdString();
+        Zyr::TrustedPath path;
+        QVERIFY(!path.find(qPrintable(place.path(u"app.log"_s))));
+        const auto found = Zyr::LogPlace::of(path, watch);
+        const Zyr::LogPlace& log = *found;
         const QString kept = u".app.log.since"_s;
 
         QVERIFY(!start.read(log));

@@ -9,22 +9,18 @@
 #include "StandardOutput.h"
 #include "chain/LineFormatter.h"
 #include "chain/LineFormattingChannel.h"
+#include "chain/file/AppendFile.h"
 #include "chain/settings/ByteSize.h"
 
 #include <ZyrLogger/PocoMessage.h>
 #include <ZyrTools/Misc.h>
 
-#include <QtCore/QFile>
 #include <QtCore/QFileInfo>
 
 #include <Poco/Exception.h>
 #include <Poco/Logger.h>
 
 #include <memory>
-#include <utility>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 namespace Zyr {
 
@@ -37,29 +33,15 @@ namespace {
 class OpenTrial
 {
 public:
-    OpenTrial() = default;
-    ~OpenTrial() { close(); }
-    OpenTrial(const OpenTrial&) = delete;
-    OpenTrial& operator=(const OpenTrial&) = delete;
-
     bool succeeds(const QString& path)
     {
-        close();
-        if (!Misc::checkDirectory(QFileInfo(path).absolutePath()))
-            return false;
-        file =
-            ::open(QFile::encodeName(path).constData(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
-        return file >= 0;
+        CallWatch unwatched;
+        file.close(unwatched);
+        return Misc::checkDirectory(QFileInfo(path).absolutePath()) && !file.open(path.toStdString(), unwatched);
     }
 
 private:
-    void close()
-    {
-        if (file >= 0)
-            ::close(std::exchange(file, -1));
-    }
-
-    int file = -1;
+    AppendFile file;
 };
 
 /// The setting that is being handed to the chain, for a report when it is refused.

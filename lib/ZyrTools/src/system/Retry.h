@@ -10,11 +10,11 @@ template <typename Call>
 auto retried(Call call)
 {
     for (;;) {
-        const auto result = call();
+        auto result = call();
         bool failed = false;
         if constexpr (std::is_pointer_v<decltype(result)>)
             failed = result == nullptr;
-        else
+        else if constexpr (std::is_integral_v<decltype(result)>)
             failed = result == -1;
         if (!failed || errno != EINTR)
             return result;

@@ -1,15 +1,14 @@
 #include "chain/archive/ArchiveCompressor.h"
 
-#include "chain/archive/ArchiveFolder.h"
-#include "chain/file/Place.h"
-
 #include <Poco/DeflatingStream.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <exception>
 #include <optional>
 #include <ostream>
 #include <streambuf>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -21,7 +20,7 @@ namespace {
 constexpr std::size_t blockSize = 16 * 1024; // on the stack
 constexpr int blocksPerSlice = 4;
 constexpr std::chrono::seconds longestSync(10);
-constexpr int always = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+constexpr int always = O_NONBLOCK | O_NOCTTY;
 
 /// What POCO's deflating stream, which writes nothing at all without input, leaves out.
 constexpr char emptyGzip[20] = {'\x1f', '\x8b', 8, 0, 0, 0, 0, 0, 0, 3, 3};
@@ -45,9 +44,9 @@ protected:
         for (std::streamsize written = 0; written < count;) {
             const ssize_t step =
                 watch([&] { return ::write(file.get(), bytes + written, std::size_t(count - written)); });
-            if (step == 0 || (step < 0 && errno != EINTR))
+            if (step <= 0)
                 return written;
-            written += step > 0 ? step : 0;
+            written += step;
         }
         return count;
     }
@@ -62,27 +61,27 @@ bool isSameFile(const struct stat& one, const struct stat& other)
 }
 
 /// Empty and for nobody else to read.
-bool createFile(const std::string& path, TrackedFile& file, CallWatch& watch)
+bool createFile(const LogPlace& log, const std::string& name, TrackedFile& file, CallWatch& watch)
 {
-    const auto create = [&] { return ::mknod(path.c_str(), S_IFREG | S_IRUSR | S_IWUSR, 0); };
-    if (watch(create) != 0) {
-        if (errno != EEXIST || watch([&] { return ::unlink(path.c_str()); }) != 0 || watch(create) != 0)
-            return false;
-    }
-    return file.open(path, O_WRONLY | always, watch);
+    const auto create = [&] {
+        return log.open(name, O_WRONLY | O_CREAT | O_EXCL | always, file, watch, S_IRUSR | S_IWUSR);
+    };
+    return create() || (errno == EEXIST && log.remove(name, watch) && create());
 }
 
 } // namespace
 
 struct ArchiveCompressor::Work
 {
-    Work(const std::string& itsTemporary, CallWatch& watch)
-        : temporary(itsTemporary)
+    Work(std::shared_ptr<const LogPlace> itsLog, const std::string& itsTemporary, CallWatch& watch)
+        : log(std::move(itsLog))
+        , temporary(itsTemporary)
         , output(watch)
         , stream(&output)
     {
     }
 
+    const std::shared_ptr<const LogPlace> log;
     const std::string temporary;
     TrackedFile input;
     struct stat status = {}; ///< of the input, before it is read
@@ -102,10 +101,11 @@ ArchiveCompressor::~ArchiveCompressor()
     abandon();
 }
 
-ArchiveCompressor::Result ArchiveCompressor::start(const std::string& archive, const std::string& temporary)
+ArchiveCompressor::Result ArchiveCompressor::start(std::shared_ptr<const LogPlace> log, const std::string& archive,
+                                                   const std::string& temporary)
 {
     abandon();
-    work = std::make_unique<Work>(temporary, watch);
+    work = std::make_unique<Work>(std::move(log), temporary, watch);
     const Result result = begin(archive);
     if (result != Result::Working)
         abandon();
@@ -115,8 +115,9 @@ ArchiveCompressor::Result ArchiveCompressor::start(const std::string& archive, c
 ArchiveCompressor::Result ArchiveCompressor::begin(const std::string& archive)
 {
     TrackedFile& input = work->input;
-    if (!input.open(archive, O_RDWR | always, watch) && // a lock that keeps writers off needs that
-        ((errno != EACCES && errno != EPERM && errno != EROFS) || !input.open(archive, O_RDONLY | always, watch)))
+    const auto open = [&](int flags) { return work->log->open(archive, flags | always, input, watch); };
+    if (!open(O_RDWR) && // a lock that keeps writers off needs that
+        ((errno != EACCES && errno != EPERM && errno != EROFS) || !open(O_RDONLY)))
         return errno == ENOENT ? Result::Gone : Result::Failed;
     if (isBeingWritten())
         return Result::Busy;
@@ -124,7 +125,7 @@ ArchiveCompressor::Result ArchiveCompressor::begin(const std::string& archive)
         return Result::Failed;
     if (!S_ISREG(work->status.st_mode))
         return Result::Gone;
-    if (!createFile(work->temporary, work->output.file, watch))
+    if (!createFile(*work->log, work->temporary, work->output.file, watch))
         return Result::Failed;
     try {
         work->deflated.emplace(work->stream, Poco::DeflatingStreamBuf::STREAM_GZIP, Z_DEFAULT_COMPRESSION);
@@ -167,18 +168,13 @@ ArchiveCompressor::Result ArchiveCompressor::compressSlice(const std::string& ar
 ArchiveCompressor::Result ArchiveCompressor::readSlice(const std::string& archive)
 {
     char block[blockSize];
-    for (int blocks = 0; blocks < blocksPerSlice;) {
+    for (int blocks = 0; blocks < blocksPerSlice; ++blocks) {
         const ssize_t count = watch([&] { return ::read(work->input.get(), block, sizeof block); });
         if (count == 0)
             return finish(archive);
-        if (count < 0 && errno != EINTR)
-            return Result::Failed;
-        if (count < 0)
-            continue;
-        if (work->deflated->sputn(block, count) != count)
+        if (count < 0 || work->deflated->sputn(block, count) != count)
             return Result::Failed;
         work->consumed += std::uint64_t(count);
-        ++blocks;
     }
     return Result::Working;
 }
@@ -186,6 +182,7 @@ ArchiveCompressor::Result ArchiveCompressor::readSlice(const std::string& archiv
 ArchiveCompressor::Result ArchiveCompressor::finish(const std::string& archive)
 {
     const int output = work->output.file.get();
+    const LogPlace& log = *work->log;
     if (work->consumed > 0)
         work->deflated->close();
     else
@@ -194,7 +191,7 @@ ArchiveCompressor::Result ArchiveCompressor::finish(const std::string& archive)
         return Result::Failed;
 
     struct stat status = {};
-    if (watch([&] { return ::lstat(archive.c_str(), &status); }) != 0)
+    if (!log.status(archive, status, watch))
         return errno == ENOENT ? Result::Gone : Result::Failed;
     if (!isSameFile(status, work->status))
         return Result::Gone;
@@ -207,11 +204,11 @@ ArchiveCompressor::Result ArchiveCompressor::finish(const std::string& archive)
     // Somebody else may have taken the temporary file for a left-over.
     if (watch([&] { return ::fstat(output, &status); }) != 0 || status.st_nlink == 0)
         return Result::Failed;
-    if (renameToFree(work->temporary, archive + ".gz", watch))
+    if (log.renameToFree(work->temporary, archive + ".gz", watch))
         return Result::Failed;
-    work->output.file.close(watch);       // so that it is not removed as the temporary file
-    synchronizeDirectory(archive, watch); // before the other name goes
-    watch([&] { return ::unlink(archive.c_str()); });
+    work->output.file.close(watch); // so that it is not removed as the temporary file
+    log.synchronize(watch);         // before the other name goes
+    log.remove(archive, watch);
     return Result::Done;
 }
 
@@ -235,19 +232,19 @@ void ArchiveCompressor::abandon() noexcept
     if (!work)
         return;
     if (work->output.file) // in a forked child it is closed and left to the parent
-        watch([&] { return ::unlink(work->temporary.c_str()); });
+        work->log->remove(work->temporary, watch);
     work->output.file.close(watch);
     work->input.close(watch);
     work.reset();
 }
 
-bool holdsAllOf(const std::string& gzipped, const std::string& plain, CallWatch& watch)
+bool holdsAllOf(const LogPlace& log, const std::string& gzipped, const std::string& plain, CallWatch& watch)
 {
     struct stat whole = {};
     struct stat part = {};
     TrackedFile file;
     std::uint8_t size[4] = {};
-    if (watch([&] { return ::lstat(plain.c_str(), &whole); }) != 0 || !file.open(gzipped, O_RDONLY | always, watch) ||
+    if (!log.status(plain, whole, watch) || !log.open(gzipped, O_RDONLY | always, file, watch) ||
         watch([&] { return ::fstat(file.get(), &part); }) != 0 || part.st_size < off_t(sizeof emptyGzip) ||
         watch([&] { return ::pread(file.get(), size, sizeof size, part.st_size - off_t(sizeof size)); }) !=
             ssize_t(sizeof size))

@@ -1,13 +1,9 @@
 #pragma once
 
-#include "chain/file/CallWatch.h"
-#include "chain/file/TrackedFile.h"
+#include "chain/file/LogPlace.h"
 
-#include <cstdint>
 #include <memory>
 #include <string>
-
-#include <sys/stat.h>
 
 namespace Zyr {
 
@@ -29,10 +25,10 @@ public:
 
     bool isWorking() const noexcept { return work != nullptr; }
 
-    /// `archive`: its path; `temporary`: a file on the same file system, overwritten.
-    Result start(const std::string& archive, const std::string& temporary);
+    /// `archive`: its name; `temporary`: that of a file beside it, overwritten.
+    Result start(std::shared_ptr<const LogPlace> log, const std::string& archive, const std::string& temporary);
 
-    /// At most 64 KiB of input. `archive`: its path now, since it may be renamed meanwhile.
+    /// At most 64 KiB of input. `archive`: its name now, since it may be renamed meanwhile.
     Result compressSlice(const std::string& archive);
 
     /// Removes the temporary file. After every result but Working this is done already.
@@ -52,6 +48,6 @@ private:
 };
 
 /// Whether a gzipped file looks as if it held all of the plain one: its trailer gives the same size.
-bool holdsAllOf(const std::string& gzipped, const std::string& plain, CallWatch& watch);
+bool holdsAllOf(const LogPlace& log, const std::string& gzipped, const std::string& plain, CallWatch& watch);
 
 } // namespace Zyr

@@ -1,10 +1,6 @@
 #include "chain/archive/ArchiveFolder.h"
 
-#include "chain/file/AppendFile.h"
-#include "chain/file/Place.h"
-
 #include <cerrno>
-#include <cstdio>
 #include <memory>
 
 #include <dirent.h>
@@ -27,12 +23,10 @@ bool isRegular(DIR* directory, const dirent& entry, CallWatch& watch)
 
 } // namespace
 
-std::error_code findArchives(const std::string& logPath, std::vector<FoundArchive>& found, CallWatch& watch)
+std::error_code findArchives(const LogPlace& log, std::vector<FoundArchive>& found, CallWatch& watch)
 {
-    const std::string path = directoryOf(logPath);
-    const std::string_view logName = std::string_view(logPath).substr(logPath.rfind('/') + 1);
-    const auto close = [&watch](DIR* directory) { watch([&] { return ::closedir(directory); }); };
-    const std::unique_ptr<DIR, decltype(close)> directory(watch([&] { return ::opendir(path.c_str()); }), close);
+    const auto close = [&watch](DIR* directory) { watch([&] { return ::closedir(directory), 0; }); };
+    const std::unique_ptr<DIR, decltype(close)> directory(log.read(watch), close);
     if (!directory)
         return lastError();
     for (;;) {
@@ -40,26 +34,9 @@ std::error_code findArchives(const std::string& logPath, std::vector<FoundArchiv
         const dirent* const entry = watch([&] { return ::readdir(directory.get()); });
         if (!entry)
             return errno == 0 ? std::error_code() : lastError();
-        if (const auto name = ArchiveName::parse(logName, entry->d_name))
+        if (const auto name = ArchiveName::parse(log.name(), entry->d_name))
             found.push_back({*name, isRegular(directory.get(), *entry, watch)});
     }
-}
-
-std::error_code renameToFree(const std::string& from, const std::string& to, CallWatch& watch)
-{
-    const char* const old = from.c_str();
-    const char* const wanted = to.c_str();
-    if (watch([&] { return ::renameat2(AT_FDCWD, old, AT_FDCWD, wanted, RENAME_NOREPLACE); }) == 0)
-        return {};
-    if (errno != EINVAL && errno != ENOSYS)
-        return lastError();
-    // A file system that cannot tell within the call.
-    struct stat status = {};
-    if (watch([&] { return ::lstat(wanted, &status); }) == 0)
-        return std::make_error_code(std::errc::file_exists);
-    if (errno != ENOENT || watch([&] { return ::rename(old, wanted); }) != 0)
-        return lastError();
-    return {};
 }
 
 } // namespace Zyr

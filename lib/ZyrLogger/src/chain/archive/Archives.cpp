@@ -1,8 +1,5 @@
 #include "chain/archive/Archives.h"
 
-#include "chain/file/AppendFile.h"
-#include "chain/file/Place.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
@@ -10,7 +7,6 @@
 #include <utility>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace Zyr {
 
@@ -36,13 +32,13 @@ Archives::Archives(CallWatch& itsWatch)
 {
 }
 
-void Archives::configure(const std::string& logPath, const FileSettings& wanted)
+void Archives::configure(std::shared_ptr<const LogPlace> itsLog, const FileSettings& wanted)
 {
-    const bool otherLog = path != logPath;
+    const bool otherLog = !log || !log->isSame(*itsLog);
     if (otherLog || !wanted.compress)
         abandonCompression();
     if (otherLog) {
-        path = logPath;
+        log = std::move(itsLog);
         list.clear();
         scanned = false;
     }
@@ -55,7 +51,7 @@ void Archives::configure(const std::string& logPath, const FileSettings& wanted)
 std::error_code Archives::scan()
 {
     std::vector<FoundArchive> found;
-    if (const std::error_code error = findArchives(path, found, watch))
+    if (const std::error_code error = findArchives(*log, found, watch))
         return error;
     List known;
     known.reserve(found.size());
@@ -105,7 +101,7 @@ bool Archives::goesBefore(const Archive& one, const Archive& other) const noexce
     return one.name.isNewerThan(other.name);
 }
 
-std::error_code Archives::makeRoom(Time now, std::string& archivePath)
+std::error_code Archives::makeRoom(Time now, std::string& archiveName)
 {
     if (const std::error_code error = scan())
         return error;
@@ -117,7 +113,7 @@ std::error_code Archives::makeRoom(Time now, std::string& archivePath)
         if (const std::error_code error = shift())
             return error;
     }
-    archivePath = path + wanted.suffix();
+    archiveName = log->name() + wanted.suffix();
     return {};
 }
 
@@ -142,7 +138,7 @@ std::error_code Archives::shift()
         --end;
         ArchiveName moved = end->name;
         ++moved.number;
-        const std::error_code error = renameToFree(pathOf(*end), path + moved.suffix(), watch);
+        const std::error_code error = log->renameToFree(nameOf(*end), log->name() + moved.suffix(), watch);
         if (error && error != std::errc::no_such_file_or_directory) // which was removed since it was found
             return error;
         if (error && end->compressing)
@@ -172,11 +168,9 @@ struct Archives::AgeLimit
     std::uint64_t stamp = 0; ///< of the newest time stamp that is too old
 };
 
-void Archives::added(const std::string& archivePath, Time now)
+void Archives::added(const std::string& archiveName, Time now)
 {
-    if (!archivePath.starts_with(path))
-        return;
-    const auto name = ArchiveName::parse({}, std::string_view(archivePath).substr(path.size()));
+    const auto name = ArchiveName::parse(log->name(), archiveName);
     if (!name)
         return;
     list.push_back({{*name}, ++made});
@@ -192,8 +186,7 @@ bool Archives::isTooOld(const Archive& archive, const AgeLimit& limit)
     if (archive.name.isTimestamped())
         return archive.name.stamp <= limit.stamp;
     struct stat status = {};
-    const std::string file = pathOf(archive);
-    if (watch([&] { return ::lstat(file.c_str(), &status); }) != 0)
+    if (!log->status(nameOf(archive), status, watch))
         return false;
     const std::int64_t written = status.st_mtim.tv_sec;
     const std::int64_t expiry = limit.age < never / 2 ? written + limit.age : never;
@@ -242,16 +235,13 @@ bool Archives::remove(const Archive& archive)
 {
     if (archive.compressing)
         abandonCompression();
-    const std::string file = pathOf(archive);
-    return watch([&] { return ::unlink(file.c_str()); }) == 0 || errno == ENOENT;
+    return log->remove(nameOf(archive), watch) || errno == ENOENT;
 }
 
 std::error_code Archives::cleanUp(Time now)
 {
-    if (!compressor.isWorking()) {
-        const std::string temporary = besideLog(path, temporaryEnding);
-        watch([&] { return ::unlink(temporary.c_str()); });
-    }
+    if (!compressor.isWorking())
+        log->remove(log->hidden(temporaryEnding), watch);
     std::error_code error = scan();
     if (!error)
         removePlainTwins();
@@ -269,7 +259,7 @@ void Archives::removePlainTwins()
     for (auto archive = list.cbegin(); archive != list.cend(); ++archive) {
         const auto next = std::next(archive);
         const bool done = next != list.cend() && isTwin(archive->name, next->name) && archive->regular &&
-                          next->regular && holdsAllOf(pathOf(*next), pathOf(*archive), watch);
+                          next->regular && holdsAllOf(*log, nameOf(*next), nameOf(*archive), watch);
         if (!done || !remove(*archive))
             kept.push_back(*archive);
     }
@@ -280,18 +270,18 @@ void Archives::removePlainTwins()
 /// Gives the log its name that was exchanged with the next one and did not become an archive any more.
 std::error_code Archives::rescueLog(Time now)
 {
-    const std::string old = besideLog(path, ".next");
+    const std::string old = log->hidden(".next");
     struct stat status = {};
-    if (watch([&] { return ::lstat(old.c_str(), &status); }) != 0)
+    if (!log->status(old, status, watch))
         return errno == ENOENT ? std::error_code() : lastError();
     if (!S_ISREG(status.st_mode))
         return std::make_error_code(std::errc::file_exists);
     if (status.st_size == 0)
-        return watch([&] { return ::unlink(old.c_str()); }) == 0 ? std::error_code() : lastError();
+        return log->remove(old, watch) ? std::error_code() : lastError();
     std::string archive;
     if (const std::error_code error = makeRoom(now, archive))
         return error;
-    if (const std::error_code error = renameToFree(old, archive, watch))
+    if (const std::error_code error = log->renameToFree(old, archive, watch))
         return error;
     added(archive, now);
     return {};

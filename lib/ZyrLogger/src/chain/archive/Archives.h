@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -24,15 +25,14 @@ public:
 
     explicit Archives(CallWatch& itsWatch);
 
-    /// `logPath`: where the log really lies. Compression of another log's archive, or of one when that is switched off,
-    /// is abandoned.
-    void configure(const std::string& logPath, const FileSettings& wanted);
+    /// Compression of another log's archive, or of one when that is switched off, is abandoned.
+    void configure(std::shared_ptr<const LogPlace> itsLog, const FileSettings& wanted);
 
-    /// Gives the path that the log is to be renamed to, where no file is. May be repeated: room that was made stays.
-    std::error_code makeRoom(Time now, std::string& archivePath);
+    /// Gives the name that the log is to be renamed to, where no file is. May be repeated: room that was made stays.
+    std::error_code makeRoom(Time now, std::string& archiveName);
 
-    /// The log has been renamed to the path that makeRoom() gave.
-    void added(const std::string& archivePath, Time now);
+    /// The log has been renamed to what makeRoom() gave.
+    void added(const std::string& archiveName, Time now);
 
     /// Removes what is too old or too many, as far as it can be removed now; never the archive added last.
     void purge(Time now);
@@ -67,7 +67,7 @@ private:
     std::error_code scan();
     void listChanged();
     bool goesBefore(const Archive& one, const Archive& other) const noexcept;
-    std::string pathOf(const Archive& archive) const { return path + archive.name.suffix(); }
+    std::string nameOf(const Archive& archive) const { return log->name() + archive.name.suffix(); }
 
     std::error_code shift();
     std::uint64_t freeStamp(Time now) const noexcept;
@@ -84,7 +84,7 @@ private:
     void putOff(Time now, std::chrono::seconds wait) noexcept;
 
     CallWatch& watch;
-    std::string path;
+    std::shared_ptr<const LogPlace> log;
     FileSettings settings;
 
     bool scanned = false;

@@ -2,8 +2,6 @@
 
 #include "chain/archive/Archives.h"
 
-#include "chain/file/Place.h"
-
 #include <algorithm>
 
 namespace Zyr {
@@ -41,11 +39,11 @@ void Archives::compressSlice(Time now)
         archive = &*std::find_if(list.begin(), list.end(), [](const Archive& one) { return one.compressing; });
     } else {
         archive = nextToCompress();
-        result = compressor.start(pathOf(*archive), besideLog(path, temporaryEnding));
+        result = compressor.start(log, nameOf(*archive), log->hidden(temporaryEnding));
         archive->compressing = true;
     }
     if (result == ArchiveCompressor::Result::Working)
-        result = compressor.compressSlice(pathOf(*archive));
+        result = compressor.compressSlice(nameOf(*archive));
     if (result == ArchiveCompressor::Result::Working)
         return;
 

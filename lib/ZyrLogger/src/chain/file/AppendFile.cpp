@@ -1,21 +1,43 @@
 #include "chain/file/AppendFile.h"
 
+#include "system/TrustedPath.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
+#include <cstring>
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace Zyr {
 
 namespace {
 
+constexpr int maxTries = 5; // to open what others exchange meanwhile
 constexpr std::size_t mostPerWrite = 256 * 1024;
 constexpr std::chrono::seconds lineTime(2); // for a write of that many bytes
 constexpr std::chrono::seconds longLineTime(10);
 constexpr int always = O_APPEND | O_NOCTTY | O_NONBLOCK;
+
+/// The descriptor whose entry in /proc the path leads to, where it is one of this process.
+bool duplicateOwn(const TrustedPath& entry, TrackedFile& file, CallWatch& watch)
+{
+    const int error = errno;
+    struct stat found = {};
+    struct stat own = {};
+    const char* const name = entry.name();
+    int number = -1;
+    const bool isNumber = std::from_chars(name, name + std::strlen(name), number).ec == std::errc();
+    if (isNumber && ::fstat(entry.directory(), &found) == 0 && ::stat("/proc/self/fd", &own) == 0 &&
+        found.st_dev == own.st_dev && found.st_ino == own.st_ino)
+        return file.duplicate(number, watch);
+    errno = error;
+    return false;
+}
 
 bool setLock(int file, short kind, CallWatch& watch) noexcept
 {
@@ -29,20 +51,43 @@ bool setLock(int file, short kind, CallWatch& watch) noexcept
 
 std::error_code AppendFile::open(const std::string& path, CallWatch& watch)
 {
-    struct stat found = {};
-    const bool exists = watch([&] { return ::stat(path.c_str(), &found); }) == 0;
-    // The last line is looked at, and who only appends takes a lock for reading. A pipe opened for both would have
-    // itself as its reader.
-    const bool regular = !exists || S_ISREG(found.st_mode);
-    bool opened = file.open(path, always | (regular ? O_RDWR | O_CREAT : O_WRONLY), watch);
-    if (!opened && regular && errno == EACCES)
-        opened = file.open(path, always | O_WRONLY, watch);
-    return opened ? look(watch) : lastError();
+    TrustedPath where;
+    for (int tries = 0; tries < maxTries; ++tries) {
+        if (const std::error_code error = watch([&] { return where.find(path.c_str()); }))
+            return error;
+        struct stat found = {};
+        const bool exists = watch([&] { return where.status(found); }) == 0;
+        // The last line is looked at, and who only appends takes a lock for reading. A pipe opened for both would have
+        // itself as its reader.
+        const bool regular = !exists || S_ISREG(found.st_mode);
+        const auto openAs = [&](int flags) {
+            const int follow = where.isKernelLink() ? 0 : O_NOFOLLOW;
+            return file.open(where.directory(), where.name(), always | follow | flags, watch);
+        };
+        bool opened = openAs(regular ? O_RDWR | O_CREAT : O_WRONLY);
+        if (!opened && exists && regular && errno == EACCES)
+            opened = openAs(O_WRONLY);
+        if (!opened && where.isKernelLink() && (errno == ENXIO || errno == EACCES)) // a socket, or another user's
+            opened = duplicateOwn(where, file, watch);
+        if (!opened && errno == ELOOP)
+            continue; // a link has come there since
+        if (!opened)
+            return lastError();
+        if (const std::error_code error = look(watch))
+            return error;
+        place = isRegular() && !where.isKernelLink() ? LogPlace::of(where, watch) : nullptr;
+        if (place || !isRegular() || where.isKernelLink())
+            return {};
+        const std::error_code error = lastError();
+        close(watch);
+        return error;
+    }
+    return std::make_error_code(std::errc::too_many_symbolic_link_levels);
 }
 
-std::error_code AppendFile::create(const std::string& path, CallWatch& watch)
+std::error_code AppendFile::create(const LogPlace& beside, const std::string& name, CallWatch& watch)
 {
-    return file.open(path, always | O_RDWR | O_CREAT | O_EXCL, watch) ? look(watch) : lastError();
+    return beside.open(name, always | O_RDWR | O_CREAT | O_EXCL, file, watch) ? look(watch) : lastError();
 }
 
 std::error_code AppendFile::look(CallWatch& watch)
@@ -59,15 +104,32 @@ bool AppendFile::isSame(const AppendFile& other) const noexcept
     return isOpen() && other.isOpen() && status.st_dev == other.status.st_dev && status.st_ino == other.status.st_ino;
 }
 
-bool AppendFile::isStillAt(const std::string& path, CallWatch& watch)
+std::error_code AppendFile::findAgain(const std::string& path, CallWatch& watch)
 {
-    struct stat found = {};
-    if (watch([&] { return ::stat(path.c_str(), &found); }) != 0)
-        return errno != ENOENT && errno != ENOTDIR;
-    if (found.st_dev != status.st_dev || found.st_ino != status.st_ino)
-        return false;
-    status = found;
-    return true;
+    TrustedPath where;
+    struct stat now = {};
+    std::error_code error = watch([&] { return where.find(path.c_str()); });
+    if (!error && watch([&] { return where.status(now); }) != 0)
+        error = lastError();
+    return compare(error, now);
+}
+
+std::error_code AppendFile::findAgain(const LogPlace& beside, const std::string& name, CallWatch& watch)
+{
+    struct stat now = {};
+    return compare(beside.status(name, now, watch) ? std::error_code() : lastError(), now);
+}
+
+std::error_code AppendFile::compare(const std::error_code& error, const struct stat& now) noexcept
+{
+    if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
+        return PathError::NotThisFile;
+    if (error)
+        return error;
+    if (now.st_dev != status.st_dev || now.st_ino != status.st_ino)
+        return PathError::NotThisFile;
+    status = now;
+    return {};
 }
 
 bool AppendFile::lock(CallWatch& watch) noexcept
@@ -95,10 +157,8 @@ AppendFile::Appended AppendFile::append(const LineBatch& batch, std::size_t from
         const std::size_t end = fitting > from ? fitting : batch.bytesOf(batch.linesWithin(from) + 1);
         const std::size_t count = batch.pieces(from, std::min(to, end), pieces);
         const auto limit = end - from > mostPerWrite ? longLineTime : lineTime;
-        const ssize_t written = watch([&] { return ::writev(file.get(), pieces.data(), int(count)); }, limit);
+        const ssize_t written = watch([&] { return write(pieces.data(), count); }, limit);
         if (written <= 0) {
-            if (written < 0 && errno == EINTR)
-                continue;
             result.error = written < 0 ? lastError() : std::make_error_code(std::errc::io_error);
             return result;
         }
@@ -106,6 +166,17 @@ AppendFile::Appended AppendFile::append(const LineBatch& batch, std::size_t from
         result.bytes += std::size_t(written);
     }
     return result;
+}
+
+/// The descriptor of a socket is the application's too, so it is not made one that never blocks.
+ssize_t AppendFile::write(iovec* pieces, std::size_t count) const noexcept
+{
+    if (!S_ISSOCK(status.st_mode))
+        return ::writev(file.get(), pieces, int(count));
+    msghdr message = {};
+    message.msg_iov = pieces;
+    message.msg_iovlen = count;
+    return ::sendmsg(file.get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
 std::error_code AppendFile::endLine(CallWatch& watch)

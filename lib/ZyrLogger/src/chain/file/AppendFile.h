@@ -1,30 +1,28 @@
 #pragma once
 
+#include "chain/file/LogPlace.h"
 #include "chain/file/TrackedFile.h"
 #include "chain/queue/LineBatch.h"
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <system_error>
 
 #include <sys/stat.h>
+#include <sys/uio.h>
 
 namespace Zyr {
 
-/// The value of errno.
-inline std::error_code lastError() noexcept
-{
-    return {errno, std::system_category()};
-}
-
-/// One open file that lines are appended to: regular, or a device or pipe, which is written and nothing else.
+/// One open file that lines are appended to: regular, or a device, pipe or socket, which is written and nothing else.
 class AppendFile
 {
 public:
-    /// Creates the file if need be. A pipe that nobody reads cannot be opened.
+    /// Creates the file if need be. A pipe that nobody reads cannot be opened. A path to a descriptor of this process,
+    /// as /dev/stdout, that cannot be opened by name stands for the descriptor itself.
     std::error_code open(const std::string& path, CallWatch& watch);
-    /// Creates it; one that is there already is an error.
-    std::error_code create(const std::string& path, CallWatch& watch);
+    /// Creates it beside a log; one that is there already is an error.
+    std::error_code create(const LogPlace& beside, const std::string& name, CallWatch& watch);
     void close(CallWatch& watch) noexcept { file.close(watch); }
 
     bool isOpen() const noexcept { return bool(file); }
@@ -35,8 +33,15 @@ public:
     const struct stat& lastStatus() const noexcept { return status; }
     bool isSame(const AppendFile& other) const noexcept;
 
-    /// Looks whether the file is still the one under that path. A path that cannot be looked at counts as unchanged.
-    bool isStillAt(const std::string& path, CallWatch& watch);
+    /// Where open() found it; null when it is not to be moved from there: it is not regular, or the path leads to a
+    /// descriptor of a process.
+    const std::shared_ptr<const LogPlace>& foundAt() const noexcept { return place; }
+
+    /// Looks whether the file is still the one under that path: PathError::NotThisFile where it is not, other errors
+    /// where that cannot be told.
+    std::error_code findAgain(const std::string& path, CallWatch& watch);
+    /// The same for a name beside the log.
+    std::error_code findAgain(const LogPlace& beside, const std::string& name, CallWatch& watch);
 
     /// The lock of the one writer that rotates. False when somebody else has it; a file system without locks counts as
     /// ours.
@@ -66,10 +71,13 @@ public:
 
 private:
     std::error_code look(CallWatch& watch);
+    std::error_code compare(const std::error_code& error, const struct stat& now) noexcept;
+    ssize_t write(iovec* pieces, std::size_t count) const noexcept;
     bool isBeingWritten(CallWatch& watch) const;
 
     TrackedFile file;
     struct stat status = {};
+    std::shared_ptr<const LogPlace> place;
 };
 
 } // namespace Zyr

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "system/Retry.h"
+
 #include <atomic>
 #include <chrono>
 
@@ -11,12 +13,13 @@ class CallWatch
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Makes one system call, which hangs when it has not come back after `limit`. Keeps errno.
+    /// Makes one system call, again where a signal interrupted it; it hangs when it has not come back after `limit`.
+    /// Keeps errno. A call that must not be made again, as close(), returns nothing of its own to `call`.
     template <typename Call>
     auto operator()(Call call, std::chrono::seconds limit = std::chrono::seconds(2)) noexcept
     {
         hangsFrom.store((Clock::now() + limit).time_since_epoch().count(), std::memory_order_relaxed);
-        const auto result = call();
+        const auto result = retried(call);
         hangsFrom.store(0, std::memory_order_relaxed);
         return result;
     }

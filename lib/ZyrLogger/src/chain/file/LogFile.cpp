@@ -1,7 +1,8 @@
 #include "chain/file/LogFile.h"
 
+#include "chain/file/LockHolder.h"
 #include "chain/file/LogProblem.h"
-#include "chain/file/Place.h"
+#include "system/TrustedPath.h"
 
 #include <algorithm>
 #include <utility>
@@ -39,7 +40,7 @@ void LogFile::configure(const FileSettings& wanted)
     if (wanted == settings)
         return;
     settings = wanted;
-    if (!file.isOpen() || openedPath != settings.path || !firstWriter || place.empty())
+    if (!file.isOpen() || openedPath != settings.path || !firstWriter || !place)
         return;
     keepArchives(std::chrono::system_clock::now());
 }
@@ -60,7 +61,7 @@ void LogFile::close() noexcept
 
 bool LogFile::canCompress() const
 {
-    return file.isOpen() && firstWriter && !place.empty() && archives.canCompress(std::chrono::system_clock::now());
+    return file.isOpen() && firstWriter && place && archives.canCompress(std::chrono::system_clock::now());
 }
 
 void LogFile::compressSlice()
@@ -107,8 +108,7 @@ std::error_code LogFile::makeReady(Time now)
         if (steady - looked < 1s)
             return {};
         looked = steady;
-        if (!file.isStillAt(openedPath, watch)) {
-            close();
+        if (!isStillThere()) {
             if (const std::error_code error = openPath(now))
                 return error;
         } else if (const auto found = std::uint64_t(file.lastStatus().st_size); file.isRegular() && found != size) {
@@ -119,12 +119,19 @@ std::error_code LogFile::makeReady(Time now)
     return firstWriter ? std::error_code() : joinFirstWriter(now);
 }
 
+/// Where the path leads through a link that is not followed, the file that is open stays.
 std::error_code LogFile::openPath(Time now)
 {
     for (int tries = 0; tries < mostTries; ++tries) {
         AppendFile fresh;
-        if (const std::error_code error = fresh.open(settings.path, watch))
+        if (const std::error_code error = fresh.open(settings.path, watch)) {
+            if (error == PathError::ForeignLink && file.isOpen()) {
+                reportLink();
+                return {};
+            }
+            close();
             return error;
+        }
         takeUp(std::move(fresh), now);
         if (file.isOpen())
             return {};
@@ -132,23 +139,42 @@ std::error_code LogFile::openPath(Time now)
     return std::make_error_code(std::errc::resource_unavailable_try_again);
 }
 
+/// Whether the file is still the one under its path. A path that cannot be looked at counts as unchanged.
+bool LogFile::isStillThere()
+{
+    const std::error_code error = file.findAgain(openedPath, watch);
+    if (error == PathError::ForeignLink)
+        reportLink();
+    else if (!error)
+        reportedLink = false;
+    return error != PathError::NotThisFile;
+}
+
+void LogFile::reportLink()
+{
+    if (!std::exchange(reportedLink, true))
+        reportLogProblem(openedPath, QString::fromStdString(make_error_code(PathError::ForeignLink).message()) +
+                                         u"; the file that is open goes on"_s);
+}
+
 /// Leaves no file open when `fresh` is no longer the one under its path.
 void LogFile::takeUp(AppendFile&& fresh, Time now)
 {
     const bool samePath = std::exchange(openedPath, settings.path) == settings.path;
     looked = Steady::now();
+    const std::shared_ptr<const LogPlace> found = fresh.foundAt();
     if (file.isSame(fresh)) {
         fresh.close(watch);
-        if (samePath)
+        if (samePath && found && place && found->isSame(*place))
             return;
-        place = file.isRegular() ? realPlace(openedPath, watch) : std::string();
-        if (firstWriter && !place.empty())
+        place = found;
+        if (firstWriter && place)
             keepArchives(now);
         return;
     }
     firstWriter = !fresh.isRegular() || fresh.lock(watch);
     close();
-    if (firstWriter && fresh.isRegular() && !fresh.isStillAt(openedPath, watch)) {
+    if (firstWriter && fresh.isRegular() && fresh.findAgain(openedPath, watch) == PathError::NotThisFile) {
         fresh.close(watch); // whoever let the lock go made an archive of it first
         return;
     }
@@ -157,14 +183,20 @@ void LogFile::takeUp(AppendFile&& fresh, Time now)
     endLineFirst = false;
     rotationWanted = false;
     rotationFailed = false;
-    place.clear();
-    if (file.isRegular())
-        place = realPlace(openedPath, watch);
+    place = found;
     if (firstWriter)
         becomeFirstWriter(now);
     else if (!std::exchange(reportedOther, true))
-        reportLogProblem(openedPath,
-                         u"another logger writes it; this one appends, and leaves rotation and purging to it"_s);
+        reportOther();
+}
+
+void LogFile::reportOther()
+{
+    const std::string holder = lockHolder(file.lastStatus());
+    QString problem = u"another logger writes it; this one appends, and leaves rotation and purging to it"_s;
+    if (!holder.empty())
+        problem += u" (its lock is held by %1)"_s.arg(QString::fromStdString(holder));
+    reportLogProblem(openedPath, problem);
 }
 
 void LogFile::becomeFirstWriter(Time now)
@@ -173,7 +205,7 @@ void LogFile::becomeFirstWriter(Time now)
     reportedOther = false;
     size = std::uint64_t(file.lastStatus().st_size);
     endLineFirst = !file.endsInLine(watch);
-    if (!place.empty())
+    if (place)
         keepArchives(now);
 }
 
@@ -191,9 +223,9 @@ std::error_code LogFile::joinFirstWriter(Time now)
 {
     for (int tries = 0; tries < mostTries; ++tries) {
         if (file.isOpen() && file.holdOffCompression(watch)) {
-            if (file.isStillAt(openedPath, watch)) {
+            if (isStillThere()) {
                 // The lock of a file that is no longer in its place says nothing.
-                if (!file.lock(watch) || !file.isStillAt(openedPath, watch))
+                if (!file.lock(watch) || !isStillThere())
                     return {};
                 file.allowCompression(watch);
                 becomeFirstWriter(now);
@@ -201,7 +233,6 @@ std::error_code LogFile::joinFirstWriter(Time now)
             }
             file.allowCompression(watch);
         }
-        close();
         if (const std::error_code error = openPath(now))
             return error;
         if (firstWriter)
@@ -253,9 +284,9 @@ std::error_code LogFile::synchronize()
 {
     if (const std::error_code error = file.synchronize(watch))
         return error;
-    if (!directoryChanged)
+    if (!directoryChanged || !place)
         return {};
-    const std::error_code error = synchronizeDirectory(place.empty() ? openedPath : place, watch);
+    const std::error_code error = place->synchronize(watch);
     directoryChanged = bool(error);
     const bool unreadable = error == std::errc::permission_denied || error == std::errc::too_many_files_open ||
                             error == std::errc::too_many_files_open_in_system;

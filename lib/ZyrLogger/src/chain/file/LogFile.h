@@ -6,6 +6,7 @@
 #include "chain/rotation/RotationTimer.h"
 #include "chain/settings/FileSettings.h"
 
+#include <memory>
 #include <string>
 #include <system_error>
 
@@ -55,6 +56,9 @@ private:
 
     std::error_code makeReady(Time now);
     std::error_code openPath(Time now);
+    bool isStillThere();
+    void reportLink();
+    void reportOther();
     void takeUp(AppendFile&& fresh, Time now);
     void becomeFirstWriter(Time now);
     void keepArchives(Time now);
@@ -77,11 +81,12 @@ private:
 
     AppendFile file;
     std::string openedPath;
-    std::string place; ///< where the file really lies; empty when it is not to be moved from there
+    std::shared_ptr<const LogPlace> place; ///< null when the file is not to be moved from where it lies
     std::uint64_t size = 0;
     std::size_t partial = 0; ///< bytes of the next line that a pipe took already
     bool firstWriter = false;
     bool reportedOther = false;
+    bool reportedLink = false;
     bool endLineFirst = false;
     bool directoryChanged = false;
     bool rotationWanted = false;

@@ -2,16 +2,12 @@
 
 #include "chain/file/LogFile.h"
 
-#include "chain/archive/ArchiveFolder.h"
 #include "chain/file/LogProblem.h"
-#include "chain/file/Place.h"
 #include "chain/rotation/IntervalStart.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <utility>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 namespace Zyr {
@@ -25,13 +21,13 @@ void LogFile::startTimer(Time now, Time written)
     const IntervalStart start(watch);
     Time began = now;
     if (settings.rotation.kind != RotationRule::Kind::Interval) {
-        start.remove(place);
-    } else if (const auto kept = size > 0 ? start.read(place) : std::nullopt) {
+        start.remove(*place);
+    } else if (const auto kept = size > 0 ? start.read(*place) : std::nullopt) {
         began = *kept;
     } else {
         if (size > 0)
-            began = start.birthOf(place).value_or(now);
-        start.write(place, began);
+            began = start.birthOf(*place).value_or(now);
+        start.write(*place, began);
     }
     timer.start(settings.rotation, settings.localTimes, began, written, now);
 }
@@ -40,13 +36,13 @@ void LogFile::startTimer(Time now, Time written)
 void LogFile::restartTimer(Time now)
 {
     if (settings.rotation.kind == RotationRule::Kind::Interval)
-        IntervalStart(watch).write(place, now);
+        IntervalStart(watch).write(*place, now);
     timer.start(settings.rotation, settings.localTimes, now, now, now);
 }
 
 bool LogFile::isRotationDue(Time now)
 {
-    if (place.empty())
+    if (!place)
         return false;
     const bool tooLarge = settings.rotation.kind == RotationRule::Kind::Size && size >= settings.rotation.size;
     return (tooLarge || rotationWanted || timer.isDue(now)) && Steady::now() >= nextRotation;
@@ -57,8 +53,14 @@ bool LogFile::isRotationDue(Time now)
 std::error_code LogFile::rotateIfStillDue(Time now)
 {
     lookAgain(); // what is moved away must be the file that is written
-    if (const std::error_code error = makeReady(now); error || !firstWriter || !isRotationDue(now))
+    if (const std::error_code error = makeReady(now))
         return error;
+    if (firstWriter && place && file.findAgain(*place, place->name(), watch)) { // moved, and linked to from there
+        if (const std::error_code error = openPath(now))
+            return error;
+    }
+    if (!firstWriter || !isRotationDue(now))
+        return {};
     if (size == 0) { // an archive without a line would only push another one out
         rotationWanted = false;
         restartTimer(now);
@@ -69,7 +71,7 @@ std::error_code LogFile::rotateIfStillDue(Time now)
     if (error) {
         nextRotation = Steady::now() + 900ms;
         if (!rotationFailed)
-            reportLogProblem(place,
+            reportLogProblem(openedPath,
                              u"grows, since no new one can be begun: "_s + QString::fromStdString(error.message()));
     }
     rotationFailed = bool(error);
@@ -80,12 +82,14 @@ std::error_code LogFile::rotateIfStillDue(Time now)
 /// place, in which another writer would make one.
 std::error_code LogFile::rotate(Time now)
 {
-    const std::string next = besideLog(place, ".next");
+    if (const std::error_code error = file.findAgain(*place, place->name(), watch))
+        return error;
+    const std::string next = place->hidden(".next");
     AppendFile fresh;
-    std::error_code error = fresh.create(next, watch);
+    std::error_code error = fresh.create(*place, next, watch);
     if (error == std::errc::file_exists) { // left over: perhaps an old log, which is not to be lost
         archives.cleanUp(now);
-        error = fresh.create(next, watch);
+        error = fresh.create(*place, next, watch);
     }
     if (error)
         return error;
@@ -93,8 +97,8 @@ std::error_code LogFile::rotate(Time now)
     const struct stat& old = file.lastStatus();
     if (old.st_uid != fresh.lastStatus().st_uid || old.st_gid != fresh.lastStatus().st_gid)
         watch([&] { return ::fchown(fresh.descriptor(), old.st_uid, old.st_gid); }); // as far as we may
-    if (old.st_mode != fresh.lastStatus().st_mode)
-        watch([&] { return ::fchmod(fresh.descriptor(), old.st_mode & 07777); });
+    if (((old.st_mode ^ fresh.lastStatus().st_mode) & 0777) != 0)
+        watch([&] { return ::fchmod(fresh.descriptor(), old.st_mode & 0777); });
     fresh.lock(watch);
 
     std::string archive;
@@ -103,8 +107,8 @@ std::error_code LogFile::rotate(Time now)
         error = moveAway(next, archive);
     if (error) {
         // It may be the old log that could not be brought back, or another writer's lines may be in it by now.
-        if (fresh.isStillAt(next, watch) && fresh.lastStatus().st_size == 0)
-            watch([&] { return ::unlink(next.c_str()); });
+        if (!fresh.findAgain(*place, next, watch) && fresh.lastStatus().st_size == 0)
+            place->remove(next, watch);
         return error;
     }
     file.close(watch);
@@ -121,23 +125,21 @@ std::error_code LogFile::rotate(Time now)
 /// Puts the file `next` in the log's place and that under the name `archive`, or leaves all as it was.
 std::error_code LogFile::moveAway(const std::string& next, const std::string& archive)
 {
-    const auto exchange = [&] {
-        return watch([&] { return ::renameat2(AT_FDCWD, next.c_str(), AT_FDCWD, place.c_str(), RENAME_EXCHANGE); });
-    };
-    if (exchange() == 0) {
-        const std::error_code error = renameToFree(next, archive, watch);
+    const std::string& log = place->name();
+    if (place->exchange(next, log, watch)) {
+        const std::error_code error = place->renameToFree(next, archive, watch);
         if (error)
-            exchange();
+            place->exchange(next, log, watch);
         return error;
     }
     if (errno != EINVAL && errno != ENOSYS)
         return lastError();
     // A file system that cannot exchange.
-    if (const std::error_code error = renameToFree(place, archive, watch))
+    if (const std::error_code error = place->renameToFree(log, archive, watch))
         return error;
-    const std::error_code error = renameToFree(next, place, watch);
+    const std::error_code error = place->renameToFree(next, log, watch);
     if (error)
-        renameToFree(archive, place, watch);
+        place->renameToFree(archive, log, watch);
     return error;
 }
 

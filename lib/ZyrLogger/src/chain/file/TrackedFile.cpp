@@ -21,12 +21,25 @@ unsigned forksSoFar() noexcept
 
 } // namespace
 
-bool TrackedFile::open(const std::string& path, int flags, CallWatch& watch)
+bool TrackedFile::open(int directory, const char* name, int flags, CallWatch& watch, mode_t mode)
+{
+    return take(watch, [directory, name, flags, mode](bool again) {
+        return ::openat(directory, name, (again ? flags & ~O_EXCL : flags) | O_CLOEXEC, mode);
+    });
+}
+
+bool TrackedFile::duplicate(int descriptor, CallWatch& watch)
+{
+    return take(watch, [descriptor](bool) { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0); });
+}
+
+template <typename Call>
+bool TrackedFile::take(CallWatch& watch, Call call)
 {
     close(watch);
-    for (;;) {
+    for (bool again = false;; again = true) {
         const unsigned before = forksSoFar();
-        const int opened = watch([&] { return ::open(path.c_str(), flags | O_CLOEXEC, 0666); });
+        const int opened = watch([&] { return call(again); });
         if (opened < 0)
             return false;
         {
@@ -38,8 +51,7 @@ bool TrackedFile::open(const std::string& path, int flags, CallWatch& watch)
             }
         }
         // A child may have it too, and does not know of it.
-        watch([&] { return ::close(opened); });
-        flags &= ~O_EXCL;
+        watch([&] { return ::close(opened), 0; });
     }
 }
 
@@ -57,7 +69,7 @@ void TrackedFile::close(CallWatch& watch) noexcept
         const std::lock_guard lock(listMutex);
         delist();
     }
-    watch([file = std::exchange(fd, -1)] { return ::close(file); });
+    watch([file = std::exchange(fd, -1)] { return ::close(file), 0; });
 }
 
 void TrackedFile::swap(TrackedFile& other) noexcept

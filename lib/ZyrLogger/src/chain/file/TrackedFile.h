@@ -2,8 +2,9 @@
 
 #include "chain/file/CallWatch.h"
 
-#include <string>
 #include <utility>
+
+#include <sys/types.h>
 
 namespace Zyr {
 
@@ -21,8 +22,10 @@ public:
     }
     ~TrackedFile();
 
-    /// As ::open() does; errno tells what failed.
-    bool open(const std::string& path, int flags, CallWatch& watch);
+    /// As openat() does; errno tells what failed.
+    bool open(int directory, const char* name, int flags, CallWatch& watch, mode_t mode = 0666);
+    /// Another descriptor of what that one is of.
+    bool duplicate(int descriptor, CallWatch& watch);
     void close(CallWatch& watch) noexcept;
 
     int get() const noexcept { return fd; }
@@ -34,6 +37,8 @@ public:
     static void afterForkInChild() noexcept;
 
 private:
+    template <typename Call>
+    bool take(CallWatch& watch, Call call);
     void swap(TrackedFile& other) noexcept;
     void enlist() noexcept;
     void delist() noexcept;

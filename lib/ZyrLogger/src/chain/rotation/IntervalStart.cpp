@@ -1,11 +1,11 @@
 #include "chain/rotation/IntervalStart.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <charconv>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace Zyr {
@@ -17,12 +17,7 @@ using Clock = std::chrono::system_clock;
 
 /// "-9223372036854775808" and a line end fit, and one more that shows that a file is too long.
 constexpr std::size_t longestContent = 22;
-
-std::string besides(const std::string& logPath)
-{
-    const auto name = logPath.rfind('/') + 1; // from 0 on without a directory
-    return logPath.substr(0, name) + '.' + logPath.substr(name) + ".since";
-}
+constexpr auto ending = ".since";
 
 /// A file system may hold times that the clock's type does not.
 std::optional<IntervalStart::Time> timeOf(std::int64_t secondsSinceEpoch)
@@ -46,54 +41,46 @@ std::optional<IntervalStart::Time> parse(std::string_view content)
 
 } // namespace
 
-std::optional<IntervalStart::Time> IntervalStart::read(const std::string& logPath) const
+std::optional<IntervalStart::Time> IntervalStart::read(const LogPlace& log) const
 {
-    const std::string path = besides(logPath);
     // Not blocking, so that a FIFO under that name does not stop the caller.
-    const int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW;
-    const int file = watch([&] { return ::open(path.c_str(), flags); });
-    if (file < 0)
+    TrackedFile file;
+    if (!log.open(log.hidden(ending), O_RDONLY | O_NONBLOCK | O_NOCTTY, file, watch))
         return {};
     char content[longestContent];
-    const ssize_t size = watch([&] { return ::read(file, content, sizeof content); });
-    watch([&] { return ::close(file); });
+    const ssize_t size = watch([&] { return ::read(file.get(), content, sizeof content); });
+    file.close(watch);
     const auto start = size > 0 ? parse({content, static_cast<std::size_t>(size)}) : std::nullopt;
     return start > Clock::now() ? std::nullopt : start;
 }
 
-bool IntervalStart::write(const std::string& logPath, Time start) const
+bool IntervalStart::write(const LogPlace& log, Time start) const
 {
     const auto second = std::chrono::floor<seconds>(start.time_since_epoch()).count();
-    const std::string path = besides(logPath), temporary = path + ".new", content = std::to_string(second) + '\n';
+    const std::string name = log.hidden(ending), temporary = name + ".new", content = std::to_string(second) + '\n';
     // What a crash left behind goes, and a link that somebody put there is not followed.
-    watch([&] { return ::unlink(temporary.c_str()); });
-    const int flags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW;
-    const int file = watch([&] { return ::open(temporary.c_str(), flags, 0644); });
-    if (file < 0)
+    log.remove(temporary, watch);
+    TrackedFile file;
+    if (!log.open(temporary, O_WRONLY | O_CREAT | O_EXCL, file, watch, 0644))
         return false;
     // Not synchronised, which would wear out storage: what a power cut leaves damaged counts as absent.
-    const ssize_t written = watch([&] { return ::write(file, content.data(), content.size()); });
-    const bool isClosed = watch([&] { return ::close(file); }) == 0;
-    if (isClosed && written == static_cast<ssize_t>(content.size()) &&
-        watch([&] { return ::rename(temporary.c_str(), path.c_str()); }) == 0)
+    const ssize_t written = watch([&] { return ::write(file.get(), content.data(), content.size()); });
+    file.close(watch);
+    if (written == static_cast<ssize_t>(content.size()) && log.rename(temporary, name, watch))
         return true;
-    watch([&] { return ::unlink(temporary.c_str()); });
+    log.remove(temporary, watch);
     return false;
 }
 
-void IntervalStart::remove(const std::string& logPath) const
+void IntervalStart::remove(const LogPlace& log) const
 {
-    const std::string path = besides(logPath);
-    watch([&] { return ::unlink(path.c_str()); });
+    log.remove(log.hidden(ending), watch);
 }
 
-std::optional<IntervalStart::Time> IntervalStart::birthOf(const std::string& logPath) const
+std::optional<IntervalStart::Time> IntervalStart::birthOf(const LogPlace& log) const
 {
-    struct statx status = {};
-    const unsigned wanted = STATX_BTIME | STATX_MTIME;
-    if (watch([&] { return ::statx(AT_FDCWD, logPath.c_str(), 0, wanted, &status); }) != 0)
-        return {};
-    return timeOf(status.stx_mask & STATX_BTIME ? status.stx_btime.tv_sec : status.stx_mtime.tv_sec);
+    std::int64_t made = 0;
+    return log.birth(log.name(), made, watch) ? timeOf(made) : std::nullopt;
 }
 
 } // namespace Zyr

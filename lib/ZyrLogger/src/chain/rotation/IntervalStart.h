@@ -1,10 +1,9 @@
 #pragma once
 
-#include "chain/file/CallWatch.h"
+#include "chain/file/LogPlace.h"
 
 #include <chrono>
 #include <optional>
-#include <string>
 
 namespace Zyr {
 
@@ -21,15 +20,15 @@ public:
     }
 
     /// In whole seconds. Nothing when the file is missing, unreadable or damaged, or names a time that is yet to come.
-    std::optional<Time> read(const std::string& logPath) const;
+    std::optional<Time> read(const LogPlace& log) const;
 
     /// Replaces the file at once, so that nobody reads half of it.
-    bool write(const std::string& logPath, Time start) const;
+    bool write(const LogPlace& log, Time start) const;
 
-    void remove(const std::string& logPath) const;
+    void remove(const LogPlace& log) const;
 
     /// For a log that has no such file: when it was made, or last written where the file system does not keep that.
-    std::optional<Time> birthOf(const std::string& logPath) const;
+    std::optional<Time> birthOf(const LogPlace& log) const;
 
 private:
     CallWatch& watch;
