@@ -175,6 +175,18 @@ public Q_SLOTS:
         count(1'000);
     }
 
+    // A load that is refused, a rotation that is put off, or a failure that is told, where a signal only came between.
+    void interrupted(const QString&)
+    {
+        order("any 0 4 -2\n");
+        padding = QString(100, u'x');
+        for (int i = 0; i < 300; ++i) {
+            count(1);
+            EXPECT(holdsAll());
+        }
+        shell(u"[ -e store/x.log.9 ] && [ -z \"$(find store -size +5k)\" ]"_s);
+    }
+
     // SIGPIPE; a loss that nobody is told of; a pipe that is full for a moment taken for a store that fails, so that
     // records are lost or each piece of them is followed by a rest.
     void pipe(const QString&)
@@ -262,6 +274,7 @@ const Row rows[] = {
     {"hangs forEver", "queueSize=64 K", GIVEN_UP GIVEN_UP},
     {"hangs forAWhile", "queueSize=64 K", "", 1},
     {"synchronizesBadly", "flush=true", WAITS},
+    {"interrupted", "rotation=4 K\nflush=true", ""},
     {"pipe", "queueSize=256 K", "(?:" WAITS "){0,2}" GIVEN_UP, 0, "pipe"},
     {"device", "", WAITS GIVEN_UP, 0, "/dev/full"},
     {"device", "rotation=1 K", "", 0, "/dev/stdout"},

@@ -1,7 +1,7 @@
 // Files that may not be read or written, which root never notices: the program starts over as an ordinary user.
 
 #include "RecordingListener.h"
-#include "TestPlace.h"
+#include "SettingsProbe.h"
 
 #include <QtTest/QtTest>
 
@@ -54,13 +54,17 @@ private Q_SLOTS:
         QFile::remove(place.path(name));
     }
 
-    // A logger that stays silent, or that has to be told, after its directory could not be written for a while.
+    // The wrong reason told; a logger that stays silent, or that has to be told, after its directory could not be
+    // written for a while.
     void unwritableLogDirectory()
     {
         QDir().mkpath(place.path(u"locked"_s));
         setMode(u"locked"_s, 0555);
         const QString settings = place.write(u"locked_Log.ini"_s, settingsFile({}, "flush=true"));
-        Zyr::Logger logger(u"Locked"_s, u"locked/locked.log"_s, settings);
+        std::optional<Zyr::Logger> made;
+        const QByteArray errors = errorsOf([&] { made.emplace(u"Locked"_s, u"locked/locked.log"_s, settings); });
+        QVERIFY2(errors.contains("Permission denied"), errors.constData());
+        Zyr::Logger& logger = *made;
         logger.out(Zyr::Info, u"dropped"_s).endl();
         setMode(u"locked"_s, 0755);
         QTRY_VERIFY((logger.out(Zyr::Info, u"written"_s).endl(), place.lines(u"locked/locked.log"_s).size() > 0));

@@ -10,9 +10,11 @@
 #include <Poco/Logger.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <thread>
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -202,6 +204,30 @@ public Q_SLOTS:
         right &= time.elapsed() < 4000;
     }
 
+    // A socket that cannot be opened by its name in /proc; one whose other users find it changed; lines torn, lost or
+    // sent with a signal, where it is full or has no reader.
+    void writesToASocket()
+    {
+        int ends[2] = {};
+        right &= socketpair(AF_UNIX, SOCK_STREAM, 0, ends) == 0;
+        const int output = dup(STDOUT_FILENO);
+        dup2(ends[1], STDOUT_FILENO);
+        count(0, 50'000);
+        QByteArray received;
+        while (received.count('\n') < 50'000) {
+            char block[1'000];
+            const ssize_t size = read(ends[0], block, sizeof block);
+            right &= size > 0;
+            received.append(block, qMax<ssize_t>(size, 0));
+        }
+        right &= (fcntl(STDOUT_FILENO, F_GETFL) & O_NONBLOCK) == 0;
+        std::ofstream("Quadel.log") << received.toStdString();
+        close(ends[0]);
+        say(u"nobody reads"_s);
+        QThread::msleep(50);
+        dup2(output, STDOUT_FILENO);
+    }
+
     // A child that waits for threads it does not have, or that writes what it inherited a second time.
     void forks()
     {
@@ -256,6 +282,8 @@ private Q_SLOTS:
         row("shutsPocoDown", numbers, "Invalid logger - a\nInvalid logger - b\n", "flush=true");
         row("beginsThreadAtExit", {}, "Invalid logger - after\n");
         row("shutsPocoDownInAConversion", {u"info before"_s}, "Invalid logger - after\n");
+        for (const char* const path : {"path=/dev/stdout", "path=/dev/fd/1", "path=/proc/self/fd/1"})
+            row("writesToASocket", numbers.mid(0, 50'000), "info nobody reads\n", path);
         row("forks", numbers);
     }
 

@@ -1,11 +1,14 @@
 // What a logger makes of its settings: defaults, conversions, refused values; and where its file goes.
 
 #include "RecordingListener.h"
-#include "TestPlace.h"
+#include "SettingsProbe.h"
 
 #include <QtTest/QtTest>
 
 #include <Poco/Exception.h>
+
+#include <sys/file.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -104,6 +107,20 @@ private Q_SLOTS:
         QTRY_COMPARE(place.lines(u"settings.log"_s), QStringList(u"info after"_s));
         QVERIFY_EXCEPTION_THROWN(logger.setLogFileProperty(u"path"_s, place.path(u"missing/x.log"_s)), Poco::Exception);
         QVERIFY(!QFile::exists(place.path(u"missing"_s)));
+    }
+
+    // A file that whoever can read it keeps from being rotated, and an operator who cannot tell by which program.
+    void namesWhoHoldsTheLock()
+    {
+        QFile reader(place.path(place.write(u"held.log"_s, {})));
+        QVERIFY(reader.open(QIODevice::ReadOnly) && ::flock(reader.handle(), LOCK_EX) == 0);
+        const QByteArray errors = errorsOf([&] {
+            Zyr::Logger held(u"Held"_s, u"held.log"_s, u"held_Log.ini"_s);
+            held.out(Zyr::Info, u"x"_s).endl();
+            QTRY_COMPARE(place.lines(u"held.log"_s).size(), 1);
+        });
+        QVERIFY2(errors.contains(" (its lock is held by process " + QByteArray::number(::getpid()) + " ("),
+                 errors.constData());
     }
 
     // A chain that is given up, or taken for complete, because its last link could not be made at first; a bad level

@@ -5,12 +5,14 @@
 //
 //     <call> <milliseconds> <errno> <times>
 //
-// Such a call (write, which is writev as well, or fdatasync) takes that long, -1 being until the orders change,
-// and then fails with that error, 0 being that it does what it should; 0 times means always.
+// Such a call (write, which is writev as well, fdatasync, openat, renameat2, unlinkat, or any of them) takes that long,
+// -1 being until the orders change, and then fails with that error, 0 being that it does what it should; 0 times means
+// always, -2 every second time.
 
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -49,24 +51,26 @@ bool obey(std::string_view call, const char* path)
         int error = 0;
         int times = 0;
         if (std::sscanf(text.data(), "%99s %d %d %d", name.data(), &milliseconds, &error, &times) != 4 ||
-            call != name.data())
+            (call != name.data() && std::string_view(name.data()) != "any"))
             return true;
         if (milliseconds >= 0 && waited >= milliseconds) {
             errno = error;
-            return error == 0 || (times > 0 && made++ >= times);
+            return error == 0 || (times > 0 && made++ >= times) || (times < 0 && made++ % -times != 0);
         }
         ::usleep(1000);
     }
 }
 
-bool obey(std::string_view call, int file)
+/// `name`: in the directory `file`.
+bool obey(std::string_view call, int file, const char* name = nullptr)
 {
     std::array<char, 32> link;
-    char path[PATH_MAX] = {};
+    char path[2 * PATH_MAX] = {};
     std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", file);
     const int before = errno;
-    if (::readlink(link.data(), path, sizeof path - 1) < 0)
-        path[0] = '\0';
+    const ssize_t size = ::readlink(link.data(), path, PATH_MAX);
+    if (name)
+        std::snprintf(path + (size < 0 ? 0 : size), PATH_MAX, "/%s", name);
     errno = before;
     return obey(call, path);
 }
@@ -88,5 +92,24 @@ ssize_t writev(int file, const iovec* pieces, int count)
 int fdatasync(int file)
 {
     return obey("fdatasync", file) ? int(::syscall(SYS_fdatasync, file)) : -1;
+}
+
+int openat(int directory, const char* name, int flags, ...)
+{
+    va_list rest;
+    va_start(rest, flags);
+    const unsigned mode = flags & O_CREAT ? va_arg(rest, unsigned) : 0;
+    va_end(rest);
+    return obey("openat", directory, name) ? int(::syscall(SYS_openat, directory, name, flags, mode)) : -1;
+}
+
+int renameat2(int from, const char* name, int to, const char* newName, unsigned flags) noexcept
+{
+    return obey("renameat2", from, name) ? int(::syscall(SYS_renameat2, from, name, to, newName, flags)) : -1;
+}
+
+int unlinkat(int directory, const char* name, int flags) noexcept
+{
+    return obey("unlinkat", directory, name) ? int(::syscall(SYS_unlinkat, directory, name, flags)) : -1;
 }
 }

@@ -66,7 +66,7 @@ std::error_code AppendFile::open(const std::string& path, CallWatch& watch)
         };
         bool opened = openAs(regular ? O_RDWR | O_CREAT : O_WRONLY);
         if (!opened && exists && regular && errno == EACCES)
-            opened = openAs(O_WRONLY);
+            opened = openAs(O_WRONLY | O_CREAT); // with which the kernel refuses another user's file in /tmp
         if (!opened && where.isKernelLink() && (errno == ENXIO || errno == EACCES)) // a socket, or another user's
             opened = duplicateOwn(where, file, watch);
         if (!opened && errno == ELOOP)
