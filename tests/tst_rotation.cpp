@@ -180,6 +180,10 @@ const Row rows[] = {
     {"left-overs", "compress=false\nrotateOnOpen=true",
      "for i in next gz-part; do echo $i >log/.Quadel.log.$i; done; echo L >log/Quadel.log; run writes 1 1", 0,
      "Quadel.log:{1 Quadel.log.0:L Quadel.log.1:ne"},
+    // A log or an archive that others may read than could before.
+    {"rights", "compress=false\nrotateOnOpen=true",
+     "echo L >log/Quadel.log; chmod 640 log/*; run writes 1 1; [ $(stat -c %a log/* | sort -u) = 640 ]", 0,
+     "Quadel.log:{1 Quadel.log.0:L"},
     // An interval that begins anew at each start of the program, or that is kept as a line of the log.
     {"interval", "compress=false\nrotation=1 hours",
      "run writes 1 1; run writes 2 1; since=log/.Quadel.log.since; echo $(($(cat $since) - 3600)) >$since;"
@@ -309,6 +313,7 @@ private Q_SLOTS:
                              "paste -sd' ' >../files"_s),
                  0);
         QCOMPARE(place.read(path(*row, "files")).trimmed(), QByteArray(row->expected));
+        QCOMPARE(place.read(path(*row, "status")), "0\n");
     }
 };
 

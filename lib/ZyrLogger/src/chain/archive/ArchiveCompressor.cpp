@@ -197,7 +197,9 @@ ArchiveCompressor::Result ArchiveCompressor::finish(const std::string& archive)
         return Result::Gone;
     if (std::uint64_t(status.st_size) != work->consumed) // written to although there are no locks
         return Result::Failed;
-    copyAttributes(status);
+    copyAccess(status, output, watch);
+    const timespec times[] = {status.st_atim, status.st_mtim};
+    watch([&] { return ::futimens(output, times); });
     if (watch([&] { return ::fdatasync(output); }, longestSync) != 0)
         return Result::Failed;
 
@@ -210,21 +212,6 @@ ArchiveCompressor::Result ArchiveCompressor::finish(const std::string& archive)
     log.synchronize(watch);         // before the other name goes
     log.remove(archive, watch);
     return Result::Done;
-}
-
-/// As far as it is permitted. Who could not read the archive must not be able to read this one.
-void ArchiveCompressor::copyAttributes(const struct stat& status)
-{
-    const int output = work->output.file.get();
-    struct stat made = {};
-    if (watch([&] { return ::fchown(output, status.st_uid, status.st_gid); }) != 0)
-        watch([&] { return ::fchown(output, uid_t(-1), status.st_gid); });
-    mode_t mode = status.st_mode & 0777;
-    if (watch([&] { return ::fstat(output, &made); }) != 0 || made.st_gid != status.st_gid)
-        mode &= ~mode_t(S_IRWXG);
-    watch([&] { return ::fchmod(output, mode); });
-    const timespec times[] = {status.st_atim, status.st_mtim};
-    watch([&] { return ::futimens(output, times); });
 }
 
 void ArchiveCompressor::abandon() noexcept

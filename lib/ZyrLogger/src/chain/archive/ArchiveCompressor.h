@@ -41,7 +41,6 @@ private:
     bool isBeingWritten();
     Result readSlice(const std::string& archive);
     Result finish(const std::string& archive);
-    void copyAttributes(const struct stat& status);
 
     CallWatch& watch;
     std::unique_ptr<Work> work;

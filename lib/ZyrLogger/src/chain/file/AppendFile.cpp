@@ -87,7 +87,8 @@ std::error_code AppendFile::open(const std::string& path, CallWatch& watch)
 
 std::error_code AppendFile::create(const LogPlace& beside, const std::string& name, CallWatch& watch)
 {
-    return beside.open(name, always | O_RDWR | O_CREAT | O_EXCL, file, watch) ? look(watch) : lastError();
+    constexpr int flags = always | O_RDWR | O_CREAT | O_EXCL;
+    return beside.open(name, flags, file, watch, S_IRUSR | S_IWUSR) ? look(watch) : lastError();
 }
 
 std::error_code AppendFile::look(CallWatch& watch)

@@ -21,7 +21,7 @@ public:
     /// Creates the file if need be. A pipe that nobody reads cannot be opened. A path to a descriptor of this process,
     /// as /dev/stdout, that cannot be opened by name stands for the descriptor itself.
     std::error_code open(const std::string& path, CallWatch& watch);
-    /// Creates it beside a log; one that is there already is an error.
+    /// Creates it beside a log, for nobody else to read; one that is there already is an error.
     std::error_code create(const LogPlace& beside, const std::string& name, CallWatch& watch);
     void close(CallWatch& watch) noexcept { file.close(watch); }
 

@@ -94,12 +94,8 @@ std::error_code LogFile::rotate(Time now)
     if (error)
         return error;
 
-    const struct stat& old = file.lastStatus();
-    if (old.st_uid != fresh.lastStatus().st_uid || old.st_gid != fresh.lastStatus().st_gid)
-        watch([&] { return ::fchown(fresh.descriptor(), old.st_uid, old.st_gid); }); // as far as we may
-    if (((old.st_mode ^ fresh.lastStatus().st_mode) & 0777) != 0)
-        watch([&] { return ::fchmod(fresh.descriptor(), old.st_mode & 0777); });
-    fresh.lock(watch);
+    fresh.lock(watch); // before others can open it, and lock it
+    copyAccess(file.lastStatus(), fresh.descriptor(), watch);
 
     std::string archive;
     error = archives.makeRoom(now, archive);

@@ -7,6 +7,17 @@
 
 namespace Zyr {
 
+void copyAccess(const struct stat& from, int to, CallWatch& watch)
+{
+    if (watch([&] { return ::fchown(to, from.st_uid, from.st_gid); }) != 0)
+        watch([&] { return ::fchown(to, uid_t(-1), from.st_gid); });
+    struct stat made = {};
+    mode_t mode = from.st_mode & 0777;
+    if (watch([&] { return ::fstat(to, &made); }) != 0 || made.st_gid != from.st_gid)
+        mode &= ~mode_t(S_IRWXG);
+    watch([&] { return ::fchmod(to, mode); });
+}
+
 std::shared_ptr<const LogPlace> LogPlace::of(const TrustedPath& path, CallWatch& watch)
 {
     const std::shared_ptr<LogPlace> place(new LogPlace);

@@ -23,6 +23,10 @@ inline std::error_code lastError() noexcept
     return {errno, std::system_category()};
 }
 
+/// Gives a file the owner, group and mode of another one, as far as that is permitted: who could not read that one must
+/// not be able to read this one, so without its group it gets no rights for a group.
+void copyAccess(const struct stat& from, int to, CallWatch& watch);
+
 /// Where a log file lies: its directory, held open, and its name there. The log and what lies beside it are reached
 /// through that directory, by names without links, so that nobody leads the writer to files elsewhere by putting
 /// another directory or a link in the way meanwhile.
