@@ -6,8 +6,11 @@
 
 #include "Check.h"
 
+#include <array>
 #include <atomic>
+#include <climits>
 #include <cstdarg>
+#include <cstdio>
 #include <string_view>
 
 #include <fcntl.h>
@@ -38,10 +41,24 @@ void checkPlace(const char* path)
     check(!confined || isInside(path), "No file is touched outside the scratch directory", path);
 }
 
-void checkOpen(const char* path, int flags)
+/// The same of a name in an open directory.
+void checkPlace(int directory, const char* name)
+{
+    if (!confined || directory == AT_FDCWD || *name == '/')
+        return checkPlace(name);
+    std::array<char, 32> link;
+    std::array<char, 2 * PATH_MAX> path;
+    std::snprintf(link.data(), link.size(), "/proc/self/fd/%d", directory);
+    const ssize_t size = ::readlink(link.data(), path.data(), PATH_MAX);
+    check(size > 0, "A directory that is used is open", name);
+    std::snprintf(path.data() + size, PATH_MAX, "/%s", name);
+    checkPlace(path.data());
+}
+
+void checkOpen(int directory, const char* path, int flags)
 {
     if ((flags & O_ACCMODE) != O_RDONLY || (flags & (O_CREAT | O_TRUNC)) != 0)
-        checkPlace(path);
+        checkPlace(directory, path);
 }
 
 mode_t modeOf(int flags, va_list arguments)
@@ -71,7 +88,7 @@ int open(const char* path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = modeOf(flags, arguments);
     va_end(arguments);
-    checkOpen(path, flags);
+    checkOpen(AT_FDCWD, path, flags);
     return int(::syscall(SYS_openat, AT_FDCWD, path, flags, mode));
 }
 
@@ -90,7 +107,7 @@ int openat(int directory, const char* path, int flags, ...)
     va_start(arguments, flags);
     const mode_t mode = modeOf(flags, arguments);
     va_end(arguments);
-    checkOpen(path, flags);
+    checkOpen(directory, path, flags);
     return int(::syscall(SYS_openat, directory, path, flags, mode));
 }
 
@@ -109,6 +126,12 @@ int mkdir(const char* path, mode_t mode) noexcept
     return int(::syscall(SYS_mkdirat, AT_FDCWD, path, mode));
 }
 
+int mkdirat(int directory, const char* path, mode_t mode) noexcept
+{
+    checkPlace(directory, path);
+    return int(::syscall(SYS_mkdirat, directory, path, mode));
+}
+
 int rename(const char* from, const char* to) noexcept
 {
     checkPlace(from);
@@ -118,8 +141,8 @@ int rename(const char* from, const char* to) noexcept
 
 int renameat2(int fromDirectory, const char* from, int toDirectory, const char* to, unsigned flags) noexcept
 {
-    checkPlace(from);
-    checkPlace(to);
+    checkPlace(fromDirectory, from);
+    checkPlace(toDirectory, to);
     return int(::syscall(SYS_renameat2, fromDirectory, from, toDirectory, to, flags));
 }
 
@@ -134,8 +157,8 @@ int linkat(int fromDirectory, const char* from, int toDirectory, const char* to,
 {
     // A file that was opened without a name gets one from its descriptor.
     if (!std::string_view(from).starts_with("/proc/self/fd/"))
-        checkPlace(from);
-    checkPlace(to);
+        checkPlace(fromDirectory, from);
+    checkPlace(toDirectory, to);
     return int(::syscall(SYS_linkat, fromDirectory, from, toDirectory, to, flags));
 }
 
@@ -147,7 +170,7 @@ int unlink(const char* path) noexcept
 
 int unlinkat(int directory, const char* path, int flags) noexcept
 {
-    checkPlace(path);
+    checkPlace(directory, path);
     return int(::syscall(SYS_unlinkat, directory, path, flags));
 }
 }
