@@ -112,21 +112,23 @@ std::error_code AppendFile::findAgain(const std::string& path, CallWatch& watch)
     std::error_code error = watch([&] { return where.find(path.c_str()); });
     if (!error && watch([&] { return where.status(now); }) != 0)
         error = lastError();
-    return compare(error, now);
+    return compare(error, now, watch);
 }
 
 std::error_code AppendFile::findAgain(const LogPlace& beside, const std::string& name, CallWatch& watch)
 {
     struct stat now = {};
-    return compare(beside.status(name, now, watch) ? std::error_code() : lastError(), now);
+    return compare(beside.status(name, now, watch) ? std::error_code() : lastError(), now, watch);
 }
 
-std::error_code AppendFile::compare(const std::error_code& error, const struct stat& now) noexcept
+std::error_code AppendFile::compare(const std::error_code& error, const struct stat& now, CallWatch& watch) noexcept
 {
     if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
         return PathError::NotThisFile;
-    if (error)
+    if (error) { // the file goes on, whatever its path leads to
+        watch([&] { return ::fstat(file.get(), &status); });
         return error;
+    }
     if (now.st_dev != status.st_dev || now.st_ino != status.st_ino)
         return PathError::NotThisFile;
     status = now;

@@ -71,7 +71,7 @@ public:
 
 private:
     std::error_code look(CallWatch& watch);
-    std::error_code compare(const std::error_code& error, const struct stat& now) noexcept;
+    std::error_code compare(const std::error_code& error, const struct stat& now, CallWatch& watch) noexcept;
     ssize_t write(iovec* pieces, std::size_t count) const noexcept;
     bool isBeingWritten(CallWatch& watch) const;
 
