@@ -214,11 +214,40 @@ private Q_SLOTS:
         QVERIFY(after.ru_nvcsw - before.ru_nvcsw < 50);
     }
 
-    // No settings at all where there is no directory for them.
+    void watchesOnceThereAreDescriptors_data()
+    {
+        QTest::addColumn<bool>("hasThread");
+        QTest::newRow("another is watched") << true;
+        QTest::newRow("the first one") << false;
+    }
+
+    // Settings that stay unwatched for good because there were no descriptors when they were to be watched.
+    void watchesOnceThereAreDescriptors()
+    {
+        QFETCH(const bool, hasThread);
+        const TestPlace place;
+        place.write(probeFile, "[S]\nv=1\n");
+        SettingsProbe other({}, u"other.ini"_s);
+        QVERIFY(!hasThread || other.startConfigFileWatcher());
+        SettingsProbe probe;
+        rlimit before = {};
+        ::getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit none = {0, before.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &none);
+        const bool watched = probe.startConfigFileWatcher();
+        ::setrlimit(RLIMIT_NOFILE, &before);
+        QVERIFY(!watched && other.startConfigFileWatcher());
+        QTRY_COMPARE_WITH_TIMEOUT(probe.loads(), "first |1", 10000); // after a second
+        change(place, "put probe.ini 2");
+        QCOMPARE(probe.loads(), "first |1|2");
+    }
+
+    // No settings at all where there is no directory for them; a start that loads or tells once more.
     void unwatchableIsLoadedAllTheSame()
     {
         SettingsProbe probe({}, u"/dev/null/probe.ini"_s);
-        const QByteArray errors = errorsOf([&] { QVERIFY(!probe.startConfigFileWatcher()); });
+        const QByteArray errors =
+            errorsOf([&] { QVERIFY(!probe.startConfigFileWatcher() && !probe.startConfigFileWatcher()); });
         QCOMPARE(errors, "/dev/null/probe.ini: cannot be watched: its directory cannot be created\n");
         QCOMPARE(probe.loads(), "first ");
     }

@@ -1,14 +1,41 @@
-// Files that may not be read or written, which root never notices: the program starts over as an ordinary user.
+// Files that may not be read or written and threads that may not be made, which root never notices: the program starts
+// over as an ordinary user.
 
 #include "RecordingListener.h"
 #include "SettingsProbe.h"
+#include "TestPlace.h"
 
 #include <QtTest/QtTest>
 
+#include <optional>
+
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+/// While one lives, the process gets no more threads.
+class NoThreads
+{
+public:
+    NoThreads()
+    {
+        ::getrlimit(RLIMIT_NPROC, &before);
+        const rlimit none = {0, before.rlim_max};
+        ::setrlimit(RLIMIT_NPROC, &none);
+    }
+    ~NoThreads() { ::setrlimit(RLIMIT_NPROC, &before); }
+    NoThreads(const NoThreads&) = delete;
+    NoThreads& operator=(const NoThreads&) = delete;
+
+private:
+    rlimit before;
+};
+
+} // namespace
 
 class TestOrdinaryUser : public QObject
 {
@@ -52,6 +79,47 @@ private Q_SLOTS:
         QCOMPARE(place.read(name), "[Logger]\nlevel=trace\n");
         setMode(u"conf"_s, 0755);
         QFile::remove(place.path(name));
+    }
+
+    void watchesOnceThereIsAThread_data()
+    {
+        QTest::addColumn<QString>("again");
+        for (const char* const again : {"another listener", "own load", "own path"})
+            QTest::newRow(again) << QString::fromLatin1(again);
+    }
+
+    // Settings that are never watched again, without a word or with one at each attempt, because the system once gave
+    // no thread for it; a change made meanwhile that is missed, a listener that is served after its end.
+    void watchesOnceThereIsAThread()
+    {
+        QFETCH(const QString, again);
+        const QString name = place.write(u"thread_Log.ini"_s, settingsFile());
+        QVERIFY(SettingsProbe({}, u"former.ini"_s).startConfigFileWatcher()); // whose thread ends with it
+        std::optional<Zyr::Logger> logger;
+        const QByteArray errors = errorsOf([&] {
+            const NoThreads none;
+            QVERIFY(!SettingsProbe({}, u"gone.ini"_s).startConfigFileWatcher());
+            logger.emplace(u"Thread"_s, u"thread.log"_s, name);
+            logger->setLogFilePath(place.path(u"other.log"_s));
+        });
+        const QByteArray problem = ": cannot be watched now, which the next logger or load tries again: no thread: "
+                                   "Resource temporarily unavailable\n";
+        for (const QString& file : {u"gone.ini"_s, name})
+            QCOMPARE(errors.count(place.path(file).toUtf8() + problem), 1);
+        QCOMPARE(errors.count("watch"), 2);
+
+        place.write(u"gone.ini"_s, "[S]\nv=1\n");
+        place.write(name, settingsFile("level=error"));
+        SettingsProbe other({}, u"other.ini"_s);
+        if (again == u"another listener"_s)
+            QVERIFY(other.startConfigFileWatcher());
+        else if (again == u"own load"_s)
+            place.load(*logger, settingsFile());
+        else
+            logger->setLogFilePath(place.path(u"third.log"_s));
+        QTRY_VERIFY(!logger->isEnabled(Zyr::Info));
+        place.write(name, settingsFile());
+        QTRY_VERIFY(logger->isEnabled(Zyr::Info));
     }
 
     // The wrong reason told; a logger that stays silent, or that has to be told, after its directory could not be

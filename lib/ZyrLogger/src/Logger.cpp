@@ -67,10 +67,18 @@ void Logger::start(const QString& logFileName)
     if (state->isChainGone())
         return;
     Misc::checkDirectory(QFileInfo(logFilePath).absolutePath());
-    if (!startConfigFileWatcher())
+    state->isUnwatched = !startConfigFileWatcher();
+    if (state->isUnwatched)
         out(Warning, u"Can not watch file '%1'"_s, OwnEntries::file, OwnEntries::cannotWatchLine)
             .arg(logFileNameOrDefault(logFileName))
             .endl();
+}
+
+/// For whoever changes the logger's settings himself: tries again to watch their file, where that failed.
+void Logger::watchSettings()
+{
+    if (state->isUnwatched)
+        state->isUnwatched = !startConfigFileWatcher();
 }
 
 Logger::~Logger()
@@ -150,6 +158,7 @@ void Logger::flushFinal()
 /// What the destructor does; the object is whole afterwards, without a chain.
 void Logger::retire() noexcept
 {
+    state->isUnwatched = false;
     stopConfigFileWatcher();
     try {
         if (!state->isInherited()) {

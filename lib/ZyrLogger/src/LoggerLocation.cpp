@@ -31,6 +31,7 @@ void Logger::setLogFileProperty(QString name, QString value)
 {
     if (state->isChainGone())
         return;
+    watchSettings();
     const std::lock_guard turn(state->reload);
     auto channel = state->shareFile();
     if (!channel)

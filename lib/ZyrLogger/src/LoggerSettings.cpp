@@ -102,6 +102,8 @@ bool Logger::onConfigFileChanged(QSettings& settings, bool firstLoad)
 
 bool Logger::createLoggerBySettings(QSettings& settings)
 {
+    if (!state->isChainGone())
+        watchSettings();
     bool settingsChanged = false;
     applySettings(settings, settingsChanged);
     return settingsChanged;

@@ -141,6 +141,8 @@ public:
     std::mutex guard;            ///< for the chain pointers, filters, repeat settings and listeners
     std::recursive_mutex reload; ///< recursive: a message handler of Qt may call back while settings are read
 
+    std::atomic<bool> isUnwatched = false; ///< the settings file could not be watched at the last attempt
+
     std::condition_variable listenerLeft; ///< with `guard`
     std::list<const LogListener*> callsUnderWay;
 

@@ -27,14 +27,16 @@ ConfigFileListener::Private::Private(ConfigFileListener* publicSide, const QStri
 bool ConfigFileListener::Private::start()
 {
     Watcher& watcher = Watcher::instance();
+    const auto self = client();
+    const Watcher::Begin begun = watcher.begin(self);
     if (watcher.isForked()) {
-        loadFirst();
+        if (begun == Watcher::Begin::First)
+            loadFirst();
         return false;
     }
 
-    const auto self = client();
     QString problem;
-    switch (watcher.begin(self)) {
+    switch (begun) {
     case Watcher::Begin::Started:
         return true;
     case Watcher::Begin::Resumed:
@@ -45,18 +47,22 @@ bool ConfigFileListener::Private::start()
         if (!problem.isEmpty())
             Misc::reportProblem(name, problem);
         return false;
-    case Watcher::Begin::Acquired:
+    case Watcher::Begin::First:
+    case Watcher::Begin::Again:
         break;
     }
 
-    const auto release = qScopeGuard([&] { watcher.end(self, nextLook); });
+    bool loaded = begun == Watcher::Begin::Again;
+    const auto release = qScopeGuard([&] { watcher.end(self, nextLook, !loaded); });
     const QString directory = QFileInfo(name).path();
     const bool exists = Misc::checkDirectory(directory) || QFileInfo(directory).isDir();
-    loadFirst();
+    if (!loaded)
+        loadFirst();
+    loaded = true;
     bool watched = false;
     if (exists)
         watched = watcher.watch(self, problem);
-    else
+    else if (begun == Watcher::Begin::First)
         problem = u"cannot be watched: its directory cannot be created"_s;
     // What changed between the load and the watch caused no event.
     if (watched && isNews(readFile(path)))

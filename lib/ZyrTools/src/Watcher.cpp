@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -51,17 +52,24 @@ Watcher::Watcher()
 
 Watcher::Begin Watcher::begin(const Client& client)
 {
+    if (isForked())
+        return std::exchange(client->started, true) ? Begin::Started : Begin::First;
     Lock lock(mutex);
     if (!client->started)
         waitUntilIdle(lock, client);
-    if (client->started)
+    if (client->started && (client->busy || isWatched(client)))
         return Begin::Started;
-    client->started = true;
+    const bool again = std::exchange(client->started, true);
     if (client->busy)
         return Begin::Resumed;
     client->busy = true;
     client->busyThread = std::this_thread::get_id();
-    return Begin::Acquired;
+    return again ? Begin::Again : Begin::First;
+}
+
+bool Watcher::isWatched(const Client& client) const
+{
+    return clients.count(client.get()) > 0 && client->watchAgain.isFirst();
 }
 
 bool Watcher::watch(const Client& client, QString& problem)
@@ -69,30 +77,31 @@ bool Watcher::watch(const Client& client, QString& problem)
     Lock lock(mutex);
     if (!client->started)
         return false;
-    int error = ensureRunning();
-    if (error == 0) {
-        clients[client.get()] = client;
-        ++startingWalks;
-        error = walk(lock, client);
-        --startingWalks;
-        wake(); // it reads events again, and may have a walk to repeat
-        if (!client->started)
-            return false;
+    QString reason = ensureRunning();
+    clients[client.get()] = client;
+    if (!reason.isEmpty()) {
+        if (client->watchFailed())
+            problem = u"cannot be watched now, which the next logger or load tries again: "_s + reason;
+        return false;
     }
+
+    ++startingWalks;
+    const int error = walk(lock, client);
+    --startingWalks;
+    wake(); // it reads events again, and may have a walk to repeat
+    if (!client->started)
+        return false;
+    if (error != 0 && error != EAGAIN) {
+        if (client->watchFailed())
+            problem = u"cannot be watched now, which is tried again: "_s + errorText(error);
+        return false;
+    }
+    client->watchSucceeded();
     if (error == EAGAIN) { // other files are being moved there all the time; the thread goes on trying
         client->touch();
         client->nextWatch = client->lastTouch;
-        error = 0;
     }
-    if (error == 0)
-        return true;
-    client->started = false;
-    problem = u"cannot be watched: "_s + errorText(error);
-    if (clients.erase(client.get()) > 0)
-        paths->forget(client.get());
-    if (clients.empty() && thread.joinable())
-        endThread(lock);
-    return false;
+    return true;
 }
 
 void Watcher::touch(const Client& client)
@@ -104,11 +113,12 @@ void Watcher::touch(const Client& client)
     wake();
 }
 
-void Watcher::end(const Client& client, std::optional<Time> nextLook)
+void Watcher::end(const Client& client, std::optional<Time> nextLook, bool failed)
 {
     const std::lock_guard lock(mutex);
     client->busy = false;
-    client->started = clients.count(client.get()) > 0;
+    if (failed && clients.count(client.get()) == 0)
+        client->started = false;
     client->nextLook = nextLook;
     changed.notify_all();
     wake();
@@ -116,15 +126,17 @@ void Watcher::end(const Client& client, std::optional<Time> nextLook)
 
 void Watcher::stop(const Client& client)
 {
-    if (isForked())
+    if (isForked()) {
+        client->started = false;
         return;
+    }
     Lock lock(mutex);
     client->started = false;
     client->dirty = false;
     client->nextLook.reset();
     client->nextWatch.reset();
     client->watchAgain.reset();
-    if (clients.erase(client.get()) > 0)
+    if (clients.erase(client.get()) > 0 && paths)
         paths->forget(client.get());
     waitUntilIdle(lock, client);
     if (clients.empty() && thread.joinable())
@@ -163,12 +175,13 @@ void Watcher::waitUntilIdle(Lock& lock, const Client& client)
     }
 }
 
-int Watcher::ensureRunning()
+/// Returns why there is no thread. A new one begins with those who have waited for it.
+QString Watcher::ensureRunning()
 {
     if (thread.joinable() && !ended) {
         quit = false;
         changed.notify_all(); // nobody needs to wait for its end any more
-        return 0;
+        return {};
     }
     if (thread.joinable())
         thread.join();
@@ -176,21 +189,20 @@ int Watcher::ensureRunning()
     quit = false;
     auto newPaths = std::make_shared<PathWatch>();
     if (newPaths->fd() < 0)
-        return errno;
+        return u"no inotify instance: "_s + errorText(errno);
     Descriptor newWakeUp(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!newWakeUp)
-        return errno;
-    paths = std::move(newPaths);
-    wakeUp = std::move(newWakeUp);
+        return u"no eventfd: "_s + errorText(errno);
     try {
         const AllSignalsBlocked blocked;
-        thread = std::thread(&Watcher::run, this);
+        thread = std::thread(&Watcher::run, this); // which waits for the mutex
     } catch (const std::system_error& error) {
-        paths.reset();
-        wakeUp = Descriptor();
-        return error.code().value();
+        return u"no thread: "_s + errorText(error.code().value());
     }
-    return 0;
+    paths = std::move(newPaths);
+    wakeUp = std::move(newWakeUp);
+    touchAll();
+    return {};
 }
 
 void Watcher::wake() const

@@ -167,17 +167,23 @@ void Watcher::runOnce(Lock& lock)
     serveDueClients(lock);
 }
 
-/// After an exception, mostly for want of memory, events may be lost: every client watches and looks again.
+/// Has every client watch and look again.
+void Watcher::touchAll()
+{
+    for (const auto& [address, client] : clients) {
+        client->touch();
+        client->nextWatch = client->lastTouch;
+    }
+}
+
+/// After an exception, mostly for want of memory, events may be lost.
 void Watcher::recover(Lock& lock)
 {
     if (lock.owns_lock())
         lock.unlock();
     std::this_thread::sleep_for(recoveryTime); // not at full speed while it lasts
     lock.lock();
-    for (const auto& [address, client] : clients) {
-        client->touch();
-        client->nextWatch = client->lastTouch;
-    }
+    touchAll();
 }
 
 void Watcher::run()

@@ -178,6 +178,7 @@ private:
     ZYRLOGGER_NO_EXPORT Logger(QString name, const QString& logFileName, const QString& settingsFileName, NotStarted);
     static Logger& makeInstance();
     ZYRLOGGER_NO_EXPORT void start(const QString& logFileName);
+    ZYRLOGGER_NO_EXPORT void watchSettings();
     ZYRLOGGER_NO_EXPORT bool isMainLogger() const;
     ZYRLOGGER_NO_EXPORT void retire() noexcept;
     ZYRLOGGER_NO_EXPORT bool closeChain();

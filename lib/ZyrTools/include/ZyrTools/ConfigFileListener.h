@@ -58,7 +58,9 @@ public:
     /// still be under way on another thread.
     ///
     /// @return whether the file is being watched. If not, the load has been made all the same, and standard error says
-    /// why, but for a forked child and a stop meanwhile.
+    /// why, but for a forked child and a stop meanwhile. A start after that makes no load: it tries to watch again, as
+    /// the start of any other listener does where it was a thread that the system did not give, and once the file is
+    /// watched, what has changed meanwhile is loaded on the watcher's thread.
     bool startConfigFileWatcher();
 
     /// Stops watching. Returns when no callback is running or can start any more; from inside the callback it does not
