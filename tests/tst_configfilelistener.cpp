@@ -214,6 +214,25 @@ private Q_SLOTS:
         QVERIFY(after.ru_nvcsw - before.ru_nvcsw < 50);
     }
 
+    // An operator who is not told that his settings do nothing, or is at every touch; a missing file that counts as one
+    // that cannot be read.
+    void tellsOnceOfAnUnreadableFile()
+    {
+        const TestPlace place;
+        place.write(probeFile, "[S]\nv=1\n");
+        SettingsProbe probe;
+        const QByteArray errors = errorsOf([&] {
+            QVERIFY(probe.startConfigFileWatcher());
+            for (const char* const step : {"head -c 70000 /dev/zero > probe.ini", "rm probe.ini; mkdir probe.ini",
+                                           "rmdir probe.ini; put probe.ini 2", "rm probe.ini", "mkdir probe.ini"})
+                change(place, step);
+        });
+        const QByteArray start =
+            place.path(probeFile).toUtf8() + ": cannot be read now, so what was loaded stays in force: ";
+        QCOMPARE(errors, start + "larger than 64 KiB\n" + start + "not a regular file\n");
+        QCOMPARE(probe.loads(), "first 1|2");
+    }
+
     void watchesOnceThereAreDescriptors_data()
     {
         QTest::addColumn<bool>("hasThread");

@@ -33,6 +33,7 @@ private:
 
     std::shared_ptr<WatchClient> client() { return shared_from_this(); }
     void loadFirst();
+    void reportUnreadable(const FileBytes& file, const QString& problem);
     void load(FileBytes file, bool firstLoad);
     Outcome callListener(const SettingsMap& values, bool firstLoad);
     bool isNews(const FileBytes& file) const;
@@ -48,6 +49,7 @@ private:
     bool refused = false; ///< the listener said of the load under way that it did not
     std::function<bool()> mended;
 
+    bool unreadableReported = false;
     bool postponed = false; ///< the file is to be loaded as soon as the system can
     Backoff lookAgain;      ///< for that, and for asking `mended`
     std::optional<Time> nextLook;

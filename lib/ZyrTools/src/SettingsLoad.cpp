@@ -92,8 +92,8 @@ void ConfigFileListener::Private::loadFailed(std::function<bool()> mendedCheck)
 void ConfigFileListener::Private::loadFirst()
 {
     FileBytes file = readFile(path);
-    if (file.state == FileBytes::State::Unreadable)
-        Misc::reportProblem(name, u"cannot be read, so defaults are used: "_s + file.reason);
+    unreadableReported = false;
+    reportUnreadable(file, u"cannot be read, so defaults are used: "_s);
     lookAgain.reset();
     postponed = file.shortage;
     load(std::move(file), true);
@@ -107,6 +107,7 @@ std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::lo
     if (!touched && !postponed && !isMended())
         return lookLater();
     FileBytes file = readFile(path);
+    reportUnreadable(file, u"cannot be read now, so what was loaded stays in force: "_s);
     if (file.shortage) {
         postponed = true;
         return lookLater();
@@ -122,6 +123,15 @@ std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::lo
     }
     load(std::move(file), false);
     return nextLook;
+}
+
+/// Only once until it can be read again.
+void ConfigFileListener::Private::reportUnreadable(const FileBytes& file, const QString& problem)
+{
+    if (file.state == FileBytes::State::Read)
+        unreadableReported = false;
+    else if (file.state == FileBytes::State::Unreadable && !std::exchange(unreadableReported, true))
+        Misc::reportProblem(name, problem + file.reason);
 }
 
 std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::lookLater()
