@@ -61,7 +61,7 @@ private Q_SLOTS:
         QRandomGenerator random(1);
         const auto oneOf = [&](const auto& list) { return list[random.bounded(list.size())]; };
         const QStringList names = u"6A 6AB 6%1 6%2 6%3 4A 4% 4"_s.split(u' ');
-        const QList<quint32> limits{0, 1, 2, 3, 4, UINT32_MAX};
+        const QList<quint32> limits{0, 1, 2, 3, 4, 100'000};
         quint32 amount = 2, maximum = 3;
         for (int step = 1; step < 5000; ++step) {
             if (random.bounded(50) == 0)

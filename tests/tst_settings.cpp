@@ -2,6 +2,7 @@
 
 #include "RecordingListener.h"
 #include "SettingsProbe.h"
+#include "TestPlace.h"
 
 #include <QtTest/QtTest>
 
@@ -78,6 +79,44 @@ private Q_SLOTS:
         for (const QString& text : texts.split(u';'))
             logger.out(Zyr::Error, text).endl();
         QTEST(listener.records().join(u';'), "records");
+    }
+
+    void refusesCounts_data()
+    {
+        QTest::addColumn<QByteArray>("keys");
+        QTest::addColumn<QByteArray>("problem");
+        const auto refused = [](const QByteArray& key, const QByteArray& value, const QByteArray& most) {
+            QTest::newRow(key + '=' + value)
+                << key + '=' + value << key + " = '" + value + "' legal is a number from 0 to " + most;
+        };
+        for (const char* const value : {"-1", "100001", "99999999999", "123456789012345678901234567890"})
+            refused("amountRepeatedMsg", value, "100000");
+        for (const char* const value : {"-1", "4294967296"})
+            refused("maxRepeatedMsgCounter", value, "4294967295");
+    }
+
+    // A number that wraps round to another one, as many records kept as there are; a refusal that is not told.
+    void refusesCounts()
+    {
+        QFETCH(const QByteArray, keys);
+        QFETCH(const QByteArray, problem);
+        const auto write = [](Zyr::Logger& target) {
+            const RecordingListener listener(target);
+            for (const QChar text : u"abcdacaaa"_s)
+                target.out(Zyr::Error, text).endl();
+            target.flushLog();
+            return listener.records().join(u';').remove(u"error "_s);
+        };
+        logger.flushLog();
+        const QByteArray on = "checkRepeatedMsg=1\n";
+        place.load(logger, settingsFile(on + "amountRepeatedMsg=3\nmaxRepeatedMsgCounter=2"));
+        const QByteArray kept = on + "amountRepeatedMsg=3\nmaxRepeatedMsgCounter=2\n" + keys; // the last one counts
+        const QByteArray errors = errorsOf([&] { place.load(logger, settingsFile(kept)); });
+        QCOMPARE(errors, place.path(u"settings_Log.ini: [Logger] "_s).toUtf8() + problem + '\n');
+        QCOMPARE(write(logger), u"a;b;c;d;a;a... (repeated 2 times).;a;c... (repeated 1 times)."_s);
+
+        Zyr::Logger fresh(u"Counts"_s, u"counts.log"_s, place.write(u"counts.ini"_s, settingsFile(on + keys)));
+        QCOMPARE(write(fresh), u"a;b;c;d;a;c;a;a... (repeated 2 times)."_s);
     }
 
     // "-path" taken for "path", a directory that is not made; a path from the program that is made absolute or cleaned,

@@ -20,6 +20,7 @@
 #include <Poco/Exception.h>
 #include <Poco/Logger.h>
 
+#include <limits>
 #include <memory>
 
 namespace Zyr {
@@ -27,6 +28,9 @@ namespace Zyr {
 using namespace Qt::StringLiterals;
 
 namespace {
+
+/// Each is a copy of its record, text included: all that a logger ever wrote must not be kept.
+constexpr quint32 mostRemembered = 100'000;
 
 /// Tries whether a log file can be opened again, and keeps it open for the load that follows: the reader of a pipe
 /// would otherwise find its end before the logger writes.
@@ -116,7 +120,8 @@ Logger::LoadOutcome Logger::applySettings(QSettings& settings, bool& settingsCha
         return LoadOutcome::Applied;
     const std::lock_guard turn(state->reload);
     bool keysAdded = false;
-    const QString level = applyFilters(settings, keysAdded);
+    bool counted = true;
+    const QString level = applyFilters(settings, keysAdded, counted);
     SettingsGroup group(settings, "LoggerFileChannel"_L1, keysAdded, configFilePath());
 
     state->link(fileChannel, [] { return new LogFileChannel; });
@@ -135,18 +140,26 @@ Logger::LoadOutcome Logger::applySettings(QSettings& settings, bool& settingsCha
         group.reportUnknown();
     const bool complete = completeChain(level);
     settingsChanged = keysAdded;
-    return formatted && queued && complete ? LoadOutcome::Applied : LoadOutcome::ValueRefused;
+    return counted && formatted && queued && complete ? LoadOutcome::Applied : LoadOutcome::ValueRefused;
 }
 
-/// The group "Logger". Returns the level, which is applied last.
-QString Logger::applyFilters(QSettings& settings, bool& keysAdded)
+/// The group "Logger". Returns the level, which is applied last; a refused count leaves what was in force, and
+/// `accepted` becomes false.
+QString Logger::applyFilters(QSettings& settings, bool& keysAdded, bool& accepted)
 {
     SettingsGroup group(settings, "Logger"_L1, keysAdded, configFilePath());
     const QString level = group.readText("level"_L1, u"information"_s);
     const QStringList filters = group.readText("textFilters"_L1, u""_s).split(u'|', Qt::SkipEmptyParts);
     const bool check = group.readSwitch("checkRepeatedMsg"_L1, false);
-    const quint32 amount = group.readCount("amountRepeatedMsg"_L1, 1);
-    const quint32 maximum = group.readCount("maxRepeatedMsgCounter"_L1, 10);
+    const bool isFirst = !state->shareFile();
+    const auto readCount = [&](QLatin1StringView key, int usual, quint32 most, quint32 current) {
+        const auto count = group.readCount(key, usual, most);
+        accepted = accepted && count;
+        return count.value_or(isFirst ? static_cast<quint32>(usual) : current);
+    };
+    const quint32 amount = readCount("amountRepeatedMsg"_L1, 1, mostRemembered, amountRepeatedMsg);
+    const quint32 maximum =
+        readCount("maxRepeatedMsgCounter"_L1, 10, std::numeric_limits<quint32>::max(), maxRepeatedMsgCounter);
     group.reportUnknown();
 
     const std::lock_guard lock(state->guard);

@@ -78,13 +78,18 @@ bool SettingsGroup::readSwitch(QLatin1StringView key, bool defaultValue)
     return value.toBool();
 }
 
-quint32 SettingsGroup::readCount(QLatin1StringView key, int defaultValue)
+std::optional<quint32> SettingsGroup::readCount(QLatin1StringView key, int defaultValue, quint32 most)
 {
     const QVariant value = read(key, defaultValue);
+    // Asked first: Qt takes what is out of range for another number.
+    if (const double number = value.toDouble(); number < 0 || number > most) {
+        report(key, value.toString(), u"legal is a number from 0 to "_s + QString::number(most));
+        return std::nullopt;
+    }
     bool isCount = false;
     const quint32 count = value.toUInt(&isCount);
     if (!isCount)
-        report(key, value.toString(), u"is no number from 0 to 4294967295 and counts as 0"_s);
+        report(key, value.toString(), u"is no number and counts as 0"_s);
     return count;
 }
 

@@ -7,6 +7,8 @@
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
 
+#include <optional>
+
 namespace Zyr {
 
 /// "[group] key = 'value'"
@@ -38,8 +40,9 @@ public:
     /// Everything but "false", "0" and nothing counts as true; what is not "true" or "1" then is reported.
     bool readSwitch(QLatin1StringView key, bool defaultValue);
 
-    /// A text that is no number counts as 0, which is reported.
-    quint32 readCount(QLatin1StringView key, int defaultValue);
+    /// A text that is no number counts as 0, which is reported. Nothing, and a report, for a number below 0 or above
+    /// `most`.
+    std::optional<quint32> readCount(QLatin1StringView key, int defaultValue, quint32 most);
 
     /// Says on standard error what is wrong with a value.
     void report(const QString& key, const QString& value, const QString& problem) const;
