@@ -1,5 +1,5 @@
-// The line's pattern and the names of the priorities: any texts, refused where POCO refuses them, and formatted as
-// POCO formats them where it is right.
+// The line's pattern and the names of the priorities: any texts, refused where POCO refuses them or where they make
+// lines too long, and formatted as POCO formats them where it is right.
 
 #include "Check.h"
 
@@ -7,6 +7,7 @@
 
 #include <Poco/Exception.h>
 #include <Poco/NumberParser.h>
+#include <Poco/StringTokenizer.h>
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -20,6 +21,7 @@ using Poco::PatternFormatter;
 namespace {
 
 constexpr std::int64_t second = 1'000'000;
+constexpr int tooWide = 4097;
 
 /// One record and the texts that its line may be made of.
 struct Record
@@ -63,7 +65,37 @@ bool isAscii(char byte)
     return static_cast<signed char>(byte) >= 0;
 }
 
-/// Whether POCO's line is to be expected: not with what it gets wrong, and not with so wide a name that we cut it.
+/// The width that POCO finds in a bracket, up to what is refused in any case.
+int widthOf(const std::string& text)
+{
+    int width = 0;
+    return Poco::NumberParser::tryParse(text, width) ? std::clamp(width, 0, tooWide) : 0;
+}
+
+/// Whether the pattern with these names adds more to a line than it may.
+bool growsTooMuch(const std::string& pattern, const std::string& names)
+{
+    std::size_t longestName = 0;
+    for (const std::string& name : Poco::StringTokenizer(names, ",;", Poco::StringTokenizer::TOK_TRIM))
+        longestName = std::max(longestName, name.size());
+    std::size_t bytes = 0;
+    for (std::size_t at = 0; (at = pattern.find('%', at)) != pattern.npos && at + 1 < pattern.size();) {
+        const char letter = pattern[at + 1];
+        at += 2;
+        if (letter == 'p')
+            bytes += longestName;
+        if (letter != '[' && (letter == '%' || at == pattern.size() || pattern[at] != '['))
+            continue;
+        const std::size_t begin = letter == '[' ? at : at + 1;
+        const std::size_t end = std::min(pattern.find(']', begin), pattern.size());
+        if (letter == 'v')
+            bytes += std::size_t(widthOf(pattern.substr(begin, end - begin)));
+        at = end;
+    }
+    return bytes >= std::size_t(tooWide);
+}
+
+/// Whether POCO's line is to be expected: not with what it gets wrong.
 bool isRightInPoco(const std::string& pattern, const std::string& names, const Record& record)
 {
     if (!record.hasUsualTime)
@@ -85,7 +117,7 @@ bool isRightInPoco(const std::string& pattern, const std::string& names, const R
             const std::size_t end = pattern.find(']', at);
             int width = 0;
             const std::string text = pattern.substr(at + 3, end == pattern.npos ? end : end - at - 3);
-            if (Poco::NumberParser::tryParse(text, width) && (width < 0 || width > 64 * 1024))
+            if (Poco::NumberParser::tryParse(text, width) && width < 0)
                 return false;
         }
     }
@@ -99,6 +131,8 @@ bool setProperty(PatternFormatter& formatter, const std::string& name, const std
         formatter.setProperty(name, value);
         return true;
     } catch (const Poco::SyntaxException&) {
+        return false;
+    } catch (const Poco::InvalidArgumentException&) {
         return false;
     }
 }
@@ -152,21 +186,27 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     constexpr std::size_t longestPattern = 400;
     FuzzedDataProvider input(data, size);
-    const std::string pattern = input.ConsumeRandomLengthString(longestPattern);
+    const std::string wanted = input.ConsumeRandomLengthString(longestPattern);
     const std::string times = input.ConsumeBool() ? "local" : "UTC";
     Zyr::LineFormatter ours;
     PatternFormatter stock;
-    for (PatternFormatter* const formatter : {static_cast<PatternFormatter*>(&ours), &stock}) {
-        formatter->setProperty("pattern", pattern);
+    check(setProperty(ours, "pattern", wanted) != growsTooMuch(wanted, ours.getProperty("priorityNames")),
+          "A pattern is refused where it makes lines too long", bytes(wanted));
+    const std::string pattern = ours.getProperty("pattern");
+    check(pattern == wanted || pattern.empty(), "A refused pattern changes nothing", bytes(pattern));
+    stock.setProperty("pattern", pattern);
+    for (PatternFormatter* const formatter : {static_cast<PatternFormatter*>(&ours), &stock})
         formatter->setProperty("times", times);
-    }
     std::string names;
     if (input.ConsumeBool()) {
         names = input.ConsumeRandomLengthString(longestPattern);
         const std::string before = ours.getProperty("priorityNames");
         const bool taken = setProperty(ours, "priorityNames", names);
-        check(taken == setProperty(stock, "priorityNames", names), "Names are refused where POCO refuses them",
-              bytes(names));
+        const bool takenByPoco = setProperty(stock, "priorityNames", names);
+        const bool grows = takenByPoco && growsTooMuch(pattern, names);
+        check(taken == (takenByPoco && !grows), "Names are refused where POCO refuses them", bytes(names));
+        if (grows)
+            stock.setProperty("priorityNames", before);
         check(ours.getProperty("priorityNames") == (taken ? names : before), "What is refused changes nothing",
               bytes(names));
     }

@@ -119,6 +119,33 @@ private Q_SLOTS:
         QCOMPARE(write(fresh), u"a;b;c;d;a;c;a;a... (repeated 2 times)."_s);
     }
 
+    void refusesPatterns_data()
+    {
+        QTest::addColumn<QByteArray>("pattern");
+        QTest::addColumn<QByteArray>("shown");
+        QTest::newRow("widths") << QByteArray("%v[65536]%t") << QByteArray("%v[65536]%t");
+        QTest::newRow("length") << QByteArray(5000, 'x') << QByteArray(100, 'x') + "... (5000 characters)";
+    }
+
+    // A pattern that takes all memory, or one that is refused and leaves empty lines or keeps the next keys from being
+    // read; a report of many pages.
+    void refusesPatterns()
+    {
+        QFETCH(const QByteArray, pattern);
+        QFETCH(const QByteArray, shown);
+        place.load(logger, settingsFile({}, "flush=true"));
+        const QByteArray keys = "flush=true\npriorityNames=a,b,c,d,e,f,g,h\npattern=" + pattern;
+        const QByteArray errors = errorsOf([&] { place.load(logger, settingsFile({}, keys)); });
+        const QByteArray start = "settings_Log.ini: [LoggerFileChannel] pattern = '" + shown + "' Invalid argument: ";
+        QVERIFY2(errors.contains(start) && errors.count('\n') == 1, errors);
+        logger.out(Zyr::Info, u"old"_s).endl();
+        QTRY_COMPARE(place.lines(u"settings.log"_s).last(), u"f old"_s);
+
+        Zyr::Logger fresh(u"Pattern"_s, u"pattern.log"_s, place.write(u"pattern.ini"_s, settingsFile({}, keys)));
+        fresh.out(Zyr::Info, u"new"_s).endl();
+        QTRY_VERIFY(place.read(u"pattern.log"_s).endsWith("\"level\":\"f\",\"msg\":\"new\"}\n"));
+    }
+
     // "-path" taken for "path", a directory that is not made; a path from the program that is made absolute or cleaned,
     // that records do not follow, or that outlives the next load.
     void followsThePath()

@@ -133,8 +133,9 @@ Logger::LoadOutcome Logger::applySettings(QSettings& settings, bool& settingsCha
     if (outcome != LoadOutcome::Applied)
         return outcome;
 
+    const bool isNew = !state->share(patternFormatter);
     auto formatter = state->link(patternFormatter, [] { return new LineFormatter; });
-    const bool formatted = formatter && applyFormat(*formatter, group);
+    const bool formatted = formatter && applyFormat(*formatter, isNew, group);
     const bool queued = applyQueue(group);
     if (!state->isChainGone()) // which keeps keys from being read
         group.reportUnknown();
@@ -200,17 +201,23 @@ Logger::LoadOutcome Logger::applyFileChannel(Poco::FileChannel& channel, Setting
     }
 }
 
-/// A refused value ends this stage only. Returns whether there was none.
-bool Logger::applyFormat(Poco::PatternFormatter& formatter, SettingsGroup& group)
+/// A refused value leaves what was in force, which for the pattern of a new formatter is the default: it has none yet.
+/// Returns whether none was refused.
+bool Logger::applyFormat(Poco::PatternFormatter& formatter, bool isNew, SettingsGroup& group)
 {
-    Attempt attempt;
-    try {
-        configure(formatter, formatterSettings(), group, attempt);
-        return true;
-    } catch (...) {
-        group.report(attempt.key, attempt.value, Misc::currentExceptionText());
-        return false;
+    bool accepted = true;
+    for (const ChainSetting& setting : formatterSettings()) {
+        Attempt attempt;
+        try {
+            configure(formatter, {&setting, 1}, group, attempt);
+        } catch (...) {
+            group.report(attempt.key, attempt.value, Misc::currentExceptionText());
+            accepted = false;
+            if (isNew && setting.property == Poco::PatternFormatter::PROP_PATTERN)
+                formatter.setProperty(setting.property, setting.defaultValue.toString().toStdString());
+        }
     }
+    return accepted;
 }
 
 /// The two keys that are read only when they are there. Returns whether none was refused; a refused one leaves what was

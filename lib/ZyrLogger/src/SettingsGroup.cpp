@@ -16,11 +16,18 @@ bool isOneOf(const QString& text, std::span<const QLatin1StringView> known)
                        [&](QLatin1StringView each) { return text.compare(each, Qt::CaseInsensitive) == 0; });
 }
 
+/// What a line can show of a text that got there by mistake.
+QString shortened(const QString& text)
+{
+    constexpr qsizetype most = 100;
+    return text.size() <= most ? text : text.left(most) + u"... ("_s + QString::number(text.size()) + u" characters)"_s;
+}
+
 } // namespace
 
 QString describeSetting(QLatin1StringView group, const QString& key, const QString& value)
 {
-    return u'[' + group + u"] "_s + key + u" = '"_s + value + u'\'';
+    return u'[' + group + u"] "_s + shortened(key) + u" = '"_s + shortened(value) + u'\'';
 }
 
 SettingsGroup::SettingsGroup(QSettings& fromSettings, QLatin1StringView groupName, bool& settingsChanged,
@@ -95,7 +102,10 @@ std::optional<quint32> SettingsGroup::readCount(QLatin1StringView key, int defau
 
 void SettingsGroup::report(const QString& key, const QString& value, const QString& problem) const
 {
-    Misc::reportProblem(file, describeSetting(name, key, value) + u' ' + problem);
+    QString text = u' ' + problem;
+    if (const QString shown = shortened(value); shown != value)
+        text.replace(value, shown); // many name it once more
+    Misc::reportProblem(file, describeSetting(name, key, value) + text);
 }
 
 void SettingsGroup::reportUnknown() const

@@ -193,7 +193,7 @@ private:
     ZYRLOGGER_NO_EXPORT LoadOutcome applySettings(QSettings& settings, bool& settingsChanged);
     ZYRLOGGER_NO_EXPORT QString applyFilters(QSettings& settings, bool& keysAdded, bool& accepted);
     ZYRLOGGER_NO_EXPORT LoadOutcome applyFileChannel(Poco::FileChannel& channel, SettingsGroup& group);
-    ZYRLOGGER_NO_EXPORT bool applyFormat(Poco::PatternFormatter& formatter, SettingsGroup& group);
+    ZYRLOGGER_NO_EXPORT bool applyFormat(Poco::PatternFormatter& formatter, bool isNew, SettingsGroup& group);
     ZYRLOGGER_NO_EXPORT bool applyQueue(SettingsGroup& group);
     ZYRLOGGER_NO_EXPORT bool completeChain(const QString& level);
 

@@ -31,7 +31,9 @@ std::uint64_t numberOf(std::string_view pattern) noexcept
     return number != 0 ? number : 1;
 }
 
-constexpr int widestSource = 64 * 1024; // a mistyped width must not take all memory
+/// For the pattern, and for what it adds to each line by itself: "%v[60000]" makes a line ten thousand times as long as
+/// it is, and there may be thousands of them.
+constexpr int mostBytes = 4096;
 
 /// The first character, which takes several bytes when it is not of ASCII.
 std::string_view initial(std::string_view name) noexcept
@@ -61,7 +63,7 @@ std::string takeBracket(std::string_view& pattern)
 std::size_t parseWidth(const std::string& text)
 {
     int width = 0;
-    return Poco::NumberParser::tryParse(text, width) ? std::size_t(std::clamp(width, 0, widestSource)) : 0;
+    return Poco::NumberParser::tryParse(text, width) ? std::size_t(std::clamp(width, 0, mostBytes + 1)) : 0;
 }
 
 } // namespace
@@ -74,7 +76,10 @@ LinePattern::LinePattern(Source text)
     if (list.count() != names.size())
         throw Poco::SyntaxException("priorityNames property must specify a comma-separated list of 8 property names");
     std::copy(list.begin(), list.end(), names.begin());
+    if (origin.pattern.size() > std::size_t(mostBytes))
+        throw Poco::InvalidArgumentException("the pattern is longer than 4096 bytes");
     compile();
+    checkGrowth();
 }
 
 /// Patterns mean what they mean to POCO, also where they are odd: brackets after other letters than 'v' are taken out,
@@ -110,6 +115,18 @@ void LinePattern::compile()
     fixedSize = literals.size() + fields.size() * FieldWriter::longestFixedField + FieldWriter::copiedAtOnce;
     literals.append(FieldWriter::copiedAtOnce, '\0');
     foldTimeFields();
+}
+
+void LinePattern::checkGrowth() const
+{
+    std::size_t longestName = 0;
+    for (const std::string& name : names)
+        longestName = std::max(longestName, name.size());
+    std::size_t bytes = 0;
+    for (const Field& field : fields)
+        bytes += field.letter == 'v' ? field.argument : field.letter == 'p' ? longestName : 0;
+    if (bytes > std::size_t(mostBytes))
+        throw Poco::InvalidArgumentException("widths and priority names of the pattern add up to more than 4096 bytes");
 }
 
 /// Time fields that follow each other become one, which is put together once a second, where there is room for it.

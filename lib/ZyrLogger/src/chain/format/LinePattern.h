@@ -27,7 +27,8 @@ public:
         bool operator==(const Source&) const = default;
     };
 
-    /// Throws Poco::SyntaxException where there are not eight priority names.
+    /// Throws Poco::SyntaxException where there are not eight priority names, and Poco::InvalidArgumentException where
+    /// the pattern would make lines too long.
     explicit LinePattern(Source text);
 
     const Source& source() const noexcept { return origin; }
@@ -45,6 +46,7 @@ private:
     };
 
     void compile();
+    void checkGrowth() const;
     void foldTimeFields();
     const CalendarText::Shown& show(const CalendarText& time) const;
     void addField(char letter, std::size_t argument);
