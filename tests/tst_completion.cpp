@@ -1,6 +1,7 @@
 // From an ended message to its record, of a logger and of a class logger: names, levels, filters, files.
 
 #include "RecordingListener.h"
+#include "SettingsProbe.h"
 #include "TestPlace.h"
 
 #include <ZyrLogger/ClassLogger.h>
@@ -164,6 +165,44 @@ private Q_SLOTS:
         const QString lines = u"fatal x [, Line 0]|fatal x|panic x|error x|warn x|notice x|info x|debug x|trace x|"
                               "notice <SYS> x|debug <TODO> x"_s;
         QTRY_COMPARE(place.lines(u"pump_Valve.log"_s), lines.split(u'|'));
+    }
+
+    // A class's files that lie wherever its name leads, or are renamed without a word or need; the application's own
+    // name, or the POCO logger's, that is altered as well.
+    void keepsClassFilesInTheirDirectories()
+    {
+        const std::tuple<QString, QString, QString> rows[] = {
+            {u"pump"_s, u"../../../x"_s, u"logs/pump_.._.._.._x"_s},
+            {u"pump"_s, u"a/../../x"_s, u"logs/pump_a_.._.._x"_s},
+            {u"pump"_s, u"/etc/x"_s, u"logs/pump__etc_x"_s},
+            {u"../up"_s, u"b/../../x"_s, u"up_b_.._.._x"_s},
+            {u"../up"_s, u"y"_s, u"up_y"_s},
+            {u"pump"_s, u"../x"_s, u"logs/pump_../x"_s},
+            {u"pump"_s, u"a/b"_s, u"logs/pump_a/b"_s},
+            {u"pump"_s, u"a/../.."_s, u"logs/.."_s},
+        };
+        constexpr int renamed = 4;
+        for (const char* const variable : {"QUADEL_CURRENT_LOG_LOCATION", "QUADEL_CURRENT_CONFIG_LOCATION"})
+            qputenv(variable, QFile::encodeName(place.path(u"logs"_s)));
+        std::vector<std::unique_ptr<Zyr::ClassLogger>> classes;
+        const QByteArray errors = errorsOf([&] {
+            for (const auto& [application, name, file] : rows) {
+                QCoreApplication::setApplicationName(application);
+                classes.push_back(std::make_unique<Zyr::ClassLogger>(name));
+            }
+        });
+        QCoreApplication::setApplicationName(u"pump"_s);
+        QCOMPARE(errors.count('\n'), renamed);
+        for (std::size_t i = 0; i < classes.size(); ++i) {
+            const auto& [application, name, file] = rows[i];
+            QCOMPARE(classes[i]->getLogger().getLogFilePath(), place.path(file + u".log"_s));
+            QVERIFY(QFile::exists(place.path(file + u"_Log.ini"_s)));
+            QVERIFY(i >= renamed || errors.contains("class logger '" + name.toUtf8() + "': its name leads away"));
+            QVERIFY(Poco::Logger::has(name.toStdString()));
+        }
+        std::vector<std::jthread> ends; // all at a time, for each takes a second
+        for (auto& each : classes)
+            ends.emplace_back([&each] { each.reset(); });
     }
 
     // A second slash, a relative directory that moves with the program, an ending added to a given name.

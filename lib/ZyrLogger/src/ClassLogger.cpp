@@ -2,7 +2,10 @@
 
 #include <ZyrLogger/Logger.h>
 
+#include <ZyrTools/Misc.h>
+
 #include <QtCore/QCoreApplication>
+#include <QtCore/QDir>
 
 namespace Zyr {
 
@@ -10,15 +13,33 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QString fileName(const QString& className, const QString& ending)
+QString fileName(const QString& stem, const QString& ending)
 {
-    return QCoreApplication::applicationName() + u'_' + className + ending;
+    return QCoreApplication::applicationName() + u'_' + stem + ending;
+}
+
+/// Whether files of that class would lie elsewhere than in or below the directory of the application's own.
+bool leadsAway(const QString& className)
+{
+    return className.startsWith(u'/') || QDir::cleanPath(u'_' + className + u".log"_s).startsWith(u"../"_s);
+}
+
+Logger* makeLogger(const QString& className)
+{
+    QString stem = className;
+    if (leadsAway(className)) {
+        stem.replace(u'/', u'_');
+        Misc::reportProblem(u"class logger '"_s + className + u'\'',
+                            u"its name leads away from the directories of its files, which are named "_s +
+                                fileName(stem, u".log"_s) + u" and "_s + fileName(stem, u"_Log.ini"_s));
+    }
+    return new Logger(className, fileName(stem, u".log"_s), fileName(stem, u"_Log.ini"_s));
 }
 
 } // namespace
 
 ClassLogger::ClassLogger(QString className)
-    : logger(new Logger(className, fileName(className, u".log"_s), fileName(className, u"_Log.ini"_s)))
+    : logger(makeLogger(className))
 {
 }
 
