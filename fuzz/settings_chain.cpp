@@ -127,7 +127,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const Scratch& scratch = place.scratch;
     const Confinement confinement(scratch.path());
     const QByteArray bytes(reinterpret_cast<const char*>(data), qsizetype(size));
-    const auto parsed = Zyr::parseSettings(bytes);
+    QString problem;
+    const auto parsed = Zyr::parseSettings(bytes, problem);
     check(parsed.has_value(), "Settings can be read");
     if (!hasHarmlessPath(parsed->values))
         return -1; // no input for the corpus

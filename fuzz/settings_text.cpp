@@ -49,7 +49,8 @@ Load load(const Scratch& scratch)
     static const SettingsMap wanted = defaults();
     const QByteArray path = scratch.path(fileName);
     const Zyr::FileBytes file = Zyr::readFile(path);
-    const auto parsed = Zyr::parseSettings(file.bytes);
+    QString problem;
+    const auto parsed = Zyr::parseSettings(file.bytes, problem);
     check(file.state == Zyr::FileBytes::State::Read && parsed, "The file is read");
     Zyr::MemorySettings memory(parsed->values);
     Load result{Zyr::allValues(memory.settings())};

@@ -1,5 +1,7 @@
 #include "StandardOutput.h"
 
+#include "system/HeldSignals.h"
+
 #include <QtCore/QTextStream>
 
 #include <cstdio>
@@ -22,6 +24,7 @@ void printWhole(Print print)
     const std::lock_guard guard(streamMutex);
     if (!stream)
         stream = new QTextStream(stdout);
+    const HeldSignals held; // also of what the application has left in the buffer
     print(*stream);
     // After a failed write the stream would keep this line and all that follow in its memory.
     if (stream->status() != QTextStream::Ok)

@@ -163,9 +163,12 @@ void ConfigFileListener::Private::load(FileBytes file, bool firstLoad)
 {
     std::optional<ParsedSettings> parsed;
     if (file.state != FileBytes::State::Unreadable) {
-        parsed = parseSettings(file.bytes);
+        QString reason;
+        parsed = parseSettings(file.bytes, reason);
         if (!parsed && !postponed)
-            Misc::reportProblem(name, u"cannot be read now: the system gives no memory file"_s);
+            Misc::reportProblem(
+                name,
+                (firstLoad ? u"cannot be read now, so defaults are used: "_s : u"cannot be read now: "_s) + reason);
         postponed = !parsed;
         if (parsed && !parsed->wellFormed)
             Misc::reportProblem(name, u"is no well-formed settings file; what could be read is used"_s);

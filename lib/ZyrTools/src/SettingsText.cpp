@@ -6,6 +6,7 @@
 #include "IniText.h"
 #include "QtSettings.h"
 #include "system/Descriptor.h"
+#include "system/HeldSignals.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QSettings>
@@ -73,41 +74,53 @@ SettingsMap allValues(const QSettings& settings)
     return values;
 }
 
-std::optional<ParsedSettings> parseSettings(const QByteArray& bytes)
+std::optional<ParsedSettings> parseSettings(const QByteArray& bytes, QString& reason)
 {
+    const HeldSignals held; // Qt writes too, to standard error, when it warns of a value
+    const auto failed = [&](const QString& why) {
+        reason = u"the system gives no memory file: "_s + why;
+        return std::nullopt;
+    };
     const Descriptor file = memoryFile(readableIni(bytes));
     // QSettings remembers files by name, size and time stamp, and the descriptor's number comes again.
     static std::atomic<int> lastTime = 0;
     const timespec time = {++lastTime, 0};
     const timespec times[] = {time, time};
     if (!file || ::futimens(file.get(), times) != 0)
-        return std::nullopt;
+        return failed(errorText(errno));
 
     const QString name = u"/proc/self/fd/%1"_s.arg(file.get());
     if (!QFile::exists(name))
-        return std::nullopt;
+        return failed(u"there is no /proc"_s);
     const std::lock_guard lock(QtSettings::lifeMutex());
     const QSettings settings(name, QSettings::IniFormat);
     ParsedSettings result{allValues(settings)};
     // Asked last, since sections are parsed when their keys are read.
     const QSettings::Status status = settings.status();
     if (status == QSettings::AccessError)
-        return std::nullopt;
+        return failed(u"it cannot be read"_s);
     result.wellFormed = status == QSettings::NoError;
     return result;
 }
 
 std::optional<QByteArray> serialiseSettings(const QByteArray& base, const SettingsMap& values,
-                                            const QStringList& removed, const QString& directory)
+                                            const QStringList& removed, const QString& directory, QString& reason)
 {
+    const HeldSignals held;
+    const auto failed = [&] {
+        reason = u"no temporary file can be made"_s + (held.isRaised(SIGXFSZ) ? u": "_s + errorText(EFBIG) : QString());
+        return std::nullopt;
+    };
     // Not a memory file: QSettings saves by renaming, and would follow the link in /proc to a name that it then
     // creates.
     QTemporaryDir folder;
     if (!folder.isValid())
         folder = QTemporaryDir(directory + "/.settings-XXXXXX"_L1);
     QFile file(folder.filePath(u"settings.ini"_s));
-    if (!folder.isValid() || !file.open(QIODevice::WriteOnly) || file.write(readableIni(base)) < 0)
-        return std::nullopt;
+    const QByteArray text = readableIni(base);
+    if (!folder.isValid() || !file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) ||
+        file.write(text) != text.size())
+        return failed();
     file.close();
     {
         const std::lock_guard lock(QtSettings::lifeMutex());
@@ -120,10 +133,10 @@ std::optional<QByteArray> serialiseSettings(const QByteArray& base, const Settin
         }
         settings.sync();
         if (settings.status() == QSettings::AccessError)
-            return std::nullopt;
+            return failed();
     }
     const FileBytes written = readFile(QFile::encodeName(file.fileName()));
-    return written.state == FileBytes::State::Read ? std::optional(written.bytes) : std::nullopt;
+    return written.state == FileBytes::State::Read ? std::optional(written.bytes) : failed();
 }
 
 } // namespace Zyr

@@ -23,15 +23,15 @@ struct ParsedSettings
     bool wellFormed = true;
 };
 
-/// What QSettings reads from the bytes of an INI file; nothing where the system cannot give it a memory file with them,
-/// for want of descriptors for example.
-std::optional<ParsedSettings> parseSettings(const QByteArray& bytes);
+/// What QSettings reads from the bytes of an INI file; nothing, and the reason, where the system cannot give it a
+/// memory file with them: for want of descriptors, or since the process may write no file of that size.
+std::optional<ParsedSettings> parseSettings(const QByteArray& bytes, QString& reason);
 
 /// What QSettings writes when `removed` and `values` are applied to a file with the content `base`. Works in a
-/// temporary folder of its own, in `directory` where the system's place for them takes none; nothing when that fails
-/// too.
+/// temporary folder of its own, in `directory` where the system's place for them takes none; nothing, and the reason,
+/// when that fails too.
 std::optional<QByteArray> serialiseSettings(const QByteArray& base, const SettingsMap& values,
-                                            const QStringList& removed, const QString& directory);
+                                            const QStringList& removed, const QString& directory, QString& reason);
 
 /// A QSettings object with the given values that has no file: what is set in it is written nowhere.
 class MemorySettings

@@ -3,6 +3,7 @@
 #include "FileSave.h"
 #include "IniText.h"
 #include "ZyrTools/Misc.h"
+#include "system/HeldSignals.h"
 #include "system/TrustedPath.h"
 
 #include <QtCore/QFile>
@@ -36,9 +37,9 @@ Changes compare(const SettingsMap& before, const SettingsMap& after)
     return changes;
 }
 
-std::optional<SettingsMap> valuesOf(const std::optional<QByteArray>& text)
+std::optional<SettingsMap> valuesOf(const QByteArray& text, QString& problem)
 {
-    auto parsed = text ? parseSettings(*text) : std::nullopt;
+    auto parsed = parseSettings(text, problem);
     return parsed ? std::optional(std::move(parsed->values)) : std::nullopt;
 }
 
@@ -46,9 +47,8 @@ std::optional<SettingsMap> valuesOf(const std::optional<QByteArray>& text)
 std::optional<QByteArray> changedText(const QByteArray& text, Changes changes, const SettingsMap& before,
                                       const SettingsMap& after, const QString& directory, QString& problem)
 {
-    problem = u"missing values cannot be added: no temporary file can be made"_s;
-    auto lines = serialiseSettings({}, changes.set, {}, directory);
-    const auto added = valuesOf(lines);
+    auto lines = serialiseSettings({}, changes.set, {}, directory, problem);
+    const auto added = lines ? valuesOf(*lines, problem) : std::nullopt;
     if (!added)
         return std::nullopt;
 
@@ -60,20 +60,23 @@ std::optional<QByteArray> changedText(const QByteArray& text, Changes changes, c
         changes.removed.isEmpty() && std::none_of(changes.set.keyBegin(), changes.set.keyEnd(),
                                                   [&](const QString& key) { return before.contains(key); });
     if (!onlyAdded)
-        return serialiseSettings(text, after, changes.removed, directory);
+        return serialiseSettings(text, after, changes.removed, directory, problem);
     if (changes.set.isEmpty())
         return text;
 
     if (unchanged > 0)
-        lines = serialiseSettings({}, changes.set, {}, directory);
+        lines = serialiseSettings({}, changes.set, {}, directory, problem);
     if (!lines)
         return std::nullopt;
     const QByteArray merged = mergeIni(text, *lines);
     SettingsMap expected = before;
     for (auto key = changes.set.keyBegin(); key != changes.set.keyEnd(); ++key)
         expected.insert(*key, added->value(*key));
-    if (valuesOf(merged) != expected) {
-        problem = u"missing values are not added, since they would change others: check its quotation marks"_s;
+    const auto values = valuesOf(merged, problem);
+    if (!values)
+        return std::nullopt;
+    if (*values != expected) {
+        problem = u"they would change others, check its quotation marks"_s;
         return std::nullopt;
     }
     return merged;
@@ -95,11 +98,12 @@ std::optional<FileBytes> writeBack(const QByteArray& path, const FileBytes& load
     const auto text = changedText(loaded.bytes, changes, before, after, directory, problem);
     if (text) {
         problem.clear();
+        const HeldSignals held;
         if (*text != loaded.bytes)
             saved = saveFile(target, loaded, *text, problem);
     }
     if (!problem.isEmpty())
-        Misc::reportProblem(QFile::decodeName(path), problem);
+        Misc::reportProblem(QFile::decodeName(path), u"missing values cannot be added: "_s + problem);
     return saved;
 }
 

@@ -2,22 +2,35 @@
 #include "system/HeldSignals.h"
 
 #include <pthread.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <ctime>
-#include <initializer_list>
 
 namespace Zyr {
+
+namespace {
+
+constexpr int writeSignals[] = {SIGPIPE, SIGXFSZ};
+
+/// The system sends those of a write as if the process itself had done so.
+bool isOfOthers(const siginfo_t& info)
+{
+    return info.si_code < 0 || (info.si_code == SI_USER && info.si_pid != ::getpid());
+}
+
+} // namespace
 
 HeldSignals::HeldSignals() noexcept
 {
     ::sigemptyset(&raised);
-    ::sigaddset(&raised, SIGPIPE);
-    ::sigaddset(&raised, SIGXFSZ);
+    for (const int signal : writeSignals)
+        ::sigaddset(&raised, signal);
     ::pthread_sigmask(SIG_BLOCK, &raised, &before);
     sigset_t pending;
     ::sigpending(&pending);
-    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+    for (const int signal : writeSignals) {
         if (::sigismember(&pending, signal))
             ::sigdelset(&raised, signal);
     }
@@ -27,10 +40,26 @@ HeldSignals::~HeldSignals()
 {
     const int error = errno;
     const timespec now = {};
-    while (::sigtimedwait(&raised, nullptr, &now) > 0 || errno == EINTR) {
+    for (const int signal : writeSignals) {
+        if (!isRaised(signal))
+            continue;
+        sigset_t one;
+        ::sigemptyset(&one);
+        ::sigaddset(&one, signal);
+        siginfo_t info = {};
+        // The thread's own comes out first, and there is only one of it: one that was sent to the process stays.
+        if (::sigtimedwait(&one, &info, &now) == signal && isOfOthers(info))
+            ::syscall(SYS_rt_sigqueueinfo, ::getpid(), signal, &info);
     }
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     errno = error;
+}
+
+bool HeldSignals::isRaised(int signal) const noexcept
+{
+    sigset_t pending;
+    ::sigpending(&pending);
+    return ::sigismember(&raised, signal) && ::sigismember(&pending, signal);
 }
 
 } // namespace Zyr

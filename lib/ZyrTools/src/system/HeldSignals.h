@@ -6,7 +6,8 @@ namespace Zyr {
 
 /// Keeps the signals of a write from ending the application, for the calling thread and as long as it lives: SIGPIPE
 /// (nobody reads) and SIGXFSZ (the file is at the process's limit). The call fails with an error instead. Those that
-/// were raised meanwhile are gone afterwards; those that were pending before stay so. Keeps errno.
+/// the thread itself raised meanwhile are gone afterwards; those that were pending before, or that somebody else sent,
+/// stay. Keeps errno. Not to be held while the application is called; its message handler for Qt cannot be helped.
 class HeldSignals
 {
 public:
@@ -14,6 +15,9 @@ public:
     ~HeldSignals();
     HeldSignals(const HeldSignals&) = delete;
     HeldSignals& operator=(const HeldSignals&) = delete;
+
+    /// Whether `signal`, which was not pending before, is now.
+    bool isRaised(int signal) const noexcept;
 
 private:
     sigset_t raised; ///< what may be raised meanwhile and was not pending before
