@@ -1,14 +1,22 @@
 // What goes wrong in the library itself, told on standard error.
 #include "ZyrTools/Misc.h"
 
-#include "system/HeldSignals.h"
+#include "StandardError.h"
+
+#include <QtCore/QStringEncoder>
 
 #include <Poco/Exception.h>
 
-#include <unistd.h>
+#include <pthread.h>
 
+#include <atomic>
+#include <climits>
+#include <cstdio>
+#include <cstring>
 #include <exception>
-#include <tuple>
+#include <iterator>
+#include <limits>
+#include <string_view>
 
 using namespace Qt::StringLiterals;
 
@@ -27,18 +35,109 @@ QString currentExceptionText()
     }
 }
 
+namespace {
+
+/// One report, in no more bytes than a pipe takes in one piece.
+class ReportLine
+{
+public:
+    /// What is not printable, and might do something to a terminal, is shown by its number.
+    void append(QStringView part) noexcept
+    {
+        for (qsizetype i = 0; i < part.size(); ++i) {
+            const bool isPair = part[i].isHighSurrogate() && i + 1 < part.size() && part[i + 1].isLowSurrogate();
+            append(part.sliced(i, isPair ? 2 : 1),
+                   isPair ? QChar::surrogateToUcs4(part[i], part[i + 1]) : part[i].unicode());
+            i += isPair;
+        }
+    }
+
+    void end() noexcept
+    {
+        for (const char byte : std::string_view(isCut ? "\xe2\x80\xa6\n" : "\n")) // an ellipsis
+            text[size++] = byte;
+    }
+
+    std::string_view line() const noexcept { return {text + 1, size - 1}; }
+    std::string_view lineAfterBreak() const noexcept { return {text, size}; }
+
+private:
+    void append(QStringView character, char32_t code) noexcept
+    {
+        char bytes[16];
+        int count = 1;
+        if (code == U'\n' || code == U'\r' || code == U'\t' || code == QChar::LineSeparator ||
+            code == QChar::ParagraphSeparator) {
+            bytes[0] = ' ';
+        } else if (QChar::isPrint(code)) {
+            QStringEncoder utf8(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
+            count = int(utf8.appendToBuffer(bytes, character) - bytes);
+        } else {
+            const char* const format = code < 0x100 ? "\\x%02x" : code < 0x10000 ? "\\u%04x" : "\\U%08x";
+            count = std::snprintf(bytes, sizeof bytes, format, unsigned(code));
+        }
+        isCut = isCut || size + std::size_t(count) > sizeof text - longestEnd;
+        if (isCut)
+            return;
+        std::memcpy(text + size, bytes, std::size_t(count));
+        size += std::size_t(count);
+    }
+
+    static constexpr std::size_t longestEnd = 4;
+
+    char text[PIPE_BUF] = {'\n'};
+    std::size_t size = 1;
+    bool isCut = false;
+};
+
+constinit std::atomic<unsigned> dropped = 0;
+constinit std::atomic<bool> isInLine = false; ///< standard error took only a part of the last one
+
+/// Those of the parent are not the child's to tell of.
+[[maybe_unused]] const int forgottenInChild = ::pthread_atfork(nullptr, nullptr, [] { dropped = 0; });
+
+bool write(ReportLine& report) noexcept
+{
+    report.end();
+    const bool wasInLine = isInLine.exchange(false);
+    const std::string_view text = wasInLine ? report.lineAfterBreak() : report.line();
+    const std::size_t written = writeToStandardError(text);
+    if (written == text.size())
+        return true;
+    if (wasInLine || written > 0)
+        isInLine = true;
+    return false;
+}
+
+bool tellOfDropped(unsigned count) noexcept
+{
+    char16_t digits[std::numeric_limits<unsigned>::digits10 + 1];
+    char16_t* first = std::end(digits);
+    for (unsigned rest = count; rest > 0; rest /= 10)
+        *--first = char16_t(u'0' + rest % 10);
+    ReportLine report;
+    report.append(u"standard error: ");
+    report.append({first, std::end(digits)});
+    report.append(count == 1 ? u" report before this could not be written"
+                             : u" reports before this could not be written");
+    return write(report);
+}
+
+} // namespace
+
 void reportProblem(const QString& subject, const QString& problem) noexcept
 {
-    try {
-        QString line = subject + u": "_s + problem;
-        line.replace(u'\n', u' ').replace(u'\r', u' ');
-        const QByteArray bytes = (line + u'\n').toUtf8();
-        const HeldSignals held;
-        // One write, so that lines of several threads do not mix. What standard error refuses is gone.
-        std::ignore = ::write(STDERR_FILENO, bytes.constData(), static_cast<size_t>(bytes.size()));
-    } catch (...) {
-        // Out of memory: nothing can be said.
+    const unsigned before = dropped.exchange(0);
+    if (before > 0 && !tellOfDropped(before)) {
+        dropped += before + 1;
+        return;
     }
+    ReportLine report;
+    report.append(subject);
+    report.append(u": ");
+    report.append(problem);
+    if (!write(report))
+        ++dropped;
 }
 
 } // namespace Zyr::Misc

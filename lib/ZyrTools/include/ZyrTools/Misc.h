@@ -43,8 +43,11 @@ ZYRTOOLS_EXPORT QString standardDirectory(const char* variable, QStandardPaths::
 /// What the exception being handled says, POCO's included. To be called from within a catch block only.
 ZYRTOOLS_EXPORT QString currentExceptionText();
 
-/// Writes `subject`, a colon, a blank and `problem` as one line to standard error, line breaks within replaced by
-/// blanks. What cannot be written is dropped; a closed pipe ends no program.
+/// Writes `subject`, a colon, a blank and `problem` as one line to standard error. Line breaks and tabs become blanks,
+/// what else is not printable becomes its number, such as \\x1b or \\u202e, and a line of more than 4 KB is cut.
+///
+/// Never waits for a reader, and raises no signal: what cannot be written at once is dropped, and a line before the
+/// next report that gets through says how many were.
 ZYRTOOLS_EXPORT void reportProblem(const QString& subject, const QString& problem) noexcept;
 
 } // namespace Zyr::Misc

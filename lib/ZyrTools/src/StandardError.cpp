@@ -1,0 +1,67 @@
+#include "StandardError.h"
+
+#include "system/Descriptor.h"
+#include "system/HeldSignals.h"
+#include "system/Retry.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+
+#include <cerrno>
+
+namespace Zyr {
+
+namespace {
+
+ssize_t writeTo(int file, std::string_view text) noexcept
+{
+    return retried([&] { return ::write(file, text.data(), text.size()); });
+}
+
+/// For a pipe or a terminal that cannot be opened anew: without /proc, as another user than the one who made it, or
+/// for want of descriptors. A pipe with room has it for PIPE_BUF bytes; only where the system cannot write without
+/// waiting, another writer may be there first and take it.
+ssize_t writeWhereRoom(std::string_view text) noexcept
+{
+    pollfd room = {STDERR_FILENO, POLLOUT, 0};
+    if (::poll(&room, 1, 0) != 1 || (room.revents & POLLOUT) == 0)
+        return -1;
+    const iovec all = {const_cast<char*>(text.data()), text.size()};
+    const ssize_t written = retried([&] { return ::pwritev2(STDERR_FILENO, &all, 1, -1, RWF_NOWAIT); });
+    return written < 0 && (errno == EOPNOTSUPP || errno == ENOSYS) ? writeTo(STDERR_FILENO, text) : written;
+}
+
+ssize_t writeAtOnce(std::string_view text, mode_t mode, int flags) noexcept
+{
+    if (S_ISSOCK(mode)) {
+        return retried([&] { return ::send(STDERR_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL); });
+    }
+    if (S_ISREG(mode) || (flags & O_NONBLOCK) != 0)
+        return writeTo(STDERR_FILENO, text);
+    if (S_ISFIFO(mode) || ::isatty(STDERR_FILENO)) {
+        // Of its own, since whether to wait is a matter of all who share what was opened, other processes too.
+        static_assert(STDERR_FILENO == 2);
+        const Descriptor own(::open("/proc/thread-self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        if (own)
+            return writeTo(own.get(), text);
+    }
+    return writeWhereRoom(text);
+}
+
+} // namespace
+
+std::size_t writeToStandardError(std::string_view text) noexcept
+{
+    const int flags = ::fcntl(STDERR_FILENO, F_GETFL);
+    struct stat status = {};
+    if (flags < 0 || (flags & O_ACCMODE) == O_RDONLY || ::fstat(STDERR_FILENO, &status) != 0)
+        return 0;
+    const HeldSignals held;
+    const ssize_t written = writeAtOnce(text, status.st_mode, flags);
+    return written > 0 ? std::size_t(written) : 0;
+}
+
+} // namespace Zyr
