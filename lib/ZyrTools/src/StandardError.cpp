@@ -5,7 +5,7 @@
 #include "system/Retry.h"
 
 #include <fcntl.h>
-#include <poll.h>
+#include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
@@ -26,8 +26,11 @@ ssize_t writeTo(int file, std::string_view text) noexcept
 /// waiting, another writer may be there first and take it.
 ssize_t writeWhereRoom(std::string_view text) noexcept
 {
-    pollfd room = {STDERR_FILENO, POLLOUT, 0};
-    if (::poll(&room, 1, 0) != 1 || (room.revents & POLLOUT) == 0)
+    fd_set room; // which, unlike poll(), works without any descriptors left
+    FD_ZERO(&room);
+    FD_SET(STDERR_FILENO, &room);
+    timeval now = {};
+    if (::select(STDERR_FILENO + 1, nullptr, &room, nullptr, &now) != 1)
         return -1;
     const iovec all = {const_cast<char*>(text.data()), text.size()};
     const ssize_t written = retried([&] { return ::pwritev2(STDERR_FILENO, &all, 1, -1, RWF_NOWAIT); });
