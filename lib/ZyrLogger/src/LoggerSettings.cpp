@@ -201,23 +201,23 @@ Logger::LoadOutcome Logger::applyFileChannel(Poco::FileChannel& channel, Setting
     }
 }
 
-/// A refused value leaves what was in force, which for the pattern of a new formatter is the default: it has none yet.
-/// Returns whether none was refused.
+/// A refused value ends this stage only, and leaves what was in force; a new formatter has no pattern yet, so it gets
+/// the default. Returns whether none was refused.
 bool Logger::applyFormat(Poco::PatternFormatter& formatter, bool isNew, SettingsGroup& group)
 {
-    bool accepted = true;
-    for (const ChainSetting& setting : formatterSettings()) {
-        Attempt attempt;
-        try {
-            configure(formatter, {&setting, 1}, group, attempt);
-        } catch (...) {
-            group.report(attempt.key, attempt.value, Misc::currentExceptionText());
-            accepted = false;
-            if (isNew && setting.property == Poco::PatternFormatter::PROP_PATTERN)
-                formatter.setProperty(setting.property, setting.defaultValue.toString().toStdString());
-        }
+    Attempt attempt;
+    try {
+        configure(formatter, formatterSettings(), group, attempt);
+        return true;
+    } catch (...) {
+        group.report(attempt.key, attempt.value, Misc::currentExceptionText());
     }
-    return accepted;
+    for (const ChainSetting& setting : formatterSettings()) {
+        if (isNew && setting.key == attempt.key && setting.property == Poco::PatternFormatter::PROP_PATTERN)
+            formatter.setProperty(setting.property, setting.defaultValue.toString().toStdString());
+        group.contains(setting.key); // also those behind it, which are known
+    }
+    return false;
 }
 
 /// The two keys that are read only when they are there. Returns whether none was refused; a refused one leaves what was
