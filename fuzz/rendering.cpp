@@ -192,6 +192,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const QString expected = literalText(text, args, topics);
     if (rendered != expected)
         checkEqual(rendered.toUtf8(), expected.toUtf8(), "The text is what its definition gives");
+    check(rendered.size() <= 2 * mostUnits(text, args, topics) + unfilledMark.size(), "The text has a bound");
     check(isFitForRecord(rendered), "No line break and no quote that is not escaped", rendered.toUtf8());
     checkOnePass(message, rendered.toUtf8(), needsOnePass(text, args, topics));
     check(message.text == text && message.getStr() == rendered, "Rendering changes nothing", rendered.toUtf8());

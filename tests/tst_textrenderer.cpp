@@ -98,6 +98,52 @@ private Q_SLOTS:
         row(QString(9, QChar(0)), none, {}, false);
     }
 
+    // A text without end; one that ends too early, in the midst of a value or without a word; a step behind the end
+    // that goes on; one pass that goes beyond what the steps fill in, or stops where they go on.
+    void endsAtTheBound()
+    {
+        constexpr qsizetype most = Zyr::mostGrowth;
+        const QString mark = u" [placeholders left unfilled: the text would be too long]"_s;
+        const auto x = [](qsizetype size) { return QString(size, u'x'); };
+        const auto row = [&](const QString& text, const QVariantList& args, const QVariantMap& topics,
+                             const QString& expected, bool once = false) {
+            Zyr::LogMessage message(0, text);
+            message.args = args.isEmpty() ? nullptr : new QVariantList(args);
+            message.topics = topics.isEmpty() ? nullptr : new QVariantMap(topics);
+            const QString found = message.getStr();
+            const auto show = [](const QString& shown) {
+                return QString::number(shown.size()) + u' ' + shown.right(70);
+            };
+            QVERIFY2(found == expected, qUtf8Printable(text.left(20) + u'\n' + show(found) + u'\n' + show(expected)));
+            QVERIFY2(render(message) == std::pair(once, true), qUtf8Printable(text.left(40)));
+        };
+
+        // One value, as long as the text and it may grow, and longer by one.
+        row(u"%1%1"_s, {x(most + 4)}, {}, x(2 * (most + 4)));
+        row(u"%1%1"_s, {x(most + 5)}, {}, x(most + 5) + u"%1"_s + mark);
+        row(u"%a%a"_s, {}, {{u"a"_s, x(most + 5)}}, x(most + 5) + u"%a"_s + mark);
+        row(x(3 * most) + u"%1"_s, {x(most)}, {}, x(4 * most), true);
+        row(x(3 * most) + u"%1%1"_s, {x(most / 2)}, {}, x(4 * most), true);
+        row(x(3 * most) + u"%1%1"_s, {x(most / 2 + 1)}, {}, x(4 * most + 2));
+        row(u"%1"_s.repeated(2000), {7}, {}, QString(2000, u'7'), true);
+        row(u"%1"_s.repeated(20'000), {7}, {}, QString(20'000, u'7'));
+        row(u"%1"_s.repeated(most), {u"1"_s}, {}, QString(most, u'1'), true);
+        // A value that multiplies the next one, in either kind; what follows the end.
+        row(u"%2%1"_s, {x(most / 2 + 4), u"%1%1"_s}, {}, x(3 * (most / 2 + 4)));
+        row(u"%2%1"_s, {x(most / 2 + 5), u"%1%1"_s}, {}, x(2 * (most / 2 + 5)) + u"%1"_s + mark);
+        row(u"%1 %b"_s, {u"%a%a%a"_s}, {{u"a"_s, x(most)}, {u"b"_s, u"short"_s}}, x(2 * most) + u"%a %b"_s + mark);
+        // Keys that are empty, or hold what begins them; a value that is shorter than its name.
+        row(u"%%"_s, {}, {{QString(), x(most + 3)}}, x(most + 3) + u'%' + mark);
+        row(u"%a%a%a%"_s, {}, {{u"a%a"_s, x(most)}}, x(most) + u"%a%"_s);
+        row(u"%a%"_s.repeated(3), {}, {{u"a%"_s, x(most)}}, x(2 * most) + u"%a%"_s + mark);
+        row(u"%2%1"_s.repeated(most), {QVariant(), QVariant()}, {}, {}, true);
+        // Characters that escaping removes or doubles; halves of characters that meet.
+        row(u"%1%1%1"_s, {QString(most, u'\r')}, {}, u"%1"_s + mark);
+        row(u"%1%1%1"_s, {QString(most, u'"')}, {}, u"\\\""_s.repeated(2 * most) + u"%1"_s + mark);
+        const QString half = QChar(0xde00) + x(most);
+        row(QChar(0xd83d) + u"%1%1%1"_s, {half}, {}, QChar(0xd83d) + half + half + u"%1"_s + mark);
+    }
+
     // Any text that comes out differently, whatever its pieces make of each other.
     void rendersTheSameAsTheSteps()
     {

@@ -12,6 +12,38 @@ QString replaced(const QString& text, const QString& what, const QString& by)
     return text.split(what).join(by);
 }
 
+/// A text that is replaced in from left to right, up to where it would become longer than `most`; then no more.
+class Filling
+{
+public:
+    Filling(const QString& begun, qsizetype most)
+        : text(begun)
+        , room(most - begun.size())
+    {
+    }
+
+    void fill(const QString& what, const QString& by)
+    {
+        if (isFull)
+            return;
+        const QStringList parts = text.split(what);
+        const qsizetype more = by.size() - what.size();
+        qsizetype filled = 1;
+        for (; filled < parts.size() && more <= room; ++filled)
+            room -= more;
+        isFull = filled < parts.size();
+        text = parts.first(filled).join(by);
+        for (const QString& part : parts.sliced(filled))
+            text += what + part;
+    }
+
+    QString text;
+    bool isFull = false;
+
+private:
+    qsizetype room;
+};
+
 QString argumentText(const QVariant& value)
 {
     const QLocale locale;
@@ -27,16 +59,27 @@ QString argumentText(const QVariant& value)
 
 } // namespace
 
+qsizetype mostUnits(const QString& text, const QList<QVariant>& args, const QMap<QString, QVariant>& topics)
+{
+    qsizetype units = text.size() + 1'048'576;
+    for (const QVariant& value : args)
+        units += argumentText(value).size();
+    for (const QVariant& value : topics)
+        units += value.toString().size();
+    return units;
+}
+
 QString literalText(const QString& text, const QList<QVariant>& args, const QMap<QString, QVariant>& topics)
 {
-    QString result = text;
+    Filling filling(text, mostUnits(text, args, topics));
     for (qsizetype number = args.size(); number >= 1; --number)
-        result = replaced(result, u"%"_s + QString::number(number), argumentText(args[number - 1]));
+        filling.fill(u"%"_s + QString::number(number), argumentText(args[number - 1]));
     const QStringList keys = topics.keys(); // ascending
     for (const QString& key : keys)
-        result = replaced(result, u"%"_s + key, topics[key].toString());
-    result = replaced(result, u"\\"_s, u"\\\\"_s);
+        filling.fill(u"%"_s + key, topics[key].toString());
+    QString result = replaced(filling.text, u"\\"_s, u"\\\\"_s);
     result = replaced(result, u"\""_s, u"\\\""_s);
     result = replaced(result, u"\r"_s, u""_s);
-    return replaced(result, u"\n"_s, u" "_s);
+    result = replaced(result, u"\n"_s, u" "_s);
+    return filling.isFull ? result + unfilledMark : result;
 }

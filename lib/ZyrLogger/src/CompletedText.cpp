@@ -62,12 +62,13 @@ bool completeText(LogMessage& message, const TextFilters& filters, CallerThread*
         return true;
     }
 
-    const QString rendered = message.getStr();
+    QString rendered = message.getStr();
     if (!filters.pass(rendered))
         return false;
-    const QString source = message.level == Emerg ? sourceOf(message) : QString();
+    if (message.level == Emerg)
+        rendered += sourceOf(message);
     text = line.view();
-    text += (rendered + source).toUtf8().constData();
+    text += rendered.toUtf8().constData();
     return true;
 }
 

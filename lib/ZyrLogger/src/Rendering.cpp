@@ -2,12 +2,21 @@
 
 #include <ZyrLogger/LogMessage.h>
 
+#include "rendering/TextRenderer.h"
+
 #include <QtCore/QLocale>
 #include <QtCore/QMetaType>
+#include <QtCore/QStringMatcher>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
 
 namespace Zyr {
 
 namespace {
+
+constexpr QStringView unfilledMark = u" [placeholders left unfilled: the text would be too long]";
 
 QString renderArgument(const QVariant& value, const QLocale& locale)
 {
@@ -25,13 +34,74 @@ QString renderArgument(const QVariant& value, const QLocale& locale)
     }
 }
 
-/// Backslashes first, so that the ones added before quotes are not doubled again.
-void escape(QString& text)
+/// In the order of the steps that fill them in. Each value is converted once: conversions may be the application's.
+QStringList valueTexts(const QList<QVariant>* args, const QMap<QString, QVariant>* topics)
 {
-    text.replace(u'\\', QLatin1String("\\\\"));
-    text.replace(u'"', QLatin1String("\\\""));
-    text.remove(u'\r');
-    text.replace(u'\n', u' ');
+    QStringList texts;
+    const QLocale locale;
+    for (qsizetype number = args ? args->size() : 0; number > 0; --number)
+        texts.append(renderArgument(args->at(number - 1), locale));
+    if (topics) {
+        for (const QVariant& value : *topics)
+            texts.append(value.toString());
+    }
+    return texts;
+}
+
+/// Values that hold placeholders multiply: what a text is filled with needs a bound that memory and time have too.
+qint64 longest(const QString& text, const QStringList& values)
+{
+    qint64 size = text.size() + qint64(mostGrowth);
+    for (const QString& value : values)
+        size += value.size();
+    return std::min<qint64>(size, std::numeric_limits<qsizetype>::max());
+}
+
+/// Replaces the placeholder from left to right, up to the first one that would make the text longer than `most`. False
+/// when there is such a one.
+bool fill(QString& text, const QString& placeholder, const QString& value, qint64 most)
+{
+    const QStringMatcher matcher(placeholder);
+    const auto find = [&](qsizetype from) { return matcher.indexIn(text, from); };
+    const qint64 growth = value.size() - placeholder.size();
+    qint64 size = text.size();
+    qsizetype count = 0;
+    qsizetype next = find(0);
+    for (; next >= 0 && size + growth <= most; next = find(next + placeholder.size())) {
+        size += growth;
+        ++count;
+    }
+    if (count > 0) {
+        // At once, since QString::replace() moves the rest of the text for every thousand of them.
+        QString filled(qsizetype(size), Qt::Uninitialized);
+        const QChar* from = text.cbegin();
+        QChar* to = filled.data();
+        for (; count > 0; --count) {
+            const QChar* const at = text.cbegin() + find(from - text.cbegin());
+            to = std::copy(from, at, to);
+            to = std::copy(value.cbegin(), value.cend(), to);
+            from = at + placeholder.size();
+        }
+        std::copy(from, text.cend(), to);
+        text = std::move(filled);
+    }
+    return next < 0;
+}
+
+QString escaped(const QString& text)
+{
+    const auto isEscaped = [](QChar unit) { return unit == u'\\' || unit == u'"'; };
+    const auto added = std::count_if(text.cbegin(), text.cend(), isEscaped);
+    QString result(text.size() + added - text.count(u'\r'), Qt::Uninitialized);
+    QChar* to = result.data();
+    for (const QChar unit : text) {
+        if (unit == u'\r')
+            continue;
+        if (isEscaped(unit))
+            *to++ = u'\\';
+        *to++ = unit == u'\n' ? u' ' : unit;
+    }
+    return result;
 }
 
 } // namespace
@@ -39,16 +109,21 @@ void escape(QString& text)
 QString LogMessage::getStr()
 {
     QString result = text;
-    const QLocale locale;
+    const QStringList values = valueTexts(args, topics);
+    const qint64 most = longest(text, values);
+    auto value = values.cbegin();
+    bool fits = true;
     // From the highest number down, so that %12 is gone before %1 could take its first two characters. Each
     // substitution works on the outcome of the ones before it.
-    for (qsizetype number = args ? args->size() : 0; number > 0; --number)
-        result.replace(u'%' + QString::number(number), renderArgument(args->at(number - 1), locale));
+    for (qsizetype number = args ? args->size() : 0; fits && number > 0; --number)
+        fits = fill(result, u'%' + QString::number(number), *value++, most);
     if (topics) {
-        for (auto topic = topics->cbegin(); topic != topics->cend(); ++topic)
-            result.replace(u'%' + topic.key(), topic->toString());
+        for (auto topic = topics->cbegin(); fits && topic != topics->cend(); ++topic)
+            fits = fill(result, u'%' + topic.key(), *value++, most);
     }
-    escape(result);
+    result = escaped(result);
+    if (!fits)
+        result += unfilledMark;
     return result;
 }
 

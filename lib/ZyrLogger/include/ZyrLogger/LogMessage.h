@@ -92,7 +92,8 @@ public:
     ///
     /// `int`, `long long`, their unsigned siblings and `double` (six significant digits) are written by the default
     /// locale, everything else by QVariant's own conversion. `short` and `char` arrive as `int`; texts of `char` are
-    /// UTF-8; `long` is not grouped.
+    /// UTF-8; `long` is not grouped. A value may itself hold placeholders, of arguments before it and of topics, which
+    /// getStr() fills in as well.
     [[nodiscard]] LogMessage& arg(QVariant value);
 
     template <typename T, std::enable_if_t<isUsualNumber<T>, int> = 0>
@@ -118,7 +119,8 @@ public:
 
     /// Sets the value of the placeholder `%` with the key behind it, case-sensitive; a second value replaces the first.
     ///
-    /// Numbers are written by QVariant's own conversion, whatever the locale.
+    /// Numbers are written by QVariant's own conversion, whatever the locale. A value may hold placeholders itself, of
+    /// keys behind its own, which getStr() fills in as well.
     [[nodiscard]] LogMessage& topic(const QString& key, QVariant value);
 
     template <typename T, std::enable_if_t<needsConversion<T>, int> = 0>
@@ -136,6 +138,10 @@ public:
     ///
     /// Arguments are filled in from the last to the first, then topics in the order of their keys, each in the text as
     /// it is by then: a value that holds a placeholder is subject to those after it. What has no value stays.
+    ///
+    /// Values that hold placeholders multiply. So before a placeholder that would make the text (not yet escaped) more
+    /// than 1,048,576 UTF-16 units longer than `text` and all values together, this ends: what is not filled in by then
+    /// stays, and the text ends in " [placeholders left unfilled: the text would be too long]".
     QString getStr();
 
     /// Empties everything but the completer and the time.

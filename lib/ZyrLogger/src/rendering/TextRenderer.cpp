@@ -4,7 +4,8 @@
 //  - no value contains a '%', so that each '%' is one of the text's own,
 //  - each '%' is taken by the first step whose name follows it in the text, and not by an earlier one whose name only
 //    begins there, directly before another placeholder, and is completed by that one's value,
-//  - no value holds half a character, which could meet its other half.
+//  - no value holds half a character, which could meet its other half,
+//  - the text stays within its bound.
 
 #include "rendering/TextRenderer.h"
 
@@ -26,6 +27,8 @@ namespace {
 constexpr qsizetype stepsOfKeys = 0;
 constexpr qsizetype lastStep = -1;
 constexpr qsizetype noStep = std::numeric_limits<qsizetype>::max();
+
+constexpr qsizetype longestNumber = 128; ///< and longer than any locale's
 
 bool isUsable(const QMap<QString, QVariant>& topics)
 {
@@ -141,6 +144,8 @@ private:
 
     bool putText(QStringView text)
     {
+        if (!takeRoom(text.size()))
+            return false;
         const char16_t* const textEnd = text.utf16() + text.size();
         return appendEscapedUtf8(text.utf16(), textEnd, to) == textEnd;
     }
@@ -148,6 +153,8 @@ private:
     template <typename Number>
     bool putNumber(Number number, bool byLocale)
     {
+        if (!takeRoom(longestNumber))
+            return false;
         if (byLocale) {
             if (!numbers)
                 numbers.emplace();
@@ -163,9 +170,19 @@ private:
         return true;
     }
 
+    /// Before that many units are put. While there is room, the text is within its bound after each step too.
+    bool takeRoom(qsizetype units)
+    {
+        if (units > room)
+            return false;
+        room -= units;
+        return true;
+    }
+
     const LogMessage& message;
     std::optional<LocaleNumbers>& numbers;
     LineBuffer& to;
+    qsizetype room = mostGrowth; ///< for values
     const qsizetype argCount;
     const char16_t* at;
     const char16_t* const end;
