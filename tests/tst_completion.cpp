@@ -133,6 +133,38 @@ private Q_SLOTS:
         }
     }
 
+    // An entry that vanishes because the application's own conversion, or its listener, had no memory; one counted that
+    // is in the file or below the level.
+    void tellsOfWantOfMemory()
+    {
+        struct Huge
+        {
+        };
+        QMetaType::registerConverter<Huge, QString>([](const Huge&) -> QString { throw std::bad_alloc(); });
+        class Greedy : public Zyr::Logger::LogListener
+        {
+            void handleMessage(QString, QString, QString) override { throw std::bad_alloc(); }
+        } greedy;
+        Zyr::Logger tells(u"tells"_s, u"huge.log"_s, place.write(u"huge.ini"_s, settingsFile()));
+        tells.registerLogListener(&greedy);
+        const QVariant huge = QVariant::fromValue(Huge());
+        QStringList lines;
+        for (const char* const repeats : {"", "checkRepeatedMsg=true"}) {
+            place.load(tells, settingsFile(QByteArray("level=debug\n") + repeats));
+            tells.out(Zyr::Trace, u"%1"_s).arg(huge).endl();
+            tells.out(Zyr::Info, u"%1"_s).arg(huge).endl();
+            lines += u"warn 1 record lost: Cannot allocate memory"_s;
+            QTRY_COMPARE(place.lines(u"huge.log"_s), lines);
+            tells.out(Zyr::Debug, u"%x"_s).topic(u"x"_s, huge).endl();
+            lines += lines.last();
+            QTRY_COMPARE(place.lines(u"huge.log"_s), lines);
+            tells.out(Zyr::Debug, u"kept"_s).endl();
+            lines += u"debug kept"_s;
+            QTRY_COMPARE(place.lines(u"huge.log"_s), lines);
+        }
+        tells.unregisterLogListener(&greedy);
+    }
+
     // Filters that fold case, see placeholders or marks, need every entry to match, or let the including ones win; an
     // empty one that is not found; a text or an entry that UTF-8 cannot hold, or what is behind a NUL, not searched.
     void filtersTheRenderedText()

@@ -12,6 +12,7 @@
 #include <Poco/Logger.h>
 
 #include <memory>
+#include <new>
 
 namespace Zyr {
 
@@ -44,23 +45,35 @@ void Logger::completeMessage(LogMessage& message)
             return;
     }
 
-    CallerThread* const thread = CallerThread::current();
-    Record record(thread, target->name());
-    if (!completeText(message, rules.filters, convertsItself ? nullptr : thread, record.text()))
-        return;
-    record.useText();
-    const QByteArray sourceFile = thread ? thread->sourceNames.encode(message.file) : message.file.toUtf8();
-    PocoMessage& poco = record.message();
-    poco.setPriority(static_cast<Poco::Message::Priority>(priority));
-    poco.setTime(message.timestamp);
-    poco.setSourceFile(sourceFile.constData());
-    poco.setSourceLine(message.line);
+    bool isGiven = false; // to the chain, which counts what it loses itself; whatever fails then fails behind it
+    try {
+        CallerThread* const thread = CallerThread::current();
+        Record record(thread, target->name());
+        if (!completeText(message, rules.filters, convertsItself ? nullptr : thread, record.text()))
+            return;
+        record.useText();
+        const QByteArray sourceFile = thread ? thread->sourceNames.encode(message.file) : message.file.toUtf8();
+        PocoMessage& poco = record.message();
+        poco.setPriority(static_cast<Poco::Message::Priority>(priority));
+        poco.setTime(message.timestamp);
+        poco.setSourceFile(sourceFile.constData());
+        poco.setSourceLine(message.line);
 
-    if (!rules.suppressRepeats)
-        return writeRecord(use, poco);
-    const RepeatLimits limits = rules.limits;
-    use.leave();
-    admit(poco, sourceFile, limits);
+        if (!rules.suppressRepeats) {
+            isGiven = true;
+            return writeRecord(use, poco);
+        }
+        const RepeatLimits limits = rules.limits;
+        use.leave();
+        if (!admit(poco, sourceFile, limits))
+            return;
+        isGiven = true;
+        writeMsgToLog(poco);
+    } catch (const std::bad_alloc&) {
+        if (!isGiven)
+            state->loseRecord(priority);
+        throw;
+    }
 }
 
 } // namespace Zyr

@@ -8,6 +8,8 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
+#include <optional>
 #include <utility>
 
 namespace Zyr {
@@ -33,7 +35,9 @@ PocoMessage summaryOf(PocoMessage record, int count)
 /// pendingFiles holds the names that these point to.
 ///
 /// `mutex` is unlocked explicitly: an unlock that fails is an exception, and then nothing is written.
-void Logger::admit(const PocoMessage& record, const QByteArray& sourceFile, const RepeatLimits& limits)
+///
+/// Returns whether the record is to be written, behind the summary that it may be the reason for.
+bool Logger::admit(const PocoMessage& record, const QByteArray& sourceFile, const RepeatLimits& limits)
 {
     Lock lock(mutex);
     const auto known = repeatCounts.find(record);
@@ -42,31 +46,42 @@ void Logger::admit(const PocoMessage& record, const QByteArray& sourceFile, cons
         constexpr quint32 countLimit = std::numeric_limits<int>::max();
         if (static_cast<quint32>(count) < std::min(limits.repeats, countLimit)) {
             ++known.value();
-            return lock.unlock();
+            lock.unlock();
+            return false;
         }
         const qsizetype position = pendingMessages.indexOf(record);
         pendingMessages.removeAt(position);
         state->pendingFiles.removeAt(position);
         repeatCounts.erase(known);
         lock.unlock();
-        writeMsgToLog(summaryOf(record, count));
-        writeMsgToLog(record);
-        return;
+        writeSummary(record, count);
+        return true;
     }
 
     remember(record, sourceFile);
     if (static_cast<quint64>(pendingMessages.size()) <= limits.remembered) {
         lock.unlock();
-        writeMsgToLog(record);
-        return;
+        return true;
     }
     const PocoMessage oldest = pendingMessages.takeFirst();
     const QByteArray oldestFile = state->pendingFiles.takeFirst(); // the summary points to it
     const int count = repeatCounts.take(oldest);
     lock.unlock();
     if (count > 0)
-        writeMsgToLog(summaryOf(oldest, count));
-    writeMsgToLog(record);
+        writeSummary(oldest, count);
+    return true;
+}
+
+/// One that there is no memory for is lost alone, and what comes behind it is written.
+void Logger::writeSummary(const PocoMessage& record, int count)
+{
+    std::optional<PocoMessage> summary;
+    try {
+        summary = summaryOf(record, count);
+    } catch (const std::bad_alloc&) {
+        return state->loseRecord(record.getPriority());
+    }
+    writeMsgToLog(*summary);
 }
 
 /// Leaves everything as it was when it throws. The caller holds `mutex`.
@@ -93,7 +108,7 @@ void Logger::flushLog()
 
     for (const PocoMessage& record : records) {
         if (const int count = counts.value(record); count > 0)
-            writeMsgToLog(summaryOf(record, count));
+            writeSummary(record, count);
     }
 }
 

@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <new>
 #include <utility>
 
@@ -166,6 +167,19 @@ void Logger::State::publishRules()
     formerRules.back().rules = std::exchange(ownedRules, std::move(rules));
     publishChain();
     freeFormerRules();
+}
+
+void Logger::State::loseRecord(int priority)
+try {
+    {
+        const ChainUse use(*access);
+        if (!use.logger() || priority > use.logger()->getLevel())
+            return;
+    }
+    if (const auto file = shareFile())
+        file->writer().loseForWantOfMemory();
+} catch (const std::exception&) {
+    // No thread to tell of it, which the next record tries to start again.
 }
 
 /// Those that nobody goes by any more: whoever began after they were replaced has found newer ones.

@@ -77,6 +77,9 @@ public:
     /// Whether entries can be written. Takes no lock.
     bool isUsable() const noexcept { return hasFile.load(std::memory_order_acquire) && !isChainGone(); }
 
+    /// Counts a record that came to no line for want of memory as lost, if the level lets its priority through.
+    void loseRecord(int priority);
+
     /// Valid for the calling thread during its use of the chain.
     const Rules& rules() const noexcept { return *inForce.load(); }
 

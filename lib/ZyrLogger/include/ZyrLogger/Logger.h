@@ -187,8 +187,9 @@ private:
 
     ZYRLOGGER_NO_EXPORT void writeRecord(ChainUse& use, const PocoMessage& record);
     ZYRLOGGER_NO_EXPORT void tellListeners(const PocoMessage& record);
-    ZYRLOGGER_NO_EXPORT void admit(const PocoMessage& record, const QByteArray& sourceFile, const RepeatLimits& limits);
+    ZYRLOGGER_NO_EXPORT bool admit(const PocoMessage& record, const QByteArray& sourceFile, const RepeatLimits& limits);
     ZYRLOGGER_NO_EXPORT void remember(const PocoMessage& record, const QByteArray& sourceFile);
+    ZYRLOGGER_NO_EXPORT void writeSummary(const PocoMessage& record, int count);
 
     ZYRLOGGER_NO_EXPORT LoadOutcome applySettings(QSettings& settings, bool& settingsChanged);
     ZYRLOGGER_NO_EXPORT QString applyFilters(QSettings& settings, bool& keysAdded, bool& accepted);

@@ -4,6 +4,7 @@
 
 #include <Poco/Exception.h>
 
+#include <new>
 #include <utility>
 
 namespace Zyr {
@@ -31,7 +32,11 @@ LineFormattingChannel::~LineFormattingChannel()
 void LineFormattingChannel::log(const Poco::Message& message)
 {
     LineBuffer line;
-    patterns->inForce().format(message, line);
+    try {
+        patterns->inForce().format(message, line);
+    } catch (const std::bad_alloc&) {
+        return lines->writer->loseForWantOfMemory(); // as a line that the queue has no memory for
+    }
     lines->writer->push(line.view());
 }
 

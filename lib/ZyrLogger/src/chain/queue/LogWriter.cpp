@@ -21,6 +21,7 @@ constexpr auto patienceWhenFull = 2s;
 constexpr auto longestHold = 2s;
 constexpr std::size_t stackSize = 512 * 1024;
 constexpr int looksAtGate = 100;
+constexpr std::size_t longestReason = 256; // of the system, in any language
 
 void pauseProcessor() noexcept
 {
@@ -33,7 +34,11 @@ void pauseProcessor() noexcept
 
 } // namespace
 
-LogWriter::LogWriter() = default;
+LogWriter::LogWriter()
+{
+    lossReason.reserve(longestReason);
+}
+
 LogWriter::~LogWriter() = default;
 
 void LogWriter::push(std::string_view line)
@@ -45,6 +50,14 @@ void LogWriter::push(std::string_view line)
         Lock lock(gate);
         wake(lock);
     }
+}
+
+void LogWriter::loseForWantOfMemory()
+{
+    Lock lock = lockSoon();
+    lose(abandoned ? stuckReason() : std::strerror(ENOMEM));
+    if (!abandoned)
+        wake(lock);
 }
 
 /// Locks `gate`, which is held for so short a time that it is cheaper to look again a few times than to sleep.
@@ -145,15 +158,16 @@ bool LogWriter::isStuck(Clock::time_point now) const
     return failing || now >= watch.limit() || (changes > 0 && now >= heldSince + longestHold);
 }
 
-std::string LogWriter::stuckReason() const
+std::string_view LogWriter::stuckReason() const
 {
-    return failing ? failure : "no answer from the file system";
+    return failing ? std::string_view(failure) : "no answer from the file system";
 }
 
-void LogWriter::lose(std::string reason)
+/// Without an allocation, for the lack of memory may be the reason.
+void LogWriter::lose(std::string_view reason) noexcept
 {
     ++lost;
-    lossReason = std::move(reason);
+    lossReason = reason.substr(0, longestReason);
 }
 
 /// Lines take the short way, past the lock, where there is nothing that each of them has to be asked for.

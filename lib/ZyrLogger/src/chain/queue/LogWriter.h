@@ -47,6 +47,8 @@ public:
     /// Queues a line, to which a line end is added. Waits while the queue is full and the store works; while it fails
     /// or hangs, until two seconds after the queue became full. A line that finds no room then is counted as lost.
     void push(std::string_view line);
+    /// Counts a record as lost that came to no line for want of memory.
+    void loseForWantOfMemory();
 
     Limits limits() const;
     void setLimits(const Limits& wanted);
@@ -94,9 +96,9 @@ private:
     void pushLocked(std::string_view line);
     void setShortWay();
     bool isStuck(Clock::time_point now) const;
-    std::string stuckReason() const;
+    std::string_view stuckReason() const;
     bool waitForRoom(Lock& lock);
-    void lose(std::string reason);
+    void lose(std::string_view reason) noexcept;
     void wake(Lock& lock);
     void request(Lock& lock);
     void start(Lock& lock);
@@ -166,7 +168,7 @@ private:
     Clock::duration copyingTime{0}; ///< for which a thread that is copying a line is waited
 
     std::uint64_t lost = 0;
-    std::string lossReason;
+    std::string lossReason;                 ///< in memory that it keeps
     std::optional<std::uint64_t> lossAfter; ///< this many written lines comes the record of the loss
     std::string lossSource;
     std::shared_ptr<const LinePatterns> lossFormat;

@@ -54,7 +54,7 @@ void LogWriter::drain(Lock& lock)
 /// counts as well.
 void LogWriter::giveUp(Lock& lock)
 {
-    const std::string reason = stuckReason();
+    const std::string reason(stuckReason());
     abandoned = true;
     setShortWay();
     work.notify_one();

@@ -1,0 +1,204 @@
+// The memory that an entry takes: values that multiply, and entries that there is none for.
+
+#include "RecordingListener.h"
+#include "TestPlace.h"
+
+#include <QtTest/QtTest>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <limits>
+#include <thread>
+#include <utility>
+
+#include <malloc.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Of the thread that asks for it.
+constexpr long any = std::numeric_limits<long>::max();
+constinit thread_local long allowed = any; ///< so many allocations, and then none
+constinit thread_local long refused = 0;
+constinit thread_local std::ptrdiff_t taken = 0;
+constinit thread_local std::ptrdiff_t mostTaken = 0;
+
+} // namespace
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+
+// In the place of the C library's, for all libraries of the process; operator new comes by here too.
+extern "C" {
+
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+void __libc_free(void* memory);
+
+static bool isAllowed() noexcept
+{
+    if (allowed > 0) {
+        allowed -= allowed != any;
+        return true;
+    }
+    ++refused;
+    errno = ENOMEM;
+    return false;
+}
+
+static void* note(void* memory) noexcept
+{
+    taken += static_cast<std::ptrdiff_t>(malloc_usable_size(memory));
+    mostTaken = std::max(mostTaken, taken);
+    return memory;
+}
+
+void* malloc(std::size_t size) noexcept
+{
+    return isAllowed() ? note(__libc_malloc(size)) : nullptr;
+}
+
+void* calloc(std::size_t count, std::size_t size) noexcept
+{
+    return isAllowed() ? note(__libc_calloc(count, size)) : nullptr;
+}
+
+void* realloc(void* memory, std::size_t size) noexcept
+{
+    if (!isAllowed())
+        return nullptr;
+    taken -= static_cast<std::ptrdiff_t>(malloc_usable_size(memory));
+    return note(__libc_realloc(memory, size));
+}
+
+void free(void* memory) noexcept
+{
+    taken -= static_cast<std::ptrdiff_t>(malloc_usable_size(memory));
+    __libc_free(memory);
+}
+}
+
+#endif
+
+class tst_Memory : public QObject
+{
+    Q_OBJECT
+    const TestPlace place;
+    Zyr::Logger logger{u"tst"_s, u"tst.log"_s, place.write(u"tst.ini"_s, settingsFile())};
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (isSanitized)
+            QSKIP("Sanitizers need the allocator for themselves.");
+    }
+
+    // Gigabytes that three short values become, or a short one that stands in a text often.
+    void isBounded_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QStringList>("values");
+        const auto placeholders = [](char name, int bytes) {
+            return (u'%' + QString(QLatin1Char(name))).repeated(bytes / 2);
+        };
+        for (const int size : {600, 4'000, 100'000}) {
+            const QStringList values = {QString(size, u'x'), placeholders('1', size), placeholders('2', size)};
+            QTest::addRow("arguments of %d", size) << u"%3%3"_s << values;
+            QTest::addRow("topics of %d", size)
+                << u"%a"_s << QStringList{placeholders('b', size), placeholders('c', size), values[0]};
+        }
+        QTest::newRow("text") << placeholders('1', 4000) << QStringList{QString(500'000, u'x')};
+    }
+
+    void isBounded()
+    {
+        QFETCH(const QString, text);
+        QFETCH(const QStringList, values);
+        const bool areTopics = text.startsWith(u"%a"_s);
+        Zyr::LogMessage& message = logger.out(Zyr::Info, text);
+        qsizetype size = text.size();
+        for (qsizetype i = 0; i < values.size(); ++i) {
+            size += values[i].size();
+            static_cast<void>(areTopics ? message.topic(QString(QChar(u'a' + char16_t(i))), values[i])
+                                        : message.arg(values[i]));
+        }
+        const std::ptrdiff_t before = mostTaken = taken;
+        message.endl();
+        constexpr qsizetype megabyte = 1 << 20;
+        qInfo("%.1f MB", double(mostTaken - before) / megabyte);
+        QVERIFY(mostTaken - before < 16 * (size + megabyte));
+        const QString mark = u" [placeholders left unfilled: the text would be too long]"_s;
+        QTRY_VERIFY(place.lines(u"tst.log"_s).value(0).endsWith(mark));
+        const qsizetype length = place.lines(u"tst.log"_s)[0].size();
+        QVERIFY2(length <= size + megabyte + mark.size() && length > megabyte / 2, qPrintable(QString::number(length)));
+        place.write(u"tst.log"_s, {});
+    }
+
+    // An entry that vanishes without a word because any of the memory on its way was refused, or is told as lost
+    // although it is in the file; a crash.
+    void tellsWhatItHasNoneFor_data()
+    {
+        QTest::addColumn<QByteArray>("settings");
+        QTest::addColumn<int>("level");
+        QTest::addColumn<QString>("value");
+        const QString padding(20'000, u'x'); // more than the library keeps memory for
+        QTest::newRow("one pass") << QByteArray() << int(Zyr::Info) << padding;
+        QTest::newRow("steps") << QByteArray() << int(Zyr::Info) << u"%1"_s + padding;
+        QTest::newRow("short") << QByteArray() << int(Zyr::Todo) << u"%x"_s;
+        QTest::newRow("source") << QByteArray() << int(Zyr::Emerg) << padding;
+        QTest::newRow("filtered") << QByteArray("textFilters=entry") << int(Zyr::Info) << u"%1"_s + padding;
+        QTest::newRow("repeats") << QByteArray("checkRepeatedMsg=true\namountRepeatedMsg=1") << int(Zyr::Info)
+                                 << padding;
+    }
+
+    void tellsWhatItHasNoneFor()
+    {
+        QFETCH(const QByteArray, settings);
+        QFETCH(const int, level);
+        QFETCH(const QString, value);
+        place.write(u"tst.log"_s, {});
+        place.load(logger, settingsFile(settings));
+        const RecordingListener listener(logger); // needs memory behind the queue
+        int entries = 0;
+        int refusals = 0;
+        const auto log = [&](int number, long allocations) {
+            Zyr::LogMessage& message =
+                logger.out(uchar(level), u"entry %2 %x %1"_s, "a.cpp").arg(value).arg(number).topic(u"x"_s, number);
+            allowed = allocations;
+            message.endl();
+            allowed = any;
+            ++entries;
+            return std::exchange(refused, 0) > 0;
+        };
+        bool isRefused = true;
+        for (int number = 0; isRefused; ++number) {
+            const auto logBoth = [&] {
+                isRefused = log(number, number);
+                if (settings.startsWith("check"))
+                    log(number, any);
+            };
+            std::thread(logBoth).join(); // which has kept nothing of earlier entries
+            refusals += isRefused;
+        }
+        logger.flushLog();
+        qInfo("%d entries, %d with refusals", entries, refusals);
+        QVERIFY(refusals > 10);
+
+        const auto told = [&] {
+            int records = 0;
+            static const QRegularExpression loss(u"^warn (\\d+) records? lost: Cannot allocate memory$"_s);
+            for (const QString& line : place.lines(u"tst.log"_s)) {
+                const auto match = loss.match(line);
+                records += match.hasMatch() ? match.captured(1).toInt() : line.contains(u"entry "_s);
+            }
+            return records;
+        };
+        QTRY_COMPARE(told(), entries);
+        QVERIFY(place.read(u"tst.log"_s).contains(" lost: "));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_Memory)
+#include "tst_memory.moc"
