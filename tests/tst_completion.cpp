@@ -199,8 +199,8 @@ private Q_SLOTS:
         QTRY_COMPARE(place.lines(u"pump_Valve.log"_s), lines.split(u'|'));
     }
 
-    // A class's files that lie wherever its name leads, or are renamed without a word or need; the application's own
-    // name, or the POCO logger's, that is altered as well.
+    // A class's files that lie wherever its name leads or are another's, or are renamed without a word or need; the
+    // application's own name, or the POCO logger's, that is altered as well.
     void keepsClassFilesInTheirDirectories()
     {
         const std::tuple<QString, QString, QString> rows[] = {
@@ -208,12 +208,12 @@ private Q_SLOTS:
             {u"pump"_s, u"a/../../x"_s, u"logs/pump_a_.._.._x"_s},
             {u"pump"_s, u"/etc/x"_s, u"logs/pump__etc_x"_s},
             {u"../up"_s, u"b/../../x"_s, u"up_b_.._.._x"_s},
+            {u"pump"_s, u"../x"_s, u"logs/pump_.._x"_s},
+            {u"pump"_s, u"../../x"_s, u"logs/pump_.._.._x"_s},
             {u"../up"_s, u"y"_s, u"up_y"_s},
-            {u"pump"_s, u"../x"_s, u"logs/pump_../x"_s},
-            {u"pump"_s, u"a/b"_s, u"logs/pump_a/b"_s},
-            {u"pump"_s, u"a/../.."_s, u"logs/.."_s},
+            {u"pump"_s, u"a/..b"_s, u"logs/pump_a/..b"_s},
         };
-        constexpr int renamed = 4;
+        constexpr int renamed = 6;
         for (const char* const variable : {"QUADEL_CURRENT_LOG_LOCATION", "QUADEL_CURRENT_CONFIG_LOCATION"})
             qputenv(variable, QFile::encodeName(place.path(u"logs"_s)));
         std::vector<std::unique_ptr<Zyr::ClassLogger>> classes;

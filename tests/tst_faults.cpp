@@ -265,6 +265,8 @@ const Row rows[] = {
     {"trouble 'chmod 555 store | chmod 755 store | grows'", "rotation=4 K", GROWS},
     {"trouble 'prlimit --pid $PPID --nofile=3: | prlimit --pid $PPID --nofile=256: | grows'",
      "rotation=4 K\nflush=true", GROWS},
+    {"trouble 'prlimit --pid $PPID --nofile=3: ; mv store/x.log kept.log | prlimit --pid $PPID --nofile=256:'", "",
+     WAITS},
     {"trouble 'prlimit --pid $PPID --fsize=2000: | prlimit --pid $PPID --fsize=unlimited:'", "rotation=4 K", WAITS},
     {"fullDisk 100", "rotation=200 K\nqueueSize=256 K", WAITS_TWICE GIVEN_UP, 1},
     {"fullDisk 5000", "rotation=200 K\nqueueSize=256 K\nflush=true", WAITS_TWICE GIVEN_UP, 1},

@@ -224,7 +224,6 @@ public Q_SLOTS:
         std::ofstream("Quadel.log") << received.toStdString();
         close(ends[0]);
         say(u"nobody reads"_s);
-        QThread::msleep(50);
         dup2(output, STDOUT_FILENO);
     }
 

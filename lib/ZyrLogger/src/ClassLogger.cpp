@@ -5,7 +5,6 @@
 #include <ZyrTools/Misc.h>
 
 #include <QtCore/QCoreApplication>
-#include <QtCore/QDir>
 
 namespace Zyr {
 
@@ -18,10 +17,11 @@ QString fileName(const QString& stem, const QString& ending)
     return QCoreApplication::applicationName() + u'_' + stem + ending;
 }
 
-/// Whether files of that class would lie elsewhere than in or below the directory of the application's own.
+/// Whether files of that class would lie elsewhere than in or below the directory of the application's own, or could be
+/// named like others there.
 bool leadsAway(const QString& className)
 {
-    return className.startsWith(u'/') || QDir::cleanPath(u'_' + className + u".log"_s).startsWith(u"../"_s);
+    return className.startsWith(u'/') || className.split(u'/').contains(u".."_s);
 }
 
 Logger* makeLogger(const QString& className)

@@ -77,8 +77,8 @@ void Logger::start(const QString& logFileName)
 /// For whoever changes the logger's settings himself: tries again to watch their file, where that failed.
 void Logger::watchSettings()
 {
-    if (state->isUnwatched)
-        state->isUnwatched = !startConfigFileWatcher();
+    if (state->isUnwatched.exchange(false) && !startConfigFileWatcher())
+        state->isUnwatched = true;
 }
 
 Logger::~Logger()

@@ -96,7 +96,7 @@ std::optional<quint32> SettingsGroup::readCount(QLatin1StringView key, int defau
     bool isCount = false;
     const quint32 count = value.toUInt(&isCount);
     if (!isCount)
-        report(key, value.toString(), u"is no number and counts as 0"_s);
+        report(key, value.toString(), u"is no whole number and counts as 0"_s);
     return count;
 }
 

@@ -30,9 +30,15 @@ FileBytes unreadable(const QString& reason, bool shortage = false)
     return {FileBytes::State::Unreadable, {}, {}, reason, shortage};
 }
 
+bool isShortage(const std::error_code& error)
+{
+    return error == std::errc::too_many_files_open || error == std::errc::too_many_files_open_in_system ||
+           error == std::errc::not_enough_memory;
+}
+
 FileBytes unreadable(int error)
 {
-    return unreadable(errorText(error), error == EMFILE || error == ENFILE || error == ENOMEM);
+    return unreadable(errorText(error), isShortage({error, std::system_category()}));
 }
 
 } // namespace
@@ -63,10 +69,9 @@ FileBytes readFile(const QByteArray& path)
 {
     TrustedPath place;
     if (const std::error_code error = place.find(path.constData())) {
-        if (error.category() != std::system_category())
-            return unreadable(QString::fromStdString(error.message()));
-        errno = error.value();
-        return readFile(Descriptor());
+        if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
+            return {};
+        return unreadable(QString::fromStdString(error.message()), isShortage(error));
     }
     // Not blocking, so that a FIFO under that name does not stop the caller.
     return readFile(Descriptor(place.open(O_RDONLY | O_NONBLOCK | O_NOCTTY)));

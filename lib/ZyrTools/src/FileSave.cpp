@@ -125,8 +125,13 @@ public:
             name = ".settings-" + QByteArray::number(::getpid()) + '-' + QByteArray::number(++last);
             file = folder.open(name, O_WRONLY | O_CREAT | O_EXCL, mode);
         } while (!file && errno == EEXIST);
+        isMade = bool(file);
     }
-    ~Neighbour() { folder.remove(name); }
+    ~Neighbour()
+    {
+        if (isMade) // else the name may be another's
+            folder.remove(name);
+    }
     Neighbour(const Neighbour&) = delete;
     Neighbour& operator=(const Neighbour&) = delete;
 
@@ -135,6 +140,7 @@ public:
 
 private:
     const Folder& folder;
+    bool isMade = false;
 };
 
 bool isUnsupported(int error)

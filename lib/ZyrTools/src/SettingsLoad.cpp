@@ -30,8 +30,12 @@ bool ConfigFileListener::Private::start()
     const auto self = client();
     const Watcher::Begin begun = watcher.begin(self);
     if (watcher.isForked()) {
-        if (begun == Watcher::Begin::First)
+        if (begun == Watcher::Begin::First) {
+            bool failed = true;
+            const auto release = qScopeGuard([&] { watcher.end(self, std::nullopt, failed); });
             loadFirst();
+            failed = false;
+        }
         return false;
     }
 

@@ -5,6 +5,7 @@
 #include "FileBytes.h"
 #include "IniText.h"
 #include "QtSettings.h"
+#include "StandardError.h"
 #include "system/Descriptor.h"
 #include "system/HeldSignals.h"
 
@@ -81,7 +82,9 @@ std::optional<ParsedSettings> parseSettings(const QByteArray& bytes, QString& re
         reason = u"the system gives no memory file: "_s + why;
         return std::nullopt;
     };
-    const Descriptor file = memoryFile(readableIni(bytes));
+    const QByteArray text = readableIni(bytes);
+    // Qt warns of types that it does not know, and would wait for whoever reads that.
+    const Descriptor file = memoryFile(standardErrorTakesMore() ? text : withoutVariants(text));
     // QSettings remembers files by name, size and time stamp, and the descriptor's number comes again.
     static std::atomic<int> lastTime = 0;
     const timespec time = {++lastTime, 0};
@@ -114,7 +117,7 @@ std::optional<QByteArray> serialiseSettings(const QByteArray& base, const Settin
     // Not a memory file: QSettings saves by renaming, and would follow the link in /proc to a name that it then
     // creates.
     QTemporaryDir folder;
-    if (!folder.isValid())
+    if (!folder.isValid() && !directory.isEmpty())
         folder = QTemporaryDir(directory + "/.settings-XXXXXX"_L1);
     QFile file(folder.filePath(u"settings.ini"_s));
     const QByteArray text = readableIni(base);

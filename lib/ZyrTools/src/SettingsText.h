@@ -28,8 +28,8 @@ struct ParsedSettings
 std::optional<ParsedSettings> parseSettings(const QByteArray& bytes, QString& reason);
 
 /// What QSettings writes when `removed` and `values` are applied to a file with the content `base`. Works in a
-/// temporary folder of its own, in `directory` where the system's place for them takes none; nothing, and the reason,
-/// when that fails too.
+/// temporary folder of its own, in `directory`, unless that is empty, where the system's place for them takes none;
+/// nothing, and the reason, when that fails too.
 std::optional<QByteArray> serialiseSettings(const QByteArray& base, const SettingsMap& values,
                                             const QStringList& removed, const QString& directory, QString& reason);
 

@@ -10,6 +10,9 @@
 #include <sys/stat.h>
 #include <sys/uio.h>
 
+#include <QtCore/QScopeGuard>
+
+#include <atomic>
 #include <cerrno>
 
 namespace Zyr {
@@ -21,17 +24,35 @@ ssize_t writeTo(int file, std::string_view text) noexcept
     return retried([&] { return ::write(file, text.data(), text.size()); });
 }
 
-/// For a pipe or a terminal that cannot be opened anew: without /proc, as another user than the one who made it, or
-/// for want of descriptors. A pipe with room has it for PIPE_BUF bytes; only where the system cannot write without
-/// waiting, another writer may be there first and take it.
-ssize_t writeWhereRoom(std::string_view text) noexcept
+bool hasRoom() noexcept
 {
     fd_set room; // which, unlike poll(), works without any descriptors left
     FD_ZERO(&room);
     FD_SET(STDERR_FILENO, &room);
     timeval now = {};
-    if (::select(STDERR_FILENO + 1, nullptr, &room, nullptr, &now) != 1)
+    return ::select(STDERR_FILENO + 1, nullptr, &room, nullptr, &now) == 1;
+}
+
+/// A terminal with room has it for a byte, perhaps for no more.
+ssize_t writeByBytes(std::string_view text) noexcept
+{
+    std::size_t written = 0;
+    while (written < text.size() && hasRoom() && writeTo(STDERR_FILENO, text.substr(written, 1)) == 1)
+        ++written;
+    return ssize_t(written);
+}
+
+/// For a pipe or a terminal that cannot be opened anew: without /proc, as another user than the one who made it, or
+/// for want of descriptors. A pipe with room has it for PIPE_BUF bytes; only where the system cannot write without
+/// waiting, another process may be there first and take it.
+ssize_t writeWhereRoom(std::string_view text, bool isTerminal) noexcept
+{
+    if (isTerminal)
+        return writeByBytes(text);
+    static constinit std::atomic_flag busy = ATOMIC_FLAG_INIT; // by another thread, which would take the room
+    if (!hasRoom() || busy.test_and_set())
         return -1;
+    const auto done = qScopeGuard([] { busy.clear(); });
     const iovec all = {const_cast<char*>(text.data()), text.size()};
     const ssize_t written = retried([&] { return ::pwritev2(STDERR_FILENO, &all, 1, -1, RWF_NOWAIT); });
     return written < 0 && (errno == EOPNOTSUPP || errno == ENOSYS) ? writeTo(STDERR_FILENO, text) : written;
@@ -44,17 +65,23 @@ ssize_t writeAtOnce(std::string_view text, mode_t mode, int flags) noexcept
     }
     if (S_ISREG(mode) || (flags & O_NONBLOCK) != 0)
         return writeTo(STDERR_FILENO, text);
-    if (S_ISFIFO(mode) || ::isatty(STDERR_FILENO)) {
+    const bool isTerminal = ::isatty(STDERR_FILENO);
+    if (S_ISFIFO(mode) || isTerminal) {
         // Of its own, since whether to wait is a matter of all who share what was opened, other processes too.
         static_assert(STDERR_FILENO == 2);
         const Descriptor own(::open("/proc/thread-self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         if (own)
             return writeTo(own.get(), text);
     }
-    return writeWhereRoom(text);
+    return writeWhereRoom(text, isTerminal);
 }
 
 } // namespace
+
+bool standardErrorTakesMore() noexcept
+{
+    return hasRoom();
+}
 
 std::size_t writeToStandardError(std::string_view text) noexcept
 {

@@ -52,8 +52,14 @@ Watcher::Watcher()
 
 Watcher::Begin Watcher::begin(const Client& client)
 {
-    if (isForked())
-        return std::exchange(client->started, true) ? Begin::Started : Begin::First;
+    if (isForked()) {
+        const bool isInside = client->busy && client->busyThread == std::this_thread::get_id();
+        if (std::exchange(client->started, true) || isInside)
+            return Begin::Started;
+        client->busy = true;
+        client->busyThread = std::this_thread::get_id();
+        return Begin::First;
+    }
     Lock lock(mutex);
     if (!client->started)
         waitUntilIdle(lock, client);
@@ -115,6 +121,11 @@ void Watcher::touch(const Client& client)
 
 void Watcher::end(const Client& client, std::optional<Time> nextLook, bool failed)
 {
+    if (isForked()) {
+        client->busy = false;
+        client->started = client->started && !failed;
+        return;
+    }
     const std::lock_guard lock(mutex);
     client->busy = false;
     if (failed && clients.count(client.get()) == 0)

@@ -10,6 +10,8 @@
 
 #include <algorithm>
 
+#include <sys/stat.h>
+
 using namespace Qt::StringLiterals;
 
 namespace Zyr {
@@ -35,6 +37,14 @@ Changes compare(const SettingsMap& before, const SettingsMap& after)
             changes.removed.append(value.key());
     }
     return changes;
+}
+
+/// Whether only root and this process's user can rename and remove what this process makes in a directory.
+bool isSafe(int directory)
+{
+    struct stat status = {};
+    return ::fstat(directory, &status) == 0 && isTrustedOwner(status.st_uid) &&
+           ((status.st_mode & (S_IWGRP | S_IWOTH)) == 0 || (status.st_mode & S_ISVTX) != 0);
 }
 
 std::optional<SettingsMap> valuesOf(const QByteArray& text, QString& problem)
@@ -94,7 +104,8 @@ std::optional<FileBytes> writeBack(const QByteArray& path, const FileBytes& load
 
     QString problem;
     std::optional<FileBytes> saved;
-    const QString directory = u"/proc/self/fd/%1"_s.arg(target.directory());
+    // For want of another place. Whoever could exchange a folder there could have files of others written and removed.
+    const QString directory = isSafe(target.directory()) ? u"/proc/self/fd/%1"_s.arg(target.directory()) : QString();
     const auto text = changedText(loaded.bytes, changes, before, after, directory, problem);
     if (text) {
         problem.clear();

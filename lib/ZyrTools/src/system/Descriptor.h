@@ -1,17 +1,20 @@
 #pragma once
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace Zyr {
 
-/// Owns a file descriptor and closes it.
+/// Owns a file descriptor and closes it. It is none of the first three: where the application has closed one of those,
+/// what it or another library writes to standard output or standard error must not get into this file.
 class Descriptor
 {
 public:
     explicit Descriptor(int opened = -1) noexcept
-        : fd(opened)
+        : fd(opened >= 0 && opened <= STDERR_FILENO ? moveUp(opened) : opened)
     {
     }
     Descriptor(Descriptor&& other) noexcept
@@ -31,6 +34,17 @@ public:
 
     int get() const noexcept { return fd; }
     explicit operator bool() const noexcept { return fd >= 0; }
+
+    /// Closes `opened` and gives another descriptor of the same above the first three; -1 and errno where there is
+    /// none.
+    static int moveUp(int opened) noexcept
+    {
+        const int moved = ::fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        const int error = errno;
+        ::close(opened);
+        errno = error;
+        return moved;
+    }
 
 private:
     int fd;

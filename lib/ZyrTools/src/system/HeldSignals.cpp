@@ -12,7 +12,7 @@ namespace Zyr {
 
 namespace {
 
-constexpr int writeSignals[] = {SIGPIPE, SIGXFSZ};
+constexpr int writeSignals[] = {SIGPIPE, SIGXFSZ, SIGTTOU};
 
 /// The system sends those of a write as if the process itself had done so.
 bool isOfOthers(const siginfo_t& info)
@@ -48,8 +48,11 @@ HeldSignals::~HeldSignals()
         ::sigaddset(&one, signal);
         siginfo_t info = {};
         // The thread's own comes out first, and there is only one of it: one that was sent to the process stays.
-        if (::sigtimedwait(&one, &info, &now) == signal && isOfOthers(info))
-            ::syscall(SYS_rt_sigqueueinfo, ::getpid(), signal, &info);
+        if (::sigtimedwait(&one, &info, &now) != signal || !isOfOthers(info))
+            continue;
+        // Only the main thread may send it again as it was.
+        if (::syscall(SYS_rt_sigqueueinfo, ::getpid(), signal, &info) != 0)
+            ::kill(::getpid(), signal);
     }
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
     errno = error;

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <iterator>
+#include <new>
 #include <utility>
 
 #include <fcntl.h>
@@ -47,18 +49,29 @@ Descriptor openStep(int directory, const char* name, int flags) noexcept
     return Descriptor(retried([&] { return ::openat(directory, name, O_PATH | O_CLOEXEC | flags); }));
 }
 
+/// A link as such. What has to be a directory is asked for as one, since that alone has the system mount what it mounts
+/// when it is needed.
+Descriptor openNode(int directory, const char* name, bool isLast) noexcept
+{
+    Descriptor node = isLast ? Descriptor() : openStep(directory, name, O_NOFOLLOW | O_DIRECTORY);
+    if (!node && (isLast || errno == ENOTDIR || errno == ELOOP))
+        node = openStep(directory, name, O_NOFOLLOW);
+    return node;
+}
+
 } // namespace
 
 std::error_code make_error_code(PathError error) noexcept
 {
-    static const auto& category = *new PathCategory; // never destroyed: static objects log until the last is gone
+    // Never destroyed: static objects log until the last is gone.
+    alignas(PathCategory) static std::byte storage[sizeof(PathCategory)];
+    static const PathCategory& category = *::new (storage) PathCategory;
     return {int(error), category};
 }
 
 bool isTrustedOwner(uid_t owner) noexcept
 {
-    struct stat root = {};
-    return owner == 0 || owner == ::geteuid() || (::stat("/", &root) == 0 && owner == root.st_uid);
+    return owner == 0 || owner == ::geteuid();
 }
 
 std::error_code TrustedPath::find(const char* path, Missing missing) noexcept
@@ -87,13 +100,13 @@ std::error_code TrustedPath::find(const char* path, Missing missing) noexcept
         next += length;
         const bool isLast = *next == '\0';
 
-        Descriptor node = openStep(directory(), lastName, O_NOFOLLOW);
+        Descriptor node = openNode(directory(), lastName, isLast);
         if (!node && errno == ENOENT && isLast)
             return {};
         if (!node && errno == ENOENT && missing == Missing::CreateDirectories && next > linkEnd) {
             if (retried([&] { return ::mkdirat(directory(), lastName, 0777); }) != 0 && errno != EEXIST)
                 return lastError();
-            node = openStep(directory(), lastName, O_NOFOLLOW);
+            node = openNode(directory(), lastName, isLast);
         }
         struct stat status = {};
         if (!node || ::fstat(node.get(), &status) != 0)

@@ -18,8 +18,7 @@ enum class PathError {
 
 std::error_code make_error_code(PathError error) noexcept;
 
-/// Whether links of that user are followed: of root, of the user this process acts as, and of whoever owns the root
-/// directory, by which root is known where a user namespace shows it under another number.
+/// Whether links of that user are followed: of root and of the user this process acts as.
 bool isTrustedOwner(uid_t owner) noexcept;
 
 /// Where a path leads now: an open directory and a name in it that is no symbolic link, or is missing.
@@ -29,7 +28,7 @@ bool isTrustedOwner(uid_t owner) noexcept;
 /// goes on from here through the directory and with O_NOFOLLOW cannot be led elsewhere meanwhile either. In /proc,
 /// where only the kernel makes links, it follows them itself.
 ///
-/// Takes no memory from the heap, and two descriptors at a time.
+/// Takes no memory from the heap, and up to three descriptors at a time.
 class TrustedPath
 {
 public:

@@ -37,8 +37,8 @@ void Archives::configure(std::shared_ptr<const LogPlace> itsLog, const FileSetti
     const bool otherLog = !log || !log->isSame(*itsLog);
     if (otherLog || !wanted.compress)
         abandonCompression();
+    log = std::move(itsLog);
     if (otherLog) {
-        log = std::move(itsLog);
         list.clear();
         scanned = false;
     }

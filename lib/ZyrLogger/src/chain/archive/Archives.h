@@ -50,8 +50,8 @@ public:
     /// At most 64 KiB of input.
     void compressSlice(Time now);
 
-    /// The archive stays plain, for the next start or slice.
-    void abandonCompression() noexcept;
+    /// Lets the log go, until configure().
+    void leave() noexcept;
 
 private:
     static constexpr auto temporaryEnding = ".gz-part";
@@ -81,6 +81,7 @@ private:
 
     bool waits(const Archive& archive) const noexcept;
     Archive* nextToCompress();
+    void abandonCompression() noexcept;
     void putOff(Time now, std::chrono::seconds wait) noexcept;
 
     CallWatch& watch;

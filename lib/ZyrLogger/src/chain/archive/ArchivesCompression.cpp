@@ -105,6 +105,13 @@ void Archives::putOff(Time now, std::chrono::seconds wait) noexcept
     pause = wait;
 }
 
+void Archives::leave() noexcept
+{
+    abandonCompression();
+    log.reset();
+}
+
+/// The archive stays plain, for the next start or slice.
 void Archives::abandonCompression() noexcept
 {
     compressor.abandon();

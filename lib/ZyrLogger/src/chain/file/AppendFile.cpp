@@ -66,8 +66,8 @@ std::error_code AppendFile::open(const std::string& path, CallWatch& watch)
         };
         bool opened = openAs(regular ? O_RDWR | O_CREAT : O_WRONLY);
         if (!opened && exists && regular && errno == EACCES)
-            opened = openAs(O_WRONLY | O_CREAT); // with which the kernel refuses another user's file in /tmp
-        if (!opened && where.isKernelLink() && (errno == ENXIO || errno == EACCES)) // a socket, or another user's
+            opened = openAs(O_WRONLY | O_CREAT); // so that the kernel's protected_regular holds for this one, too
+        if (!opened && where.isKernelLink() && errno == ENXIO) // a socket
             opened = duplicateOwn(where, file, watch);
         if (!opened && errno == ELOOP)
             continue; // a link has come there since
@@ -110,7 +110,13 @@ std::error_code AppendFile::findAgain(const std::string& path, CallWatch& watch)
     TrustedPath where;
     struct stat now = {};
     std::error_code error = watch([&] { return where.find(path.c_str()); });
-    if (!error && watch([&] { return where.status(now); }) != 0)
+    const bool isShort = error == std::errc::too_many_files_open || error == std::errc::too_many_files_open_in_system ||
+                         error == std::errc::not_enough_memory;
+    if (isShort && watch([&] { return ::stat(path.c_str(), &now); }) == 0) // which links cannot harm: it only compares
+        error = {};
+    else if (isShort)
+        error = lastError();
+    else if (!error && watch([&] { return where.status(now); }) != 0)
         error = lastError();
     return compare(error, now, watch);
 }

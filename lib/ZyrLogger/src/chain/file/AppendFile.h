@@ -19,11 +19,15 @@ class AppendFile
 {
 public:
     /// Creates the file if need be. A pipe that nobody reads cannot be opened. A path to a descriptor of this process,
-    /// as /dev/stdout, that cannot be opened by name stands for the descriptor itself.
+    /// as /dev/stdout, stands for the descriptor itself where that is a socket, which cannot be opened by name.
     std::error_code open(const std::string& path, CallWatch& watch);
     /// Creates it beside a log, for nobody else to read; one that is there already is an error.
     std::error_code create(const LogPlace& beside, const std::string& name, CallWatch& watch);
-    void close(CallWatch& watch) noexcept { file.close(watch); }
+    void close(CallWatch& watch) noexcept
+    {
+        file.close(watch);
+        place.reset(); // and the file system can be unmounted
+    }
 
     bool isOpen() const noexcept { return bool(file); }
     bool isRegular() const noexcept { return S_ISREG(status.st_mode); }

@@ -1,7 +1,10 @@
 // Who keeps a log file locked, for whoever wonders why it does not rotate: anybody who can read it could.
 #include "chain/file/LockHolder.h"
 
+#include <cerrno>
 #include <charconv>
+#include <csignal>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 
@@ -58,7 +61,8 @@ std::string lockHolder(const struct stat& file)
         return {};
     std::string name;
     std::getline(std::ifstream("/proc/" + process + "/comm"), name);
-    return "process " + process + (name.empty() ? ", which has ended" : " (" + name + ')');
+    const bool hasEnded = name.empty() && ::kill(std::atoi(process.c_str()), 0) != 0 && errno == ESRCH;
+    return "process " + process + (hasEnded ? ", which has ended" : name.empty() ? "" : " (" + name + ')');
 }
 
 } // namespace Zyr

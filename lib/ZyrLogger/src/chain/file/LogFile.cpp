@@ -54,8 +54,9 @@ void LogFile::adopt(AppendFile&& opened, bool beginAnew)
 
 void LogFile::close() noexcept
 {
-    archives.abandonCompression();
+    archives.leave();
     file.close(watch);
+    place.reset();
     partial = 0;
 }
 
@@ -108,7 +109,7 @@ std::error_code LogFile::makeReady(Time now)
         if (steady - looked < 1s)
             return {};
         looked = steady;
-        if (!isStillThere()) {
+        if (findAgain() == PathError::NotThisFile) { // one that cannot be looked at counts as unchanged
             if (const std::error_code error = openPath(now))
                 return error;
         } else if (const auto found = std::uint64_t(file.lastStatus().st_size); file.isRegular() && found != size) {
@@ -139,15 +140,15 @@ std::error_code LogFile::openPath(Time now)
     return std::make_error_code(std::errc::resource_unavailable_try_again);
 }
 
-/// Whether the file is still the one under its path. A path that cannot be looked at counts as unchanged.
-bool LogFile::isStillThere()
+/// Looks whether the file is still the one under its path.
+std::error_code LogFile::findAgain()
 {
     const std::error_code error = file.findAgain(openedPath, watch);
     if (error == PathError::ForeignLink)
         reportLink();
     else if (!error)
         reportedLink = false;
-    return error != PathError::NotThisFile;
+    return error;
 }
 
 void LogFile::reportLink()
@@ -170,6 +171,8 @@ void LogFile::takeUp(AppendFile&& fresh, Time now)
         place = found;
         if (firstWriter && place)
             keepArchives(now);
+        else
+            archives.leave();
         return;
     }
     firstWriter = !fresh.isRegular() || fresh.lock(watch);
@@ -223,9 +226,9 @@ std::error_code LogFile::joinFirstWriter(Time now)
 {
     for (int tries = 0; tries < mostTries; ++tries) {
         if (file.isOpen() && file.holdOffCompression(watch)) {
-            if (isStillThere()) {
-                // The lock of a file that is no longer in its place says nothing.
-                if (!file.lock(watch) || !isStillThere())
+            if (const std::error_code error = findAgain(); error != PathError::NotThisFile) {
+                // The lock of a file that is no longer in its place, or may not be, says nothing.
+                if (error || !file.lock(watch) || findAgain())
                     return {};
                 file.allowCompression(watch);
                 becomeFirstWriter(now);

@@ -56,7 +56,7 @@ private:
 
     std::error_code makeReady(Time now);
     std::error_code openPath(Time now);
-    bool isStillThere();
+    std::error_code findAgain();
     void reportLink();
     void reportOther();
     void takeUp(AppendFile&& fresh, Time now);

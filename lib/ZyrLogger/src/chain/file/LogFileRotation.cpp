@@ -59,7 +59,9 @@ std::error_code LogFile::rotateIfStillDue(Time now)
         if (const std::error_code error = openPath(now))
             return error;
     }
-    if (!firstWriter || !isRotationDue(now))
+    if (!firstWriter)
+        return joinFirstWriter(now);
+    if (!isRotationDue(now))
         return {};
     if (size == 0) { // an archive without a line would only push another one out
         rotationWanted = false;

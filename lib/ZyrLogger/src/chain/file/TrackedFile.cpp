@@ -1,5 +1,7 @@
 #include "chain/file/TrackedFile.h"
 
+#include "system/Descriptor.h"
+
 #include <mutex>
 
 #include <fcntl.h>
@@ -39,7 +41,9 @@ bool TrackedFile::take(CallWatch& watch, Call call)
     close(watch);
     for (bool again = false;; again = true) {
         const unsigned before = forksSoFar();
-        const int opened = watch([&] { return call(again); });
+        int opened = watch([&] { return call(again); });
+        if (opened >= 0 && opened <= STDERR_FILENO)
+            opened = Descriptor::moveUp(opened);
         if (opened < 0)
             return false;
         {

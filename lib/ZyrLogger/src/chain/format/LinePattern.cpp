@@ -34,6 +34,7 @@ std::uint64_t numberOf(std::string_view pattern) noexcept
 /// For the pattern, and for what it adds to each line by itself: "%v[60000]" makes a line ten thousand times as long as
 /// it is, and there may be thousands of them.
 constexpr int mostBytes = 4096;
+constexpr std::size_t mostTexts = 32;
 
 /// The first character, which takes several bytes when it is not of ASCII.
 std::string_view initial(std::string_view name) noexcept
@@ -119,14 +120,16 @@ void LinePattern::compile()
 
 void LinePattern::checkGrowth() const
 {
-    std::size_t longestName = 0;
-    for (const std::string& name : names)
-        longestName = std::max(longestName, name.size());
-    std::size_t bytes = 0;
-    for (const Field& field : fields)
-        bytes += field.letter == 'v' ? field.argument : field.letter == 'p' ? longestName : 0;
-    if (bytes > std::size_t(mostBytes))
-        throw Poco::InvalidArgumentException("widths and priority names of the pattern add up to more than 4096 bytes");
+    std::size_t widths = 0;
+    std::size_t texts = 0; // of any length, which multiply a long one
+    for (const Field& field : fields) {
+        widths += field.letter == 'v' ? field.argument : 0;
+        texts += std::string_view("tsvpUOTN[").find(field.letter) != std::string_view::npos;
+    }
+    if (widths > std::size_t(mostBytes))
+        throw Poco::InvalidArgumentException("the widths of the pattern add up to more than 4096 bytes");
+    if (texts > mostTexts)
+        throw Poco::InvalidArgumentException("the pattern shows more than 32 texts of a record");
 }
 
 /// Time fields that follow each other become one, which is put together once a second, where there is room for it.
