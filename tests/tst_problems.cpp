@@ -264,7 +264,8 @@ public Q_SLOTS:
                 right &= system("kill -PIPE $PPID") == 0;
             }
             right &= isPending(SIGPIPE);
-        }).join();
+        })
+            .join();
     }
 };
 

@@ -27,8 +27,8 @@ ZYRTOOLS_EXPORT QVariant checkSettingsValue(QSettings& settings, const QString& 
 ZYRTOOLS_EXPORT QVariant settingsText(const QVariant& value);
 
 /// Creates the directory `dir` with its parents where it is missing. Returns whether it exists now and can be written.
-/// An empty `dir` is the working directory. What is created has the permissions that the umask leaves. Symbolic links on
-/// the way are followed where root or this process's user owns them.
+/// An empty `dir` is the working directory. What is created has the permissions that the umask leaves. Symbolic links
+/// on the way are followed where root or this process's user owns them.
 ZYRTOOLS_EXPORT bool checkDirectory(const QString& dir);
 
 /// The name that files are called by: the application's, or "Quadel" where it has none.
