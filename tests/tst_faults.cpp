@@ -263,6 +263,7 @@ const Row rows[] = {
     {"trouble 'cp store/x.log kept.log && : >store/x.log'", "rotation=4 K", ""},
     {"trouble 'mv store moved | mkdir store'", "rotation=4 K", WAITS},
     {"trouble 'chmod 555 store | chmod 755 store | grows'", "rotation=4 K", GROWS},
+    {"trouble 'chmod 000 store | chmod 755 store'", "rotation=4 K", GROWS},
     {"trouble 'prlimit --pid $PPID --nofile=3: | prlimit --pid $PPID --nofile=256: | grows'",
      "rotation=4 K\nflush=true", GROWS},
     {"trouble 'prlimit --pid $PPID --nofile=3: ; mv store/x.log kept.log | prlimit --pid $PPID --nofile=256:'", "",

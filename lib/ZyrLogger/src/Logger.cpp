@@ -10,6 +10,7 @@
 #include <ZyrTools/Misc.h>
 
 #include <QtCore/QFileInfo>
+#include <QtCore/QScopeGuard>
 #include <QtCore/QScopedValueRollback>
 #include <QtCore/QStandardPaths>
 #include <QtCore/QThread>
@@ -77,8 +78,11 @@ void Logger::start(const QString& logFileName)
 /// For whoever changes the logger's settings himself: tries again to watch their file, where that failed.
 void Logger::watchSettings()
 {
-    if (state->isUnwatched.exchange(false) && !startConfigFileWatcher())
-        state->isUnwatched = true;
+    if (!state->isUnwatched.exchange(false))
+        return;
+    auto still = qScopeGuard([this] { state->isUnwatched = true; });
+    if (startConfigFileWatcher())
+        still.dismiss();
 }
 
 Logger::~Logger()

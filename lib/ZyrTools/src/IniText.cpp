@@ -108,17 +108,6 @@ QByteArray readableIni(const QByteArray& text)
     return result.startsWith(byteOrderMark) ? result.sliced(byteOrderMark.size()) : result;
 }
 
-QByteArray withoutVariants(QByteArray text)
-{
-    for (qsizetype at = 0; (at = text.indexOf("@Variant(", at)) >= 0; ++at) {
-        const qsizetype lineEnd = text.indexOf('\n', at);
-        const qsizetype line = lineEnd < 0 ? text.size() : lineEnd;
-        const qsizetype close = text.lastIndexOf(')', line - 1);
-        text.replace(at, (close > at ? close + 1 : line) - at, "@Invalid()");
-    }
-    return text;
-}
-
 QByteArray mergeIni(const QByteArray& text, const QByteArray& added)
 {
     const QByteArray lineEnd = text.contains("\r\n") ? "\r\n" : "\n";

@@ -8,10 +8,6 @@ namespace Zyr {
 /// those that it knows, since it would take them for entries and their quotation marks for the beginning of a value.
 QByteArray readableIni(const QByteArray& text);
 
-/// The text without values that hold a type and its bytes, in whose places there are none. Such a value is taken to end
-/// with its line.
-QByteArray withoutVariants(QByteArray text);
-
 /// `text` with the entries of `added`, an INI text written by QSettings, at the end of their sections; sections that
 /// are missing come last. Everything else stays as it is, line ends included.
 QByteArray mergeIni(const QByteArray& text, const QByteArray& added);

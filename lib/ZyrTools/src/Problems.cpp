@@ -94,7 +94,10 @@ constinit std::atomic<unsigned> dropped = 0;
 constinit std::atomic<bool> isInLine = false; ///< standard error took only a part of the last one
 
 /// Those of the parent are not the child's to tell of.
-[[maybe_unused]] const int forgottenInChild = ::pthread_atfork(nullptr, nullptr, [] { dropped = 0; });
+[[maybe_unused]] const int forgottenInChild = ::pthread_atfork(nullptr, nullptr, [] {
+    dropped = 0;
+    freeStandardErrorInChild();
+});
 
 bool write(ReportLine& report) noexcept
 {

@@ -5,7 +5,6 @@
 #include "FileBytes.h"
 #include "IniText.h"
 #include "QtSettings.h"
-#include "StandardError.h"
 #include "system/Descriptor.h"
 #include "system/HeldSignals.h"
 
@@ -82,9 +81,7 @@ std::optional<ParsedSettings> parseSettings(const QByteArray& bytes, QString& re
         reason = u"the system gives no memory file: "_s + why;
         return std::nullopt;
     };
-    const QByteArray text = readableIni(bytes);
-    // Qt warns of types that it does not know, and would wait for whoever reads that.
-    const Descriptor file = memoryFile(standardErrorTakesMore() ? text : withoutVariants(text));
+    const Descriptor file = memoryFile(readableIni(bytes));
     // QSettings remembers files by name, size and time stamp, and the descriptor's number comes again.
     static std::atomic<int> lastTime = 0;
     const timespec time = {++lastTime, 0};

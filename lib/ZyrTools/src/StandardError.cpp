@@ -24,6 +24,8 @@ ssize_t writeTo(int file, std::string_view text) noexcept
     return retried([&] { return ::write(file, text.data(), text.size()); });
 }
 
+constinit std::atomic_flag busy = ATOMIC_FLAG_INIT; ///< a thread writes where others would take the room
+
 bool hasRoom() noexcept
 {
     fd_set room; // which, unlike poll(), works without any descriptors left
@@ -47,12 +49,13 @@ ssize_t writeByBytes(std::string_view text) noexcept
 /// waiting, another process may be there first and take it.
 ssize_t writeWhereRoom(std::string_view text, bool isTerminal) noexcept
 {
-    if (isTerminal)
-        return writeByBytes(text);
-    static constinit std::atomic_flag busy = ATOMIC_FLAG_INIT; // by another thread, which would take the room
-    if (!hasRoom() || busy.test_and_set())
+    if (busy.test_and_set())
         return -1;
     const auto done = qScopeGuard([] { busy.clear(); });
+    if (isTerminal)
+        return writeByBytes(text);
+    if (!hasRoom())
+        return -1;
     const iovec all = {const_cast<char*>(text.data()), text.size()};
     const ssize_t written = retried([&] { return ::pwritev2(STDERR_FILENO, &all, 1, -1, RWF_NOWAIT); });
     return written < 0 && (errno == EOPNOTSUPP || errno == ENOSYS) ? writeTo(STDERR_FILENO, text) : written;
@@ -78,9 +81,9 @@ ssize_t writeAtOnce(std::string_view text, mode_t mode, int flags) noexcept
 
 } // namespace
 
-bool standardErrorTakesMore() noexcept
+void freeStandardErrorInChild() noexcept
 {
-    return hasRoom();
+    busy.clear();
 }
 
 std::size_t writeToStandardError(std::string_view text) noexcept

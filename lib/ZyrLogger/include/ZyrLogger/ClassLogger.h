@@ -19,7 +19,7 @@ class ZYRLOGGER_EXPORT ClassLogger
 public:
     /// Opens the files, as Logger::Logger() does. Set the application's name before; without an application object the
     /// files' names begin with "_". `className` becomes the name of the POCO logger too; "MainLogger" is the main
-    /// logger's. One with "/" gives files in a directory below; with a component ".." or "/" first, which could lead
+    /// logger's. One with "/" gives files in a directory below; with "/../" in it or "/" first, which could lead
     /// elsewhere, each "/" becomes "_" in their names, and standard error says so.
     explicit ClassLogger(QString className);
     ClassLogger(const ClassLogger&) = delete;

@@ -40,7 +40,7 @@ public:
     static int moveUp(int opened) noexcept
     {
         const int moved = ::fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        const int error = errno;
+        const int error = errno == EINVAL ? EMFILE : errno; // the former where no number above them is allowed
         ::close(opened);
         errno = error;
         return moved;

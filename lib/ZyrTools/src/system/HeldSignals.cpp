@@ -12,7 +12,7 @@ namespace Zyr {
 
 namespace {
 
-constexpr int writeSignals[] = {SIGPIPE, SIGXFSZ, SIGTTOU};
+constexpr int writeSignals[] = {SIGPIPE, SIGXFSZ};
 
 /// The system sends those of a write as if the process itself had done so.
 bool isOfOthers(const siginfo_t& info)
@@ -27,7 +27,9 @@ HeldSignals::HeldSignals() noexcept
     ::sigemptyset(&raised);
     for (const int signal : writeSignals)
         ::sigaddset(&raised, signal);
-    ::pthread_sigmask(SIG_BLOCK, &raised, &before);
+    sigset_t blocked = raised;
+    ::sigaddset(&blocked, SIGTTOU); // which is not raised then
+    ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
     sigset_t pending;
     ::sigpending(&pending);
     for (const int signal : writeSignals) {

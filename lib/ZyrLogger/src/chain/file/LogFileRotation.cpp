@@ -4,6 +4,7 @@
 
 #include "chain/file/LogProblem.h"
 #include "chain/rotation/IntervalStart.h"
+#include "system/TrustedPath.h"
 
 #include <cerrno>
 #include <utility>
@@ -55,7 +56,8 @@ std::error_code LogFile::rotateIfStillDue(Time now)
     lookAgain(); // what is moved away must be the file that is written
     if (const std::error_code error = makeReady(now))
         return error;
-    if (firstWriter && place && file.findAgain(*place, place->name(), watch)) { // moved, and linked to from there
+    if (firstWriter && place && file.findAgain(*place, place->name(), watch) == PathError::NotThisFile) {
+        // It was moved, and a link to it put in its place.
         if (const std::error_code error = openPath(now))
             return error;
     }
