@@ -2,6 +2,7 @@
 
 #include "system/Descriptor.h"
 #include "system/Retry.h"
+#include "system/Shortage.h"
 #include "system/TrustedPath.h"
 
 #include <fcntl.h>
@@ -28,12 +29,6 @@ qint64 nanoseconds(const timespec& time)
 FileBytes unreadable(const QString& reason, bool shortage = false)
 {
     return {FileBytes::State::Unreadable, {}, {}, reason, shortage};
-}
-
-bool isShortage(const std::error_code& error)
-{
-    return error == std::errc::too_many_files_open || error == std::errc::too_many_files_open_in_system ||
-           error == std::errc::not_enough_memory;
 }
 
 FileBytes unreadable(int error)

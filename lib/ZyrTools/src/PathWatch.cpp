@@ -1,5 +1,6 @@
 #include "PathWatch.h"
 
+#include "system/Shortage.h"
 #include "system/TrustedPath.h"
 
 #include <QtCore/QByteArrayList>
@@ -33,11 +34,6 @@ constexpr int mostWalks = 100; ///< a burst of saves ends sooner
 QByteArray placeOf(const Descriptor& node)
 {
     return "/proc/self/fd/" + QByteArray::number(node.get());
-}
-
-bool isShortage(int error)
-{
-    return error == EMFILE || error == ENFILE || error == ENOMEM;
 }
 
 /// Whether `name` is still the inode with this status.
@@ -154,13 +150,13 @@ int PathWatch::Walk::go(const QByteArray& path)
         Descriptor node(::openat(here.get(), name.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
         struct stat status = {};
         if (!node || ::fstat(node.get(), &status) != 0) {
-            if (isShortage(errno))
+            if (isShortage({errno, std::system_category()}))
                 return errno;
             if (const int error = watchEntry(name))
                 return error;
             struct stat appeared = {};
             const int found = ::fstatat(here.get(), name.constData(), &appeared, AT_SYMLINK_NOFOLLOW);
-            return found == 0 ? EAGAIN : isShortage(errno) ? errno : 0;
+            return found == 0 ? EAGAIN : isShortage({errno, std::system_category()}) ? errno : 0;
         }
 
         const bool isDirectory = S_ISDIR(status.st_mode);

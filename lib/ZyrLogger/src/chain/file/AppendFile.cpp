@@ -1,5 +1,6 @@
 #include "chain/file/AppendFile.h"
 
+#include "system/Shortage.h"
 #include "system/TrustedPath.h"
 
 #include <algorithm>
@@ -110,8 +111,7 @@ std::error_code AppendFile::findAgain(const std::string& path, CallWatch& watch)
     TrustedPath where;
     struct stat now = {};
     std::error_code error = watch([&] { return where.find(path.c_str()); });
-    const bool isShort = error == std::errc::too_many_files_open || error == std::errc::too_many_files_open_in_system ||
-                         error == std::errc::not_enough_memory;
+    const bool isShort = isShortage(error);
     if (isShort && watch([&] { return ::stat(path.c_str(), &now); }) == 0) // which links cannot harm: it only compares
         error = {};
     else if (isShort)
