@@ -6,13 +6,17 @@
 #include <QtTest/QtTest>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <thread>
 #include <utility>
 
 #include <malloc.h>
+#include <sys/prctl.h>
 
 using namespace Qt::StringLiterals;
 
@@ -24,6 +28,16 @@ constinit thread_local long allowed = any; ///< so many allocations, and then no
 constinit thread_local long refused = 0;
 constinit thread_local std::ptrdiff_t taken = 0;
 constinit thread_local std::ptrdiff_t mostTaken = 0;
+
+// Of the thread that writes log files.
+constinit std::atomic<long> workerAllowed = any;
+constinit std::atomic<long> workerRefused = 0;
+
+bool isWorker() noexcept
+{
+    char name[16] = {};
+    return ::prctl(PR_GET_NAME, name) == 0 && std::strcmp(name, "LogWriter") == 0;
+}
 
 } // namespace
 
@@ -39,6 +53,11 @@ void __libc_free(void* memory);
 
 static bool isAllowed() noexcept
 {
+    if (workerAllowed != any && isWorker() && --workerAllowed < 0) {
+        ++workerRefused;
+        errno = ENOMEM;
+        return false;
+    }
     if (allowed > 0) {
         allowed -= allowed != any;
         return true;
@@ -197,6 +216,81 @@ private Q_SLOTS:
         };
         QTRY_COMPARE(told(), entries);
         QVERIFY(place.read(u"tst.log"_s).contains(" lost: "));
+    }
+
+    // A record of lost entries that names no reason.
+    void namesTheReasonOfALoss()
+    {
+        const QByteArray keys = "queueSize=64 K\nrotation=100 K\ncompress=false\npath=";
+        place.write(u"lost.log"_s, QByteArray(200'000, 'x'));
+        place.load(logger, settingsFile({}, keys + place.path(u"lost.log"_s).toUtf8()));
+        workerAllowed = 0; // so that the file cannot be rotated
+        for (int i = 0; i < 40; ++i)
+            logger.out(Zyr::Info, QString(2000, u'x')).endl();
+        QVERIFY(workerRefused > 0);
+        workerAllowed = any;
+        logger.flushLog();
+        const auto reason = [&] {
+            return place.lines(u"lost.log"_s).filter(u" lost: "_s).value(0).section(u" lost: "_s, 1);
+        };
+        QTRY_COMPARE(reason(), u"Cannot allocate memory"_s);
+    }
+
+    // Entries written twice or never, and settings that are forgotten, where the writing thread got no memory while it
+    // took them up, opened the file or rotated it.
+    void writesOnceWhenThereIsMemoryAgain_data()
+    {
+        QTest::addColumn<QByteArray>("keys");
+        QTest::addColumn<QString>("trace"); // of settings that were taken up
+        QTest::newRow("size") << QByteArray("rotation=100\narchive=number\ncompress=false") << u"%1.1"_s;
+        QTest::newRow("compressed") << QByteArray("rotation=100\narchive=number\ncompress=true") << u"%1"_s;
+        QTest::newRow("interval") << QByteArray("rotation=3 days") << u".%1.since"_s;
+        QTest::newRow("anew") << QByteArray("rotation=3 days\nrotateOnOpen=true\narchive=number\ncompress=false")
+                              << u"%1.0"_s;
+    }
+
+    void writesOnceWhenThereIsMemoryAgain()
+    {
+        QFETCH(const QByteArray, keys);
+        QFETCH(const QString, trace);
+        long refusals = 1;
+        int rounds = 0;
+        for (; refusals > 0; ++rounds) {
+            const QString name = u"%1-%2.log"_s.arg(QLatin1String(QTest::currentDataTag())).arg(rounds);
+            place.write(name, "former\n");
+            QStringList entries = {u"former"_s};
+            const auto log = [&] {
+                const QString entry = u"entry %1 which is as long as three of them"_s.arg(entries.size());
+                logger.out(Zyr::Info, entry).endl();
+                entries.append(u"info "_s + entry);
+            };
+            workerRefused = 0;
+            workerAllowed = rounds;
+            place.load(logger, settingsFile({}, keys + "\npath=" + place.path(name).toUtf8()));
+            for (int i = 0; i < 6; ++i) { // a rotation or more between two of them
+                log();
+                QTRY_VERIFY(workerRefused > 0 || place.read(name).contains(entries.last().toUtf8()));
+            }
+            refusals = workerRefused;
+            workerAllowed = any;
+            const auto isTakenUp = [&] { return QFile::exists(place.path(trace.arg(name))); };
+            do // a rotation is tried again after a second
+                log();
+            while (!QTest::qWaitFor(isTakenUp, 100) && entries.size() < 50);
+            QVERIFY(isTakenUp());
+            const auto all = [&] {
+                const QString command = u"cd '%1' && cat $(ls -tr %2*) 2>/dev/null | zcat -f >all"_s;
+                return std::system(qPrintable(command.arg(place.path({}), name))) == 0 ? place.lines(u"all"_s)
+                                                                                       : QStringList();
+            };
+            QTRY_COMPARE(all().size(), entries.size());
+            QStringList found = all();
+            found.sort();
+            entries.sort();
+            QCOMPARE(found, entries);
+        }
+        qInfo("%d rounds", rounds);
+        QVERIFY(rounds > 5);
     }
 };
 

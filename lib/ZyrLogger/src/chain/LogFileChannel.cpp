@@ -59,9 +59,9 @@ void LogFileChannel::setProperty(const std::string& name, const std::string& val
     properties.set(name, value);
     if (name == PROP_PATH)
         Poco::FileChannel::setProperty(name, value); // for path()
-    std::string path = name == PROP_PATH ? absolute(value) : std::move(inForce.path);
-    inForce = properties.settings();
-    inForce.path = std::move(path);
+    FileSettings wanted = properties.settings();
+    wanted.path = name == PROP_PATH ? absolute(value) : inForce.path;
+    inForce = std::move(wanted);
     writer().configure(inForce);
 }
 

@@ -48,7 +48,7 @@ public:
     bool canCompress(Time now) const noexcept;
 
     /// At most 64 KiB of input.
-    void compressSlice(Time now);
+    void compressSlice(Time now) noexcept;
 
     /// Lets the log go, until configure().
     void leave() noexcept;
@@ -79,6 +79,7 @@ private:
     bool isTooOld(const Archive& archive, const AgeLimit& limit);
     bool remove(const Archive& archive);
 
+    void compressNext(Time now);
     bool waits(const Archive& archive) const noexcept;
     Archive* nextToCompress();
     void abandonCompression() noexcept;

@@ -3,6 +3,7 @@
 #include "chain/archive/Archives.h"
 
 #include <algorithm>
+#include <new>
 
 namespace Zyr {
 
@@ -28,10 +29,20 @@ bool Archives::canCompress(Time now) const noexcept
     return !failed || now >= *failed + pause || now < *failed; // the clock may have been set back
 }
 
-void Archives::compressSlice(Time now)
+void Archives::compressSlice(Time now) noexcept
 {
     if (!canCompress(now))
         return;
+    try {
+        compressNext(now);
+    } catch (const std::bad_alloc&) { // which keeps no line from being written
+        abandonCompression();
+        putOff(now, firstWait);
+    }
+}
+
+void Archives::compressNext(Time now)
+{
     failed.reset();
     Archive* archive = nullptr;
     auto result = ArchiveCompressor::Result::Working;

@@ -35,19 +35,20 @@ LogFile::LogFile(CallWatch& itsWatch)
 {
 }
 
-void LogFile::configure(const FileSettings& wanted)
+void LogFile::configure(FileSettings wanted)
 {
     if (wanted == settings)
         return;
-    settings = wanted;
-    if (!file.isOpen() || openedPath != settings.path || !firstWriter || !place)
-        return;
-    keepArchives(std::chrono::system_clock::now());
+    settings = std::move(wanted);
+    archivesKept = false;
+    if (hasArchives() && openedPath == settings.path)
+        keepArchives(std::chrono::system_clock::now());
 }
 
 void LogFile::adopt(AppendFile&& opened, bool beginAnew)
 {
-    takeUp(std::move(opened), std::chrono::system_clock::now());
+    if (opened.isOpen())
+        takeUp(std::move(opened), std::chrono::system_clock::now());
     rotationWanted = beginAnew && firstWriter;
     nextRotation = {};
 }
@@ -55,6 +56,7 @@ void LogFile::adopt(AppendFile&& opened, bool beginAnew)
 void LogFile::close() noexcept
 {
     archives.leave();
+    archivesKept = false;
     file.close(watch);
     place.reset();
     partial = 0;
@@ -62,7 +64,7 @@ void LogFile::close() noexcept
 
 bool LogFile::canCompress() const
 {
-    return file.isOpen() && firstWriter && place && archives.canCompress(std::chrono::system_clock::now());
+    return hasArchives() && archivesKept && archives.canCompress(std::chrono::system_clock::now());
 }
 
 void LogFile::compressSlice()
@@ -78,6 +80,8 @@ LogFile::Written LogFile::write(const LineBatch& batch)
         return {0, error};
     }
     std::size_t lines = batch.lines();
+    if (hasArchives() && !archivesKept)
+        keepArchives(now);
     if (firstWriter) {
         if (isRotationDue(now)) {
             if (const std::error_code error = rotateIfStillDue(now)) {
@@ -215,9 +219,11 @@ void LogFile::becomeFirstWriter(Time now)
 /// Begins to look after archives and rotation as the settings say.
 void LogFile::keepArchives(Time now)
 {
+    archivesKept = false;
     archives.configure(place, settings);
     archives.cleanUp(now);
     startTimer(now, size > 0 ? timeOf(file.lastStatus().st_mtim) : now);
+    archivesKept = true;
 }
 
 /// For a writer that is not the first one: finds the file that the path leads to now, and keeps it from being
@@ -244,7 +250,7 @@ std::error_code LogFile::joinFirstWriter(Time now)
     return std::make_error_code(std::errc::resource_unavailable_try_again);
 }
 
-LogFile::Written LogFile::append(const LineBatch& batch, std::size_t lines)
+LogFile::Written LogFile::append(const LineBatch& batch, std::size_t lines) noexcept
 {
     if (endLineFirst) {
         if (const std::error_code error = file.endLine(watch))
@@ -283,7 +289,7 @@ LogFile::Written LogFile::append(const LineBatch& batch, std::size_t lines)
 
 /// What was written, and the name under which it is found, are on the disk afterwards. The latter waits while the
 /// directory may not be read or no descriptor is left: that is no reason to keep records back.
-std::error_code LogFile::synchronize()
+std::error_code LogFile::synchronize() noexcept
 {
     if (const std::error_code error = file.synchronize(watch))
         return error;

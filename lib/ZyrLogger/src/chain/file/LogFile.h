@@ -22,10 +22,13 @@ class LogFile
 public:
     explicit LogFile(CallWatch& itsWatch);
 
-    /// Another path takes effect with the next write.
-    void configure(const FileSettings& wanted);
+    // The calls that throw are those that need memory; each may be repeated then.
 
-    /// Goes on with a file that was opened elsewhere, under the path of the settings.
+    /// Another path takes effect with the next write.
+    void configure(FileSettings wanted);
+
+    /// Goes on with a file that was opened elsewhere, under the path of the settings. What is not open any more was
+    /// adopted by a call that threw.
     void adopt(AppendFile&& opened, bool beginAnew);
 
     /// Whether a pipe has taken a line in part only. The same batch, or one that begins with that line, goes on.
@@ -62,6 +65,7 @@ private:
     void takeUp(AppendFile&& fresh, Time now);
     void becomeFirstWriter(Time now);
     void keepArchives(Time now);
+    bool hasArchives() const noexcept { return file.isOpen() && firstWriter && place; }
     void startTimer(Time now, Time written);
     void restartTimer(Time now);
     std::error_code joinFirstWriter(Time now);
@@ -71,8 +75,9 @@ private:
     std::error_code rotate(Time now);
     std::error_code moveAway(const std::string& next, const std::string& archive);
 
-    Written append(const LineBatch& batch, std::size_t lines);
-    std::error_code synchronize();
+    // They do not throw, since what was written and not accounted for would be written again.
+    Written append(const LineBatch& batch, std::size_t lines) noexcept;
+    std::error_code synchronize() noexcept;
 
     CallWatch& watch;
     FileSettings settings;
@@ -85,6 +90,7 @@ private:
     std::uint64_t size = 0;
     std::size_t partial = 0; ///< bytes of the next line that a pipe took already
     bool firstWriter = false;
+    bool archivesKept = false; ///< as the settings say
     bool reportedOther = false;
     bool reportedLink = false;
     bool endLineFirst = false;

@@ -79,12 +79,12 @@ std::error_code LogPlace::renameToFree(const std::string& from, const std::strin
     return errno == ENOENT && rename(from, to, watch) ? std::error_code() : lastError();
 }
 
-int LogPlace::openForReading(CallWatch& watch) const
+int LogPlace::openForReading(CallWatch& watch) const noexcept
 {
     return watch([&] { return ::openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
 }
 
-std::error_code LogPlace::synchronize(CallWatch& watch) const
+std::error_code LogPlace::synchronize(CallWatch& watch) const noexcept
 {
     using namespace std::chrono_literals;
     const int opened = openForReading(watch);

@@ -61,7 +61,7 @@ public:
     std::error_code renameToFree(const std::string& from, const std::string& to, CallWatch& watch) const;
 
     /// Puts the names on the disk.
-    std::error_code synchronize(CallWatch& watch) const;
+    std::error_code synchronize(CallWatch& watch) const noexcept;
 
     /// To read the directory, to be closed with closedir(). Null and errno where that fails.
     DIR* read(CallWatch& watch) const;
@@ -69,7 +69,7 @@ public:
 private:
     LogPlace() = default;
     bool renameAs(const std::string& from, const std::string& to, unsigned flags, CallWatch& watch) const;
-    int openForReading(CallWatch& watch) const;
+    int openForReading(CallWatch& watch) const noexcept;
 
     TrackedFile directory; ///< opened with O_PATH
     struct stat identity = {};

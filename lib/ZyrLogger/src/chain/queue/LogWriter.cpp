@@ -22,6 +22,7 @@ constexpr auto longestHold = 2s;
 constexpr std::size_t stackSize = 512 * 1024;
 constexpr int looksAtGate = 100;
 constexpr std::size_t longestReason = 256; // of the system, in any language
+constexpr auto quietTime = 10s;            // between two reports of failures
 
 void pauseProcessor() noexcept
 {
@@ -37,6 +38,7 @@ void pauseProcessor() noexcept
 LogWriter::LogWriter()
 {
     lossReason.reserve(longestReason);
+    failure.reserve(longestReason);
 }
 
 LogWriter::~LogWriter() = default;
@@ -239,14 +241,46 @@ void LogWriter::start(Lock& lock)
     }
     running = false;
     setShortWay(); // which others may have opened meanwhile
-    fail(std::strerror(error));
-    if (!isToBeTold())
-        return;
-    const std::string path = settings.path;
-    lock.unlock();
-    reportLogProblem(
-        path, QStringLiteral("no thread to write it, records wait: %1").arg(QString::fromUtf8(std::strerror(error))));
-    lock.lock();
+    fail({error, std::system_category()});
+    if (isToBeTold())
+        report("no thread to write it, records wait: ", lock);
+}
+
+/// The reason is kept without an allocation, for the lack of memory may be it.
+void LogWriter::fail(const std::error_code& error) noexcept
+{
+    if (!std::exchange(failing, true))
+        fullSince.reset();
+    try {
+        failure = std::string_view(error.message()).substr(0, longestReason);
+    } catch (const std::bad_alloc&) {
+        failure = std::string_view(std::strerror(ENOMEM)).substr(0, longestReason);
+    }
+}
+
+/// Once in each failure that goes on, and not when another one was told only just now.
+bool LogWriter::isToBeTold()
+{
+    const auto now = Clock::now();
+    if (told || (reported && now - *reported <= quietTime))
+        return false;
+    told = true;
+    reported = now;
+    return true;
+}
+
+/// Says the problem and the present failure on standard error, as far as there is memory for that.
+void LogWriter::report(const char* problem, Lock& lock) noexcept
+{
+    try {
+        const std::string path = settings.path;
+        const std::string text = problem + failure;
+        lock.unlock();
+        reportLogProblem(path, QString::fromStdString(text));
+    } catch (const std::bad_alloc&) {
+    }
+    if (!lock.owns_lock())
+        lock.lock();
 }
 
 LogWriter::Limits LogWriter::limits() const
@@ -304,6 +338,7 @@ void LogWriter::adopt(AppendFile&& opened, bool beginAnew)
 {
     Lock lock(gate);
     std::swap(requests.opened, opened); // the one that waited is closed by the caller
+    requests.adopt = true;
     requests.beginAnew = beginAnew;
     requests.close = false;
     request(lock);
@@ -313,8 +348,10 @@ void LogWriter::close()
 {
     AppendFile waited;
     Lock lock(gate);
-    if (changes > 0 || !running)
+    if (changes > 0 || !running) {
         std::swap(requests.opened, waited);
+        requests.adopt = false;
+    }
     requests.look = true;
     requests.close = changes == 0; // whoever changes something goes on with the file
     request(lock);

@@ -87,6 +87,7 @@ private:
         bool configure = false;
         bool close = false;
         bool look = false;
+        bool adopt = false;
         bool beginAnew = false;
         AppendFile opened;
     };
@@ -111,12 +112,14 @@ private:
     void run();
     bool turn(Lock& lock);
     void takeRequests(Lock& lock);
+    void putBack(Requests&& taken) noexcept;
     bool isLossDue() const;
     void writeLines(Lock& lock);
     void writeLoss(Lock& lock);
-    void settle(const std::error_code& error, Lock& lock);
-    void fail(std::string reason);
+    void settle(const std::error_code& error, Lock& lock) noexcept;
+    void fail(const std::error_code& error) noexcept;
     bool isToBeTold();
+    void report(const char* problem, Lock& lock) noexcept;
     bool mayGather() const;
     void gather(Lock& lock);
     void sleep(Lock& lock);
@@ -158,7 +161,7 @@ private:
     Clock::time_point stopBy;
 
     bool failing = false;
-    std::string failure;
+    std::string failure; ///< in memory that it keeps
     Clock::time_point retryAt;
     std::chrono::milliseconds backoff{0};
     std::optional<Clock::time_point> fullSince; ///< in the present failure

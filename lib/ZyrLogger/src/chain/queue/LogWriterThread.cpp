@@ -2,7 +2,6 @@
 
 #include "chain/queue/LogWriter.h"
 
-#include "chain/file/LogProblem.h"
 #include "chain/format/LineBuffer.h"
 #include "chain/format/LinePatterns.h"
 
@@ -13,7 +12,6 @@
 
 namespace Zyr {
 
-using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
@@ -24,7 +22,6 @@ constexpr std::chrono::milliseconds longestBackoff = 1s;
 constexpr auto gatheringTime = 1ms;
 constexpr auto shortestCopyingTime = 50us;
 constexpr auto longestCopyingTime = 10ms;
-constexpr auto quietTime = 10s; // between two reports of failures
 
 } // namespace
 
@@ -47,9 +44,8 @@ void LogWriter::run()
             } catch (...) { // out of memory: nothing may be done here that needs some
                 if (!lock.owns_lock())
                     lock.lock();
-                failing = true;
-                requests.configure = requested = true; // perhaps it was that
-                work.wait_until(lock, Clock::now() + longestBackoff);
+                settle(std::make_error_code(std::errc::not_enough_memory), lock);
+                work.wait_until(lock, retryAt);
             }
         }
         lock.unlock();
@@ -113,19 +109,37 @@ bool LogWriter::isLossDue() const
 
 void LogWriter::takeRequests(Lock& lock)
 {
-    const FileSettings wanted = requests.configure ? settings : FileSettings();
+    FileSettings wanted = requests.configure ? settings : FileSettings();
     Requests taken;
     std::swap(taken, requests);
     requested = false;
-    closing = taken.close || (closing && !taken.opened.isOpen());
+    closing = taken.close || (closing && !taken.adopt);
     lock.unlock();
-    if (taken.configure)
-        file.configure(wanted);
-    if (taken.opened.isOpen())
-        file.adopt(std::move(taken.opened), taken.beginAnew);
     if (taken.look)
         file.lookAgain();
+    try {
+        if (taken.configure)
+            file.configure(std::move(wanted));
+        if (taken.adopt)
+            file.adopt(std::move(taken.opened), taken.beginAnew);
+    } catch (...) { // out of memory
+        lock.lock();
+        putBack(std::move(taken));
+        throw;
+    }
     lock.lock();
+}
+
+/// To be taken again, but for what newer ones have replaced.
+void LogWriter::putBack(Requests&& taken) noexcept
+{
+    requested = true;
+    requests.configure |= taken.configure;
+    if (!taken.adopt || requests.adopt || requests.close)
+        return;
+    requests.adopt = true;
+    requests.beginAnew = taken.beginAnew;
+    requests.opened = std::move(taken.opened);
 }
 
 void LogWriter::writeLines(Lock& lock)
@@ -181,11 +195,11 @@ void LogWriter::writeLoss(Lock& lock)
 }
 
 /// What a write that failed or not means for those who wait.
-void LogWriter::settle(const std::error_code& error, Lock& lock)
+void LogWriter::settle(const std::error_code& error, Lock& lock) noexcept
 {
     giveBackMemory(lock); // before those are told who wait for it
     const auto now = Clock::now();
-    bool report = false;
+    bool isDue = false; // the report
     if (!error) {
         failing = told = false;
         backoff = 0ms;
@@ -193,39 +207,17 @@ void LogWriter::settle(const std::error_code& error, Lock& lock)
         if (lost > 0 && !lossAfter)
             lossAfter = pushed();
     } else {
-        fail(error.message());
+        fail(error);
         // A pipe that is full has a slow reader, which is no trouble to tell of.
-        report = error != std::errc::resource_unavailable_try_again && isToBeTold();
+        isDue = error != std::errc::resource_unavailable_try_again && isToBeTold();
         lossAfter.reset(); // first what is held now
         backoff = std::clamp(backoff * 2, std::chrono::milliseconds(shortestBackoff), longestBackoff);
         retryAt = now + backoff;
     }
     if (waiting > 0)
         progress.notify_all();
-    if (!report)
-        return;
-    const std::string path = settings.path;
-    lock.unlock();
-    reportLogProblem(path, u"cannot be written, records wait: "_s + QString::fromStdString(error.message()));
-    lock.lock();
-}
-
-void LogWriter::fail(std::string reason)
-{
-    if (!std::exchange(failing, true))
-        fullSince.reset();
-    failure = std::move(reason);
-}
-
-/// Once in each failure that goes on, and not when another one was told only just now.
-bool LogWriter::isToBeTold()
-{
-    const auto now = Clock::now();
-    if (told || (reported && now - *reported <= quietTime))
-        return false;
-    told = true;
-    reported = now;
-    return true;
+    if (isDue)
+        report("cannot be written, records wait: ", lock);
 }
 
 /// Whether it is worth waiting for more lines before the next write: they come fast, and nobody waits for this one.
