@@ -4,6 +4,7 @@
 #include "chain/file/CallWatch.h"
 #include "chain/file/LogFile.h"
 #include "chain/queue/LineQueue.h"
+#include "chain/queue/WritePace.h"
 #include "chain/settings/FileSettings.h"
 
 #include <atomic>
@@ -152,9 +153,9 @@ private:
     bool starting = false;
     bool running = false;
     std::atomic<bool> asleep = false; ///< and to be woken by a line
-    bool gathering = false;           ///< lines for the next write; to be woken by many only
-    bool comeFast = false;            ///< lines, as far as the last write or sleep tells
-    unsigned stopping = 0;            ///< how many wait for its end
+    bool gathering = false;           ///< leaves lines to gather; to be woken by many only
+    WritePace pace;
+    unsigned stopping = 0; ///< how many wait for its end
     bool abandoned = false;
     bool leftBehind = false; ///< the thread, in a call that hangs
     bool closing = false;    ///< the file, when no archive waits for compression any more

@@ -19,7 +19,6 @@ namespace {
 constexpr std::size_t batchBytes = 256 * 1024;
 constexpr auto shortestBackoff = 2ms;
 constexpr std::chrono::milliseconds longestBackoff = 1s;
-constexpr auto gatheringTime = 1ms;
 constexpr auto shortestCopyingTime = 50us;
 constexpr auto longestCopyingTime = 10ms;
 
@@ -69,10 +68,6 @@ bool LogWriter::turn(Lock& lock)
         takeRequests(lock);
         return true;
     }
-    if (mayGather()) {
-        gather(lock);
-        return true;
-    }
     if (hasWork()) {
         if (held || Clock::now() < retryAt) {
             rest(lock, held ? std::nullopt : std::optional(retryAt));
@@ -93,6 +88,8 @@ bool LogWriter::turn(Lock& lock)
         lock.unlock();
         file.close();
         lock.lock();
+    } else if (mayGather()) {
+        gather(lock);
     } else if (mayRest()) { // what was said while a line was written woke nobody
         sleep(lock);
     }
@@ -155,8 +152,8 @@ void LogWriter::writeLines(Lock& lock)
     const LogFile::Written result = file.write(batch);
     lock.lock();
     queue.pop(result.lines);
+    pace.wrote(result.lines, Clock::now());
     written += result.lines;
-    comeFast = comeFast || result.lines > 1;
     // A store that takes some lines works, however few: a pipe never takes more at a time. The next write tells.
     settle(result.lines > 0 ? std::error_code() : result.error, lock);
 }
@@ -220,31 +217,29 @@ void LogWriter::settle(const std::error_code& error, Lock& lock) noexcept
         report("cannot be written, records wait: ", lock);
 }
 
-/// Whether it is worth waiting for more lines before the next write: they come fast, and nobody waits for this one.
+/// Whether lines may wait for the next write: nobody waits for them.
 bool LogWriter::mayGather() const
 {
-    return comeFast && !requested && changes == 0 && waiting == 0 && !stopping && !abandoned && !failing && lost == 0 &&
-           !settings.flush && !hasGathered() && !file.canCompress();
+    return pace.gatheringTime() > Clock::duration::zero() && !requested && changes == 0 && waiting == 0 && !stopping &&
+           !abandoned && !failing && lost == 0 && !settings.flush && !hasGathered();
 }
 
-/// Waits a moment for more lines, without having each of them wake this thread: under load a wake-up costs the thread
-/// that logs more than the record does, and each write this one more than its lines.
+/// Lets lines gather, without having each of them wake this thread.
 void LogWriter::gather(Lock& lock)
 {
     gathering = true;
-    work.wait_until(lock, Clock::now() + gatheringTime);
+    work.wait_until(lock, Clock::now() + pace.gatheringTime());
     gathering = false;
-    comeFast = false;
+    pace.gathered(queue.size());
 }
 
 void LogWriter::sleep(Lock& lock)
 {
     asleep = true;
-    const auto begin = Clock::now();
     if (mayRest()) // still, now that lines wake this thread
         rest(lock, std::nullopt);
     asleep = false;
-    comeFast = Clock::now() - begin < gatheringTime;
+    pace.woken(Clock::now());
 }
 
 bool LogWriter::mayRest() const
