@@ -1,4 +1,4 @@
-"""Small line charts beside each other, as one SVG in the style of report.bar_chart()."""
+"""Small line charts beside each other, as one SVG."""
 
 import dataclasses
 import math
@@ -53,7 +53,7 @@ def draw(chart, left, top):
         parts.append(f'<text class="middle" x="{x:.1f}" y="{bottom + 18}">{point:,}</text>')
     parts.append(f'<text class="middle" x="{left + PLOT_WIDTH / 2:.1f}" y="{bottom + 38}">{escape(chart.across)}</text>')
 
-    keys = [(label, 7 * len(label) + 34) for label, _ in chart.lines]
+    keys = [(label, report.text_width(label) + 34) for label, _ in chart.lines]
     key = left + PLOT_WIDTH - sum(width for _, width in keys)
     for number, (label, values) in enumerate(chart.lines):
         own = " own" if number == 0 else ""

@@ -50,6 +50,11 @@ def conditions(program, figures, other_load, libraries=""):
                      f"{libraries}. {figures} Other programs took {other_load:.0%} of the processors meanwhile.")
 
 
+def number(value):
+    """A time as tables and charts write it."""
+    return f"{value:,.0f}" if value >= 10 else f"{value:.1f}"
+
+
 def markdown_table(header, rows):
     """The first column is text, the others are figures."""
     lines = [header, ["---"] + ["---:"] * (len(header) - 1), *rows]
@@ -98,38 +103,13 @@ def tick_step(largest, most=8):
     return next(step for step in steps if largest / step <= most)
 
 
+def text_width(text):
+    """In a chart, about: fonts differ, and this is enough for a wide one."""
+    return 7 * len(text)
+
+
 def svg(title, width, height, parts, style=""):
     """The picture of these parts. `style`: rules beside the usual ones."""
     body = "\n".join(f"  {part}" for part in parts)
     return (f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" height="{height}"'
             f' role="img" aria-label="{escape(title)}">\n  <style>{CHART_STYLE}{style}  </style>\n{body}\n</svg>\n')
-
-
-def bar_chart(title, unit, groups, own):
-    """Horizontal bars, as SVG. groups: (name, [(label, value), ...]), all on one axis; `own` is the label in blue."""
-    left, right, top, bar, gap, head = 120, 80, 60, 16, 4, 26
-    width, plot = 760, 760 - left - right
-    largest = max(value for _, bars in groups for _, value in bars)
-    ticks = [(tick, left + tick / largest * plot) for tick in range(0, int(largest) + 1, tick_step(largest))]
-    parts = []
-    y = top
-    for name, bars in groups:
-        parts.append(f'<text class="group" x="{left}" y="{y + 16}">{escape(name)}</text>')
-        y += head
-        bottom = y + len(bars) * (bar + gap)
-        parts += [f'<line x1="{x:.1f}" y1="{y - gap}" x2="{x:.1f}" y2="{bottom}"/>' for _, x in ticks]
-        for label, value in bars:
-            length = max(1.0, value / largest * plot)
-            style = "bar own" if label == own else "bar"
-            parts.append(f'<text class="right" x="{left - 8}" y="{y + 13}">{escape(label)}</text>')
-            parts.append(f'<rect class="{style}" x="{left}" y="{y}" width="{length:.1f}" height="{bar}"/>')
-            parts.append(f'<text x="{left + length + 6:.1f}" y="{y + 13}">{value:,.0f}</text>')
-            y += bar + gap
-        y += 12
-    axis = [f'<text class="middle" x="{x:.1f}" y="{y + 8}">{tick:,}</text>' for tick, x in ticks]
-    height = y + 42
-    heading = [
-        f'<text class="title" x="{left}" y="26">{escape(title)}</text>',
-        f'<text class="middle" x="{left + plot / 2:.1f}" y="{y + 30}">{escape(unit)}</text>',
-    ]
-    return svg(title, width, height, heading + axis + parts)

@@ -1,9 +1,15 @@
 // What every program of the comparison does around its library: command line, check and result.
 //
-//   <program> latency|throughput [threads: 1] [records per thread: 200000]
+//   <program> <measurement> [threads: 1] [records per thread: 200000]
 //
-// Prints one JSON object, or says on standard error what is wrong and fails. A Peer has, beside what measure()
-// needs:
+//   throughput     the whole load
+//   latency        each call of a load without a pause
+//   spin:<us>      each call where a record is due each so many microseconds, and the thread watches the clock
+//   meanwhile sleep:<us>     the same, where the thread sleeps meanwhile disabled       the statement below the level,
+//   by one thread; the records of the load only show that this wrote none
+//
+// Prints one JSON object, or says on standard error what is wrong and fails. A Peer has, beside what measure() and
+// measureBelowLevel() need:
 //
 //   static constexpr const char* name; static std::string version();
 //   Peer(const QString& file, int records)                         before the clock starts; records: of all threads
@@ -11,6 +17,7 @@
 #pragma once
 
 #include "../Timing.h"
+#include "BelowLevel.h"
 #include "RecordCheck.h"
 
 #include <QtCore/QCoreApplication>
@@ -18,13 +25,13 @@
 #include <QtCore/QTemporaryDir>
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <string>
-#include <string_view>
 
 namespace Bench {
 
@@ -45,29 +52,48 @@ inline std::uint32_t clockCost()
     return percentile(costs, 0.5);
 }
 
-template <class Peer>
-void print(const Task& task, Cost& cost)
+/// The measurement's task, without threads when the words are wrong.
+inline Task taskOf(const std::string& measurement, int threads, int records)
 {
-    std::printf(R"({"library": "%s", "version": "%s", "qt": "%s", "compiler": "%s", "threads": %d, "records": %d, )",
-                Peer::name, Peer::version().c_str(), qVersion(), compiler, task.threads, task.recordsPerThread);
+    const bool sleeps = measurement.starts_with("sleep:");
+    const bool paced = sleeps || measurement.starts_with("spin:");
+    const int microseconds = paced ? std::atoi(measurement.c_str() + measurement.find(':') + 1) : 0;
+    const bool known =
+        microseconds > 0 || measurement == "latency" || measurement == "throughput" || measurement == "disabled";
+    return {paced || measurement == "latency",
+            known && records > 0 ? threads : 0,
+            records,
+            {std::chrono::microseconds(microseconds), sleeps}};
+}
+
+/// Prints the members of a JSON object.
+template <class Peer>
+void measureAndPrint(Peer& peer, const Task& task, bool belowLevel)
+{
+    if (belowLevel) {
+        const BelowLevelCost cost = measureBelowLevel(peer);
+        std::printf(R"("statement": %.2f, "beyond": %.2f)", cost.statement, cost.beyond);
+    }
+    Cost cost = measure(peer, task);
     if (task.timesCalls) {
-        std::printf(R"("p50": %u, "p99": %u, "p99.9": %u, "clock": %u})", percentile(cost.calls, 0.5),
-                    percentile(cost.calls, 0.99), percentile(cost.calls, 0.999), clockCost());
-    } else {
-        std::printf(R"("wall": %.1f, "processor": %.1f})", cost.wallNanoseconds / task.records(),
+        std::printf(R"("p50": %u, "p99": %u, "p99.9": %u, "late": %d, "clock": %u)", percentile(cost.calls, 0.5),
+                    percentile(cost.calls, 0.99), percentile(cost.calls, 0.999), cost.late, clockCost());
+    } else if (!belowLevel) {
+        std::printf(R"("wall": %.1f, "processor": %.1f)", cost.wallNanoseconds / task.records(),
                     cost.processorNanoseconds / task.records());
     }
-    std::printf("\n");
 }
 
 template <class Peer>
 int run(int count, char* words[])
 {
-    const std::string_view mode = count > 1 ? words[1] : "";
-    const Task task = {mode == "latency", count > 2 ? std::atoi(words[2]) : 1,
-                       count > 3 ? std::atoi(words[3]) : 200'000};
-    if ((!task.timesCalls && mode != "throughput") || count > 4 || task.threads < 1 || task.recordsPerThread < 1) {
-        std::fprintf(stderr, "usage: %s latency|throughput [threads [records per thread]]\n", words[0]);
+    const std::string measurement = count > 1 ? words[1] : "";
+    const Task task =
+        taskOf(measurement, count > 2 ? std::atoi(words[2]) : 1, count > 3 ? std::atoi(words[3]) : 200'000);
+    if (task.threads < 1 || count > 4) {
+        std::fprintf(stderr,
+                     "usage: %s latency|throughput|spin:<us>|sleep:<us>|disabled [threads [records per thread]]\n",
+                     words[0]);
         return 2;
     }
     // The same local time. But where TZ is not set, the C library looks up the date of that file again and again, which
@@ -80,9 +106,12 @@ int run(int count, char* words[])
     const QString file = directory.filePath(QStringLiteral("peers_Bench.log"));
     try {
         Peer peer(file, task.records());
-        Cost cost = measure(peer, task);
+        std::printf(
+            R"({"library": "%s", "version": "%s", "qt": "%s", "compiler": "%s", "threads": %d, "records": %d, )",
+            Peer::name, Peer::version().c_str(), qVersion(), compiler, task.threads, task.recordsPerThread);
+        measureAndPrint(peer, task, measurement == "disabled");
         checkRecords(file.toStdString(), task.records());
-        print<Peer>(task, cost);
+        std::printf("}\n");
         return 0;
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s: %s\n", Peer::name, error.what());

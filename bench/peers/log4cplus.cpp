@@ -48,6 +48,15 @@ public:
                            pressure);
     }
 
+    /// The macro asks for the level before it looks at the arguments.
+    void logDisabled(int number, const QString& line, double pressure)
+    {
+        LOG4CPLUS_DEBUG_FMT(logger, "pump %d on line %s has a pressure of %g bar", number,
+                            Bench::jsonText(line).c_str(), pressure);
+    }
+
+    void makeArguments(int, const QString&, double) {}
+
     /// The thread empties its queue before it ends; the file is closed then.
     void finish() { log4cplus::Logger::shutdown(); }
 

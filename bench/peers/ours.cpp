@@ -5,7 +5,10 @@
 #include <ZyrLogger/ClassLogger.h>
 #include <ZyrLogger/Logger.h>
 
+#include <Poco/Timestamp.h>
+
 #include <QtCore/QFileInfo>
+#include <QtCore/QVariant>
 
 #include <cstdlib>
 #include <fstream>
@@ -28,6 +31,18 @@ public:
     void log(int number, const QString& line, double pressure)
     {
         logger.out(Zyr::Info, text, __FILE__, __LINE__).arg(number).arg(line).arg(pressure).endl();
+    }
+
+    void logDisabled(int number, const QString& line, double pressure)
+    {
+        logger.out(Zyr::Debug, text, __FILE__, __LINE__).arg(number).arg(line).arg(pressure).endl();
+    }
+
+    void makeArguments(int number, const QString& line, double pressure)
+    {
+        const Poco::Timestamp time;
+        const QString copy = text;
+        const QVariant values[] = {number, line, pressure};
     }
 
     /// Writes what is queued and closes the file. The entry about the end is the main log's.

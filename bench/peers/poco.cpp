@@ -74,6 +74,27 @@ public:
 
     void log(int number, const QString& line, double pressure)
     {
+        poco_information(*logger, fill(number, line, pressure));
+    }
+
+    /// What poco_debug() is in a program built for debugging; else that is nothing at all.
+    void logDisabled(int number, const QString& line, double pressure)
+    {
+        if (logger->debug())
+            logger->debug(fill(number, line, pressure), __FILE__, __LINE__);
+    }
+
+    void makeArguments(int, const QString&, double) {}
+
+    void finish()
+    {
+        file->waitForLast();
+        file->close(); // and writes what it buffered
+    }
+
+private:
+    std::string fill(int number, const QString& line, double pressure) const
+    {
         const QLocale locale;
         QString filled = text;
         filled.replace(QLatin1String("%3"), locale.toString(pressure, 'g', 6));
@@ -83,16 +104,9 @@ public:
         filled.replace(u'"', QLatin1String("\\\""));
         filled.remove(u'\r');
         filled.replace(u'\n', u' ');
-        poco_information(*logger, filled.toStdString());
+        return filled.toStdString();
     }
 
-    void finish()
-    {
-        file->waitForLast();
-        file->close(); // and writes what it buffered
-    }
-
-private:
     Poco::AutoPtr<CountingFileChannel> file;
     Poco::AutoPtr<Poco::AsyncChannel> async;
     const QString text;
