@@ -43,12 +43,12 @@ LOADS = [
     Figure("Processor time, 1 thread", "throughput", 1, "processor"),
 ]
 PACED = [
-    Figure("Call each 20 µs, median", "spin:20", 1, "p50"),
-    Figure("Call each 20 µs, 99 %", "spin:20", 1, "p99"),
-    Figure("Call each 100 µs, median", "spin:100", 1, "p50"),
-    Figure("Call each 100 µs, 99 %", "spin:100", 1, "p99"),
-    Figure("Call each 100 µs, after sleep, median", "sleep:100", 1, "p50"),
-    Figure("Call each 100 µs, after sleep, 99 %", "sleep:100", 1, "p99"),
+    Figure("Call every 20 µs, median", "spin:20", 1, "p50"),
+    Figure("Call every 20 µs, 99 %", "spin:20", 1, "p99"),
+    Figure("Call every 100 µs, median", "spin:100", 1, "p50"),
+    Figure("Call every 100 µs, 99 %", "spin:100", 1, "p99"),
+    Figure("Call every 100 µs, asleep between, median", "sleep:100", 1, "p50"),
+    Figure("Call every 100 µs, asleep between, 99 %", "sleep:100", 1, "p99"),
 ]
 BELOW_LEVEL = [Figure("Call below the level, beyond clock and arguments", "disabled", 1, "beyond")]
 FIGURES = CALLS + TAILS + PACED + BELOW_LEVEL + LOADS
@@ -87,7 +87,7 @@ class Comparison:
             value = self.median(program, figure)
             return f"{report.number(value)} ({value / self.median(REFERENCE, figure):.2f})"
 
-        header = ["ns"] + [self.names[program] for program in PROGRAMS]
+        header = ["ns per record"] + [self.names[program] for program in PROGRAMS]
         return header, [[figure.name] + [cell(program, figure) for program in PROGRAMS] for figure in FIGURES]
 
     def chart(self, title, figures):
@@ -114,8 +114,9 @@ class Comparison:
             first,
             f"Medians of {rounds} round{'s' if rounds > 1 else ''} with {records:,} records per thread, "
             f"{records_of('spin:20', records):,} at a pace; in brackets the ratio to {self.names[REFERENCE]}. "
-            f"The clock's own {clock:.0f} ns are in the figure of every call above the level. Of no library's records "
-            f"at a pace did more than {self.most_late():.1%} begin a period or more after they were due.", other_load, f"; {versions}")
+            f"The clock's own {clock:.0f} ns are in every call's figure but that below the level. At a pace, at most "
+            f"{self.most_late():.1%} of a library's records began a period or more after they were due.",
+            other_load, f"; {versions}")
 
 
 def main():

@@ -56,7 +56,8 @@ def main():
     beyond = steps[DISABLED] - sum(steps[part] for part in PARTS)
     place = [row[0] for row in rows].index(PARTS[-1]) + 1
     rows.insert(place, ["Disabled entry, beyond clock, text and arguments", f"{beyond:,.1f}"])
-    figures = f"Medians of {options.repetitions} repetitions in random order, processor time of the thread that logs."
+    figures = (f"Medians of {options.repetitions} repetition{'s' if options.repetitions > 1 else ''} in random order, "
+               "processor time of the thread that logs.")
     conditions = report.conditions(context, figures, load.share())
     header = ["Step", "ns"]
     print(report.text_table(header, rows), conditions, f"Every repetition: {options.build}/steps.json", sep="\n\n")
