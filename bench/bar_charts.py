@@ -5,7 +5,7 @@ from xml.sax.saxutils import escape
 
 import report
 
-WIDTH, RIGHT = 760, 64  # RIGHT: of the plot, for the figure behind the longest bar
+WIDTH = 760
 MARGIN = 8
 BAR, GAP = 14, 3
 
@@ -17,9 +17,9 @@ class Chart:
     groups: list  # (name, [(label, value), ...]), all on one axis
 
 
-def draw(chart, own, left, top):
-    """The parts of one chart from `top` on, and where it ends."""
-    plot = WIDTH - left - RIGHT
+def draw(chart, own, left, right, top):
+    """The parts of one chart from `top` on, and where it ends. `left` and `right`: how much is beside the bars."""
+    plot = WIDTH - left - right
     largest = max(value for _, bars in chart.groups for _, value in bars)
     ticks = [(tick, left + tick / largest * plot) for tick in range(0, int(largest) + 1, report.tick_step(largest))]
     parts = [f'<text class="group" x="{left}" y="{top}">{escape(chart.title)}</text>',
@@ -45,11 +45,12 @@ def draw(chart, own, left, top):
 
 def bar_charts(title, charts, own):
     """`own`: the label of the blue bars."""
-    labels = {label for chart in charts for _, bars in chart.groups for label, _ in bars}
-    left = 2 * MARGIN + max(report.text_width(label) for label in labels)
+    bars = [bar for chart in charts for _, bars in chart.groups for bar in bars]
+    left = 2 * MARGIN + max(report.text_width(label) for label, _ in bars)
+    right = 2 * MARGIN + max(report.text_width(report.number(value)) for _, value in bars)
     parts = [f'<text class="title" x="{left}" y="26">{escape(title)}</text>']
     y = 26
     for chart in charts:
-        drawn, y = draw(chart, own, left, y + 40)
+        drawn, y = draw(chart, own, left, right, y + 40)
         parts += drawn
     return report.svg(title, WIDTH, y + 14, parts)
