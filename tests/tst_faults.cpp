@@ -178,7 +178,7 @@ public Q_SLOTS:
     // A load that is refused, a rotation that is put off, or a failure that is told, where a signal only came between.
     void interrupted(const QString&)
     {
-        order("any 0 4 -2\n");
+        order("write,fdatasync,fsync,openat,rename,noreplace,exchange,unlinkat,flock 0 4 -2\n");
         padding = QString(100, u'x');
         for (int i = 0; i < 300; ++i) {
             count(1);
