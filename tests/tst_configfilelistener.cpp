@@ -13,6 +13,7 @@
 #include <thread>
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
 using namespace Qt::StringLiterals;
@@ -144,6 +145,35 @@ private Q_SLOTS:
         change(place, "put probe.ini 2");
         for (size_t i = 0; i < 4; ++i)
             QCOMPARE(loads[i].load(), i < 2 ? 1 : 2);
+    }
+
+    // A change that is missed because the system had no room left to tell of it, as the thread had been busy for long;
+    // where it led the path elsewhere, the later ones too.
+    void outlivesFullEventQueue()
+    {
+        const TestPlace place;
+        shell(place, "put busy.ini 1; mkdir way b; put way/probe.ini 1; put b/probe.ini 2");
+        std::atomic<bool> isBusy = false, isFull = false;
+        const auto waitUntilFull = [&](SettingsProbe&, QSettings&, bool first) {
+            isBusy = !first;
+            for (int i = 0; !first && !isFull && i < 20'000; ++i)
+                QTest::qSleep(1);
+        };
+        SettingsProbe busy(waitUntilFull, u"busy.ini"_s);
+        SettingsProbe probe({}, u"way/probe.ini"_s);
+        QVERIFY(busy.startConfigFileWatcher() && probe.startConfigFileWatcher());
+        shell(place, "put busy.ini 2");
+        QTRY_VERIFY(isBusy);
+        QFile limit(u"/proc/sys/fs/inotify/max_queued_events"_s), file(place.path(u"busy.ini"_s));
+        QVERIFY(limit.open(QIODevice::ReadOnly) && file.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+        // In turns, since equal ones become one.
+        for (int events = limit.readAll().toInt(); events >= 0; events -= 2)
+            QVERIFY(file.write("\n") == 1 && ::fchmod(file.handle(), 0600) == 0);
+        shell(place, "mv way gone; mv b way");
+        isFull = true;
+        QTRY_COMPARE(probe.loads(), "first 1|2");
+        change(place, "put way/probe.ini 3");
+        QCOMPARE(probe.loads(), "first 1|2|3");
     }
 
     // A callback that still runs when its object is gone.

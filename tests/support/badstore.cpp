@@ -170,8 +170,10 @@ int statx(int directory, const char* name, int flags, unsigned mask, struct stat
 {
     if (!obey("statx", directory, name) || ::syscall(SYS_statx, directory, name, flags, mask, found) != 0)
         return -1;
-    if (!obey("birth", directory, name))
+    if (!obey("birth", directory, name)) {
         found->stx_mask &= ~STATX_BTIME;
+        found->stx_btime = {};
+    }
     return 0;
 }
 
