@@ -100,6 +100,7 @@ private Q_SLOTS:
         QTest::newRow(lacks("readdir", EINVAL)) << false;
         QTest::newRow(lacks("exchange,noreplace,linkat,flock,ofdlock,fsync,readdir,statx", EINVAL)) << false;
         QTest::newRow(lacks("exchange", EIO)) << true;
+        QTest::newRow(lacks("noreplace,rename", EIO)) << true;
         QTest::newRow(lacks("exchange,noreplace,rename", EINVAL)) << true;
     }
 
@@ -182,26 +183,29 @@ private Q_SLOTS:
 
     void knowsWhenALogBegan_data()
     {
-        QTest::addColumn<bool>("isOld");
-        QTest::newRow(lacks("birth", EINVAL)) << true;
-        QTest::newRow(lacks("statx", ENOSYS)) << false;
+        QTest::addColumn<int>("age"); // of what was written last, in seconds
+        QTest::addColumn<bool>("rotates");
+        QTest::newRow(lacks("birth", EINVAL)) << 2 * 3600 << true;
+        QTest::newRow(lacks("birth", ENOSYS)) << 600 << false;
+        QTest::newRow(lacks("statx", ENOSYS)) << 2 * 3600 << false;
     }
 
     // A log that never rotates, or does at every start, where nothing tells when it was made. Without a time of birth
     // it began no later than it was written last; without any, now.
     void knowsWhenALogBegan()
     {
-        QFETCH(const bool, isOld);
+        QFETCH(const int, age);
+        QFETCH(const bool, rotates);
         const QString directory = newDirectory();
         place.write(directory + u"x.log"_s, "old\n");
-        shell(place, "touch -d '2 hours ago' " + directory.toUtf8() + "x.log");
+        shell(place, "touch -d '" + QByteArray::number(age) + " seconds ago' " + directory.toUtf8() + "x.log");
         {
             const Lacking order(QTest::currentDataTag());
             LogFile(place.path(directory + u"x.log"_s), {{"rotation", "1 hours"}}).log(u"new"_s);
         }
         QCOMPARE(place.lines(directory + u"x.log"_s),
-                 isOld ? QStringList(u"new"_s) : QStringList({u"old"_s, u"new"_s}));
-        QCOMPARE(files(directory), isOld ? u".x.log.since x.log x.log.0"_s : u".x.log.since x.log"_s);
+                 rotates ? QStringList(u"new"_s) : QStringList({u"old"_s, u"new"_s}));
+        QCOMPARE(files(directory), rotates ? u".x.log.since x.log x.log.0"_s : u".x.log.since x.log"_s);
     }
 
     void addsMissingKeys_data()
@@ -254,23 +258,25 @@ private Q_SLOTS:
         const QString name = newDirectory() + probeFile;
         place.write(name, "[S]\nv=1\n");
         SettingsProbe probe(addKey, name);
-        const QByteArray loaded = atFirst ? "first " : "first 1";
+        const QByteArray loaded = atFirst ? "first " : "first 1", value = atFirst ? "1" : "2";
+        const QByteArray text = "[S]\nv=" + value + '\n';
         const QByteArray errors = errorsOf([&] {
             if (!atFirst)
                 QVERIFY(probe.startConfigFileWatcher());
             const Lacking order(QTest::currentDataTag());
             if (atFirst)
                 QVERIFY(probe.startConfigFileWatcher());
-            place.write(name, "[S]\nv=2\n");
+            else
+                place.write(name, text);
             QTest::qWait(1'500); // until it has been tried again
             QCOMPARE(probe.loads(), loaded);
-            QCOMPARE(place.read(name), "[S]\nv=2\n");
+            QCOMPARE(place.read(name), text);
         });
         QCOMPARE(errors, place.path(name).toUtf8() + ": cannot be read now" +
                              (atFirst ? ", so defaults are used" : "") +
                              ": the system gives no memory file: " + std::strerror(error) + '\n');
-        QTRY_COMPARE(place.read(name), "[S]\nv=2\nadded=1\n");
-        QCOMPARE(probe.loads(), loaded + "|2");
+        QTRY_COMPARE(place.read(name), text + "added=1\n");
+        QCOMPARE(probe.loads(), loaded + '|' + value);
     }
 };
 
