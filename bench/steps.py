@@ -1,4 +1,4 @@
-"""Times the steps of an entry: steps.py BUILD_DIRECTORY REPETITIONS [--write]
+"""Times the steps of an entry: steps.py BUILD_DIRECTORY REPETITIONS [--dirty | --write]
 
 Run by script/bench --steps, of the program built from bench/steps. Every figure is the median of its repetitions, which
 of all steps take turns in random order.
@@ -26,11 +26,11 @@ def readable(name):
     return f"{name} {int(last):,}" if last else name
 
 
-def measure(build, repetitions):
+def measure(build, repetitions, *arguments):
     """What the program says about itself and the machine, and the nanoseconds of the calling thread for each step."""
     result = report.run_program(build / "bench/steps", f"--benchmark_repetitions={repetitions}",
                                 f"--benchmark_min_time={SECONDS}", "--benchmark_enable_random_interleaving=true",
-                                "--benchmark_format=json")
+                                "--benchmark_format=json", *arguments)
     (build / "steps.json").write_text(json.dumps(result, indent=1))
     steps = {}
     for run in sorted(result["benchmarks"], key=lambda run: (run["family_index"], run["per_family_instance_index"])):
@@ -45,13 +45,14 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("build", type=pathlib.Path)
     parser.add_argument("repetitions", type=int)
+    parser.add_argument("--dirty", action="store_true", help="as bench/steps/main.cpp says")
     parser.add_argument("--write", action="store_true")
     options = parser.parse_args()
     if not (options.build / "bench/steps").exists():
         sys.exit("Not built, since Google Benchmark is not installed: steps")
 
     load = report.OtherLoad()
-    context, steps = measure(options.build, options.repetitions)
+    context, steps = measure(options.build, options.repetitions, *["--dirty"] * options.dirty)
     rows = [[step, f"{time:,.1f}"] for step, time in steps.items()]
     beyond = steps[DISABLED] - sum(steps[part] for part in PARTS)
     place = [row[0] for row in rows].index(PARTS[-1]) + 1

@@ -2,6 +2,7 @@
 
 #include "chain/LineFormatter.h"
 #include "chain/format/LocalTime.h"
+#include "chain/format/ShortCopy.h"
 
 #include <Poco/Exception.h>
 
@@ -10,6 +11,10 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
 
 using Poco::PatternFormatter;
 
@@ -71,6 +76,21 @@ class tst_Formatter : public QObject
         ::setenv("TZ", zone, 1); // nothing of Qt's, which may tell the C library
         QTRY_VERIFY(Zyr::LocalTime::checkZone() != before);
     }
+
+#if defined(__x86_64__)
+    /// Whether something is in the upper part of a vector register of 256 bits, as the processor tells.
+    static bool usesUpperParts()
+    {
+        unsigned low, high;
+        asm volatile("xgetbv" : "=a"(low), "=d"(high) : "c"(1));
+        return low & 4;
+    }
+    static bool canTellUse()
+    {
+        unsigned a, b, c, d;
+        return __builtin_cpu_supports("avx") && __get_cpuid_count(13, 1, &a, &b, &c, &d) && (a & 4);
+    }
+#endif
 
 private Q_SLOTS:
     // A letter, bracket or padding with another meaning; a second kept for too long, or as another pattern shows it;
@@ -190,6 +210,41 @@ private Q_SLOTS:
         }
         QVERIFY(!torn && status == 0);
         QCOMPARE(&patterns->inForce(), first);
+    }
+
+    // A byte too many or too few where one way to copy ends and the next begins; what is read behind the source shows
+    // with AddressSanitizer.
+    void copiesEveryLength()
+    {
+        for (std::size_t size = 0; size < 600; ++size) {
+            std::vector<char> source(size);
+            for (char& byte : source)
+                byte = char(random.bounded(256));
+            std::vector<char> target(size + 40, '=');
+            Zyr::copyShort(target.data() + 20, source.data(), size);
+            std::vector<char> expected(size + 40, '=');
+            std::copy(source.begin(), source.end(), expected.begin() + 20);
+            QVERIFY2(target == expected, qPrintable(QString::number(size)));
+        }
+    }
+
+    // A caller's vector registers that slow the formatting down.
+    void cleansVectorRegisters()
+    {
+#if defined(__x86_64__)
+        if (!canTellUse())
+            QSKIP("The processor does not tell whether its vector registers are in use");
+        configure(ours, "%t", "UTC");
+        const Poco::Message record = message(0);
+        std::string line;
+        asm volatile("vcmptrueps %%ymm15, %%ymm15, %%ymm15" ::: "xmm15");
+        const bool before = usesUpperParts();
+        ours.format(record, line);
+        const bool after = usesUpperParts();
+        QVERIFY(before && !after);
+#else
+        QSKIP("There are no registers whose parts code for SSE leaves as they are");
+#endif
     }
 };
 

@@ -1,5 +1,7 @@
 // From the record to the queue: the line, and what the calling thread does to queue it.
 
+#include "Steps.h"
+
 #include "chain/format/LinePatterns.h"
 #include "chain/queue/LineQueue.h"
 #include "chain/queue/LogWriter.h"
@@ -34,6 +36,7 @@ void format(State& state)
     Poco::Message message = record();
     Zyr::LineBuffer line;
     for (auto _ : state) {
+        Bench::leaveVectorRegistersDirty();
         message.setTime(message.getTime() + microsecondsBetween);
         line.clear();
         patterns.inForce().format(message, line);
@@ -66,6 +69,7 @@ void queue(State& state)
     lines.shut(false);
     int queued = 0;
     for (auto _ : state) {
+        Bench::leaveVectorRegistersDirty();
         if (!lines.append(line) && !lines.appendLocked(line)) {
             const std::size_t bytes = lines.chunkBytes(line);
             lines.announce(bytes);
@@ -91,8 +95,10 @@ void push(State& state)
         made->configure(settings);
         return made;
     }();
-    for (auto _ : state)
+    for (auto _ : state) {
+        Bench::leaveVectorRegistersDirty();
         writer->push(line);
+    }
     if (state.thread_index() == 0)
         writer->finish();
 }

@@ -18,8 +18,10 @@ void log(State& state, const char* name, const char* settings)
 {
     Zyr::Logger& logger = Bench::logger(name, settings);
     int number = 0;
-    for (auto _ : state)
+    for (auto _ : state) {
+        Bench::leaveVectorRegistersDirty();
         Bench::logStandard(logger, Bench::lines, number++);
+    }
 }
 BENCHMARK_CAPTURE(log, written, "written", "")->Name("Entry, written")->Threads(1)->Threads(2);
 BENCHMARK_CAPTURE(log, included, "included", "textFilters=reservoir|pressure\n")->Name("Entry, with an include filter");
@@ -29,8 +31,10 @@ void logPlain(State& state)
 {
     Zyr::Logger& logger = Bench::logger("plain");
     const QString text = QStringLiteral("The pressure of the pump is what it should be");
-    for (auto _ : state)
+    for (auto _ : state) {
+        Bench::leaveVectorRegistersDirty();
         logger.out(Zyr::Info, text, __FILE__, __LINE__).endl();
+    }
 }
 BENCHMARK(logPlain)->Name("Entry, plain text, written");
 
@@ -44,8 +48,10 @@ void logToListener(State& state)
     Zyr::Logger& logger = Bench::logger("heard");
     logger.registerLogListener(&listener);
     int number = 0;
-    for (auto _ : state)
+    for (auto _ : state) {
+        Bench::leaveVectorRegistersDirty();
         Bench::logStandard(logger, Bench::lines, number++);
+    }
 }
 BENCHMARK(logToListener)->Name("Entry, with a listener");
 
@@ -60,8 +66,10 @@ Zyr::Logger& rememberer(std::int64_t records)
 void logRepeat(State& state)
 {
     Zyr::Logger& logger = rememberer(10);
-    for (auto _ : state)
+    for (auto _ : state) {
+        Bench::leaveVectorRegistersDirty();
         Bench::logStandard(logger, Bench::lines, 0);
+    }
 }
 BENCHMARK(logRepeat)->Name("Repeat suppression, entry counted");
 
@@ -72,8 +80,10 @@ void logNew(State& state)
     const auto logOne = [&] { Bench::logEntry(logger, Zyr::Info, Bench::lines, ++number); };
     for (std::int64_t i = 0; i < state.range(0); ++i)
         logOne();
-    for (auto _ : state)
+    for (auto _ : state) {
+        Bench::leaveVectorRegistersDirty();
         logOne();
+    }
 }
 BENCHMARK(logNew)->Name("Repeat suppression, new entry among")->Arg(1)->Arg(10)->Arg(100)->Arg(1000);
 
@@ -83,8 +93,10 @@ void logDisabled(State& state)
 {
     Zyr::Logger& logger = Bench::logger("written");
     int number = 0;
-    for (auto _ : state)
+    for (auto _ : state) {
+        Bench::leaveVectorRegistersDirty();
         Bench::logEntry(logger, Zyr::Debug, Bench::lines, number++);
+    }
 }
 BENCHMARK(logDisabled)->Name("Disabled entry")->Threads(1)->Threads(2);
 

@@ -65,6 +65,7 @@ void render(State& state, Message (*make)())
     std::optional<Zyr::LocaleNumbers> numbers;
     Zyr::LineBuffer line;
     for (auto _ : state) {
+        Bench::leaveVectorRegistersDirty();
         line.clear();
         if (!Zyr::renderText(*made, numbers, line))
             return state.SkipWithError("only the literal steps render this");

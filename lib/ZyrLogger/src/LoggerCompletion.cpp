@@ -6,6 +6,7 @@
 #include "LoggerState.h"
 #include "StandardOutput.h"
 #include "caller/CallerThread.h"
+#include "chain/format/VectorRegisters.h"
 
 #include <ZyrLogger/PocoMessage.h>
 
@@ -21,6 +22,7 @@ using namespace Qt::StringLiterals;
 LogMessage& Logger::out(unsigned char level, const QString& text, const char* file, int line)
 {
     auto message = std::make_unique<LogMessage>(level, text, file, line);
+    cleanVectorRegisters();
     if (state->isUsable())
         message->setCompleter(this);
     else

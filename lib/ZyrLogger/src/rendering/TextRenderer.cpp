@@ -9,6 +9,7 @@
 
 #include "rendering/TextRenderer.h"
 
+#include "chain/format/VectorRegisters.h"
 #include "rendering/EscapedUtf8.h"
 
 #include <ZyrLogger/LogMessage.h>
@@ -194,6 +195,7 @@ private:
 
 bool renderText(const LogMessage& message, std::optional<LocaleNumbers>& numbers, LineBuffer& to)
 {
+    cleanVectorRegisters();
     const std::size_t sizeBefore = to.view().size();
     if (TextRenderer(message, numbers, to).render())
         return true;

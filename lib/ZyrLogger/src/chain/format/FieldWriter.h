@@ -1,6 +1,7 @@
 #pragma once
 
 #include "chain/format/LineBuffer.h"
+#include "chain/format/ShortCopy.h"
 
 #include <algorithm>
 #include <charconv>
@@ -30,11 +31,15 @@ public:
     {
         std::memcpy(at, text, copiedAtOnce);
         if (size > copiedAtOnce)
-            std::memcpy(at + copiedAtOnce, text + copiedAtOnce, size - copiedAtOnce);
+            copyShort(at + copiedAtOnce, text + copiedAtOnce, size - copiedAtOnce);
         at += size;
     }
 
-    void fixed(std::string_view text) noexcept { at += text.copy(at, text.size()); }
+    void fixed(std::string_view text) noexcept
+    {
+        copyShort(at, text.data(), text.size());
+        at += text.size();
+    }
 
     void text(std::string_view text)
     {

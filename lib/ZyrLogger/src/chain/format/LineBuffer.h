@@ -1,5 +1,7 @@
 #pragma once
 
+#include "chain/format/ShortCopy.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
@@ -29,7 +31,7 @@ public:
     void append(std::string_view text)
     {
         char* const to = room(text.size());
-        std::copy(text.begin(), text.end(), to);
+        copyShort(to, text.data(), text.size());
         end = to + text.size();
     }
 

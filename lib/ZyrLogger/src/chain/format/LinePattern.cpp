@@ -3,6 +3,7 @@
 #include "chain/format/CalendarText.h"
 #include "chain/format/FieldWriter.h"
 #include "chain/format/TimeField.h"
+#include "chain/format/VectorRegisters.h"
 
 #include <Poco/Exception.h>
 #include <Poco/NumberParser.h>
@@ -168,6 +169,7 @@ void LinePattern::addField(char letter, std::size_t argument)
 
 void LinePattern::format(const Poco::Message& message, LineBuffer& line) const
 {
+    cleanVectorRegisters();
     constexpr int perSecond = 1'000'000;
     const std::int64_t microseconds = message.getTime().epochMicroseconds();
     std::int64_t second = microseconds / perSecond;

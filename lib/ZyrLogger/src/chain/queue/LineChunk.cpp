@@ -1,5 +1,8 @@
 #include "chain/queue/LineChunk.h"
 
+#include "chain/format/ShortCopy.h"
+#include "chain/format/VectorRegisters.h"
+
 #include <atomic>
 #include <cstring>
 
@@ -29,8 +32,9 @@ void LineChunk::unmap(LineChunk* list) noexcept
 
 void LineChunk::put(std::string_view line, std::uint32_t number, std::size_t offset) noexcept
 {
+    cleanVectorRegisters();
     char* const place = data() + offset;
-    std::memcpy(place, line.data(), line.size());
+    copyShort(place, line.data(), line.size());
     place[line.size()] = '\n';
     const auto end = static_cast<std::uint32_t>(offset + line.size() + 1);
     std::atomic_ref(ends()[number]).store(end, std::memory_order_release);
