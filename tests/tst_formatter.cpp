@@ -1,8 +1,8 @@
 // Log lines: POCO's own formatter is the model wherever it is right, the C library for local time.
 
+#include "base/LocalTime.h"
+#include "base/ShortCopy.h"
 #include "chain/LineFormatter.h"
-#include "chain/format/LocalTime.h"
-#include "chain/format/ShortCopy.h"
 
 #include <Poco/Exception.h>
 

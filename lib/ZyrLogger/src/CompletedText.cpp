@@ -1,8 +1,8 @@
 #include "CompletedText.h"
 
 #include "TextFilters.h"
+#include "base/LineBuffer.h"
 #include "caller/CallerThread.h"
-#include "chain/format/LineBuffer.h"
 #include "rendering/TextRenderer.h"
 
 #include <ZyrLogger/LogMessage.h>

@@ -5,8 +5,8 @@
 #include "CompletedText.h"
 #include "LoggerState.h"
 #include "StandardOutput.h"
+#include "base/VectorRegisters.h"
 #include "caller/CallerThread.h"
-#include "chain/format/VectorRegisters.h"
 
 #include <ZyrLogger/PocoMessage.h>
 

@@ -1,10 +1,10 @@
 #include "LoggerState.h"
 
 #include "StandardOutput.h"
+#include "base/LocalTime.h"
 #include "caller/CallerThread.h"
 #include "chain/LineFormatter.h"
 #include "chain/file/TrackedFile.h"
-#include "chain/format/LocalTime.h"
 #include "chain/queue/Patience.h"
 
 #include <ZyrLogger/PocoMessage.h>

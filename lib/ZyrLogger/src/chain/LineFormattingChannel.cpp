@@ -1,6 +1,6 @@
 #include "chain/LineFormattingChannel.h"
 
-#include "chain/format/LineBuffer.h"
+#include "base/LineBuffer.h"
 
 #include <Poco/Exception.h>
 

@@ -9,7 +9,7 @@
 
 #include "rendering/TextRenderer.h"
 
-#include "chain/format/VectorRegisters.h"
+#include "base/VectorRegisters.h"
 #include "rendering/EscapedUtf8.h"
 
 #include <ZyrLogger/LogMessage.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chain/format/LineBuffer.h"
+#include "base/LineBuffer.h"
 #include "rendering/LocaleNumbers.h"
 
 #include <optional>

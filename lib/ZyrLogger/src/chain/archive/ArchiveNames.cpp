@@ -1,6 +1,6 @@
 #include "chain/archive/ArchiveNames.h"
 
-#include "chain/format/LocalTime.h"
+#include "base/LocalTime.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,6 @@
 #include "chain/format/CalendarText.h"
 
-#include "chain/format/LocalTime.h"
+#include "base/LocalTime.h"
 
 #include <charconv>
 #include <cstdlib>

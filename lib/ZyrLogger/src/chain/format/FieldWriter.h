@@ -1,7 +1,7 @@
 #pragma once
 
-#include "chain/format/LineBuffer.h"
-#include "chain/format/ShortCopy.h"
+#include "base/LineBuffer.h"
+#include "base/ShortCopy.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,9 +1,9 @@
 #include "chain/format/LinePattern.h"
 
+#include "base/VectorRegisters.h"
 #include "chain/format/CalendarText.h"
 #include "chain/format/FieldWriter.h"
 #include "chain/format/TimeField.h"
-#include "chain/format/VectorRegisters.h"
 
 #include <Poco/Exception.h>
 #include <Poco/NumberParser.h>

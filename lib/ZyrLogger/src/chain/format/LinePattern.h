@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/LineBuffer.h"
 #include "chain/format/CalendarText.h"
-#include "chain/format/LineBuffer.h"
 
 #include <Poco/Message.h>
 

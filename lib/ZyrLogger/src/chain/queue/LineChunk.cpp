@@ -1,7 +1,7 @@
 #include "chain/queue/LineChunk.h"
 
-#include "chain/format/ShortCopy.h"
-#include "chain/format/VectorRegisters.h"
+#include "base/ShortCopy.h"
+#include "base/VectorRegisters.h"
 
 #include <atomic>
 #include <cstring>

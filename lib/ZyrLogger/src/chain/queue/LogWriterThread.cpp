@@ -2,7 +2,7 @@
 
 #include "chain/queue/LogWriter.h"
 
-#include "chain/format/LineBuffer.h"
+#include "base/LineBuffer.h"
 #include "chain/format/LinePatterns.h"
 
 #include <Poco/Message.h>

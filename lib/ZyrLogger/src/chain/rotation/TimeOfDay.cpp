@@ -1,6 +1,6 @@
 #include "chain/rotation/TimeOfDay.h"
 
-#include "chain/format/LocalTime.h"
+#include "base/LocalTime.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "chain/format/LocalTime.h"
+#include "base/LocalTime.h"
 
 #include <algorithm>
 #include <atomic>

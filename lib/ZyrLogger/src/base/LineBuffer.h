@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chain/format/ShortCopy.h"
+#include "base/ShortCopy.h"
 
 #include <algorithm>
 #include <cstddef>
