@@ -4,9 +4,9 @@
 
 #include "CompletedText.h"
 #include "LoggerState.h"
-#include "StandardOutput.h"
 #include "base/VectorRegisters.h"
 #include "caller/CallerThread.h"
+#include "system/StandardOutput.h"
 
 #include <ZyrLogger/PocoMessage.h>
 

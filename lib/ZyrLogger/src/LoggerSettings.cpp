@@ -6,11 +6,11 @@
 #include "LoggerState.h"
 #include "OwnEntries.h"
 #include "SettingsGroup.h"
-#include "StandardOutput.h"
 #include "chain/LineFormatter.h"
 #include "chain/LineFormattingChannel.h"
 #include "chain/file/AppendFile.h"
 #include "chain/settings/ByteSize.h"
+#include "system/StandardOutput.h"
 
 #include <ZyrLogger/PocoMessage.h>
 #include <ZyrTools/Misc.h>

@@ -1,11 +1,11 @@
 #include "LoggerState.h"
 
-#include "StandardOutput.h"
 #include "base/LocalTime.h"
 #include "caller/CallerThread.h"
 #include "chain/LineFormatter.h"
-#include "chain/file/TrackedFile.h"
 #include "chain/queue/Patience.h"
+#include "system/StandardOutput.h"
+#include "system/TrackedFile.h"
 
 #include <ZyrLogger/PocoMessage.h>
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "chain/file/LogPlace.h"
-#include "chain/file/TrackedFile.h"
 #include "chain/queue/LineBatch.h"
+#include "system/TrackedFile.h"
 
 #include <cstdint>
 #include <memory>

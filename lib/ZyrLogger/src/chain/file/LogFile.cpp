@@ -1,7 +1,7 @@
 #include "chain/file/LogFile.h"
 
-#include "chain/file/LockHolder.h"
 #include "chain/file/LogProblem.h"
+#include "system/LockHolder.h"
 #include "system/TrustedPath.h"
 
 #include <algorithm>

@@ -2,9 +2,9 @@
 
 #include "chain/archive/Archives.h"
 #include "chain/file/AppendFile.h"
-#include "chain/file/CallWatch.h"
 #include "chain/rotation/RotationTimer.h"
 #include "chain/settings/FileSettings.h"
+#include "system/CallWatch.h"
 
 #include <memory>
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "chain/file/CallWatch.h"
-#include "chain/file/TrackedFile.h"
+#include "system/CallWatch.h"
+#include "system/TrackedFile.h"
 
 #include <cerrno>
 #include <cstdint>

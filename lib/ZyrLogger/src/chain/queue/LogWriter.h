@@ -1,11 +1,11 @@
 #pragma once
 
 #include "chain/file/AppendFile.h"
-#include "chain/file/CallWatch.h"
 #include "chain/file/LogFile.h"
 #include "chain/queue/LineQueue.h"
 #include "chain/queue/WritePace.h"
 #include "chain/settings/FileSettings.h"
+#include "system/CallWatch.h"
 
 #include <atomic>
 #include <condition_variable>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chain/file/CallWatch.h"
+#include "system/CallWatch.h"
 
 #include <utility>
 

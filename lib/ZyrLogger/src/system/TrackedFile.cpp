@@ -1,4 +1,4 @@
-#include "chain/file/TrackedFile.h"
+#include "system/TrackedFile.h"
 
 #include "system/Descriptor.h"
 

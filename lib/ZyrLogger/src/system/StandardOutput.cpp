@@ -1,4 +1,4 @@
-#include "StandardOutput.h"
+#include "system/StandardOutput.h"
 
 #include "system/HeldSignals.h"
 

@@ -1,5 +1,5 @@
 // Who keeps a log file locked, for whoever wonders why it does not rotate: anybody who can read it could.
-#include "chain/file/LockHolder.h"
+#include "system/LockHolder.h"
 
 #include <cerrno>
 #include <charconv>
