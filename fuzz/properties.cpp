@@ -5,8 +5,8 @@
 
 #include "chain/rotation/RotationTimer.h"
 #include "chain/rotation/TimeOfDay.h"
-#include "chain/settings/ByteSize.h"
-#include "chain/settings/FileProperties.h"
+#include "settings/ByteSize.h"
+#include "settings/FileProperties.h"
 
 #include <Poco/Exception.h>
 #include <Poco/FileChannel.h>

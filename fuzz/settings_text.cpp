@@ -5,10 +5,10 @@
 #include "Confinement.h"
 #include "Scratch.h"
 
-#include "ChainSettings.h"
 #include "FileBytes.h"
 #include "SettingsText.h"
 #include "WriteBack.h"
+#include "settings/ChainSettings.h"
 
 #include <ZyrTools/Misc.h>
 

@@ -2,7 +2,7 @@
 // directory and "=" and the content behind a short file.
 
 #include "chain/archive/Archives.h"
-#include "chain/settings/FileProperties.h"
+#include "settings/FileProperties.h"
 #include "system/TrustedPath.h"
 
 #include <QtCore/QTemporaryDir>

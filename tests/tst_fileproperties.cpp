@@ -1,6 +1,6 @@
 // The file channel's properties: which texts are legal, what they say, and what is left of them when one is refused.
 
-#include "chain/settings/FileProperties.h"
+#include "settings/FileProperties.h"
 
 #include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>

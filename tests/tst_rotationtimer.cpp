@@ -4,7 +4,7 @@
 
 #include "chain/rotation/IntervalStart.h"
 #include "chain/rotation/RotationTimer.h"
-#include "chain/settings/FileProperties.h"
+#include "settings/FileProperties.h"
 #include "system/TrustedPath.h"
 
 #include <QtTest/QtTest>

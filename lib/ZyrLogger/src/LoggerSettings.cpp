@@ -2,14 +2,14 @@
 
 #include <ZyrLogger/Logger.h>
 
-#include "ChainSettings.h"
 #include "LoggerState.h"
 #include "OwnEntries.h"
-#include "SettingsGroup.h"
 #include "chain/LineFormatter.h"
 #include "chain/LineFormattingChannel.h"
 #include "chain/file/AppendFile.h"
-#include "chain/settings/ByteSize.h"
+#include "settings/ByteSize.h"
+#include "settings/ChainSettings.h"
+#include "settings/SettingsGroup.h"
 #include "system/StandardOutput.h"
 
 #include <ZyrLogger/PocoMessage.h>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "chain/queue/LogWriter.h"
-#include "chain/settings/FileProperties.h"
+#include "settings/FileProperties.h"
 
 #include <Poco/FileChannel.h>
 

@@ -2,7 +2,7 @@
 
 #include "chain/archive/ArchiveCompressor.h"
 #include "chain/archive/ArchiveFolder.h"
-#include "chain/settings/FileSettings.h"
+#include "settings/FileSettings.h"
 
 #include <chrono>
 #include <cstddef>

@@ -3,7 +3,7 @@
 #include "chain/archive/Archives.h"
 #include "chain/file/AppendFile.h"
 #include "chain/rotation/RotationTimer.h"
-#include "chain/settings/FileSettings.h"
+#include "settings/FileSettings.h"
 #include "system/CallWatch.h"
 
 #include <memory>

@@ -4,7 +4,7 @@
 #include "chain/file/LogFile.h"
 #include "chain/queue/LineQueue.h"
 #include "chain/queue/WritePace.h"
-#include "chain/settings/FileSettings.h"
+#include "settings/FileSettings.h"
 #include "system/CallWatch.h"
 
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "ChainSettings.h"
+#include "settings/ChainSettings.h"
 
 #include <Poco/FileChannel.h>
 #include <Poco/PatternFormatter.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ChainSettings.h"
+#include "settings/ChainSettings.h"
 
 #include <QtCore/QSettings>
 #include <QtCore/QString>

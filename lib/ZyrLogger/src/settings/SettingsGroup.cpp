@@ -1,4 +1,4 @@
-#include "SettingsGroup.h"
+#include "settings/SettingsGroup.h"
 
 #include <ZyrTools/Misc.h>
 

@@ -1,7 +1,7 @@
-#include "chain/settings/FileProperties.h"
+#include "settings/FileProperties.h"
 
-#include "chain/settings/Quantity.h"
-#include "chain/settings/RotationText.h"
+#include "settings/Quantity.h"
+#include "settings/RotationText.h"
 
 #include <Poco/Exception.h>
 #include <Poco/FileChannel.h>

@@ -1,4 +1,4 @@
-#include "chain/settings/Quantity.h"
+#include "settings/Quantity.h"
 
 #include <charconv>
 

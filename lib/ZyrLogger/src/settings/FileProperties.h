@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chain/settings/FileSettings.h"
+#include "settings/FileSettings.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
-#include "chain/settings/RotationText.h"
+#include "settings/RotationText.h"
 
-#include "chain/settings/ByteSize.h"
-#include "chain/settings/Quantity.h"
+#include "settings/ByteSize.h"
+#include "settings/Quantity.h"
 
 #include <Poco/DateTimeFormat.h>
 #include <Poco/Exception.h>

@@ -1,6 +1,6 @@
-#include "chain/settings/ByteSize.h"
+#include "settings/ByteSize.h"
 
-#include "chain/settings/Quantity.h"
+#include "settings/Quantity.h"
 
 namespace Zyr {
 
