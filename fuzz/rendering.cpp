@@ -4,7 +4,7 @@
 #include "Check.h"
 #include "LiteralText.h"
 
-#include "rendering/TextRenderer.h"
+#include "text/TextRenderer.h"
 
 #include <ZyrLogger/LogMessage.h>
 

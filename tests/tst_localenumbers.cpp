@@ -1,6 +1,6 @@
 // Numbers in lines are those of the default locale: every locale and every number option against QLocale itself.
 
-#include "rendering/LocaleNumbers.h"
+#include "text/LocaleNumbers.h"
 
 #include <QtTest/QtTest>
 

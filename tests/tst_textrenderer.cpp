@@ -1,6 +1,6 @@
 // The text of a message in one pass, which is to be what the steps give, or left to them.
 
-#include "rendering/TextRenderer.h"
+#include "text/TextRenderer.h"
 
 #include <ZyrLogger/LogMessage.h>
 

@@ -2,8 +2,8 @@
 
 #include "Steps.h"
 
-#include "rendering/LocaleNumbers.h"
-#include "rendering/TextRenderer.h"
+#include "text/LocaleNumbers.h"
+#include "text/TextRenderer.h"
 
 #include <ZyrLogger/LogMessage.h>
 

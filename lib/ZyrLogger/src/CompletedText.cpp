@@ -1,9 +1,9 @@
 #include "CompletedText.h"
 
-#include "TextFilters.h"
 #include "base/LineBuffer.h"
 #include "caller/CallerThread.h"
-#include "rendering/TextRenderer.h"
+#include "text/TextFilters.h"
+#include "text/TextRenderer.h"
 
 #include <ZyrLogger/LogMessage.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "TextFilters.h"
+#include "text/TextFilters.h"
 
 #include <ZyrLogger/Logger.h>
 

@@ -3,7 +3,7 @@
 #include "caller/MessageMemory.h"
 #include "caller/Record.h"
 #include "caller/SourceName.h"
-#include "rendering/LocaleNumbers.h"
+#include "text/LocaleNumbers.h"
 
 #include <optional>
 

@@ -7,10 +7,10 @@
 //  - no value holds half a character, which could meet its other half,
 //  - the text stays within its bound.
 
-#include "rendering/TextRenderer.h"
+#include "text/TextRenderer.h"
 
 #include "base/VectorRegisters.h"
-#include "rendering/EscapedUtf8.h"
+#include "text/EscapedUtf8.h"
 
 #include <ZyrLogger/LogMessage.h>
 

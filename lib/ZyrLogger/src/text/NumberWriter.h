@@ -1,6 +1,6 @@
 #pragma once
 
-#include "rendering/NumberSymbols.h"
+#include "text/NumberSymbols.h"
 
 namespace Zyr {
 

@@ -1,4 +1,4 @@
-#include "rendering/NumberSymbols.h"
+#include "text/NumberSymbols.h"
 
 #include <algorithm>
 #include <limits>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/LineBuffer.h"
-#include "rendering/NumberWriter.h"
+#include "text/NumberWriter.h"
 
 #include <QtCore/QLocale>
 

@@ -1,4 +1,4 @@
-#include "rendering/EscapedUtf8.h"
+#include "text/EscapedUtf8.h"
 
 #include <algorithm>
 #include <bit>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/LineBuffer.h"
-#include "rendering/LocaleNumbers.h"
+#include "text/LocaleNumbers.h"
 
 #include <optional>
 

@@ -1,4 +1,4 @@
-#include "rendering/DecimalDigits.h"
+#include "text/DecimalDigits.h"
 
 #include <array>
 #include <bit>

@@ -1,4 +1,4 @@
-#include "TextFilters.h"
+#include "text/TextFilters.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 
 #include <ZyrLogger/LogMessage.h>
 
-#include "rendering/TextRenderer.h"
+#include "text/TextRenderer.h"
 
 #include <QtCore/QLocale>
 #include <QtCore/QMetaType>

@@ -1,6 +1,6 @@
-#include "rendering/NumberWriter.h"
+#include "text/NumberWriter.h"
 
-#include "rendering/DecimalDigits.h"
+#include "text/DecimalDigits.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,6 +1,6 @@
-#include "rendering/LocaleNumbers.h"
+#include "text/LocaleNumbers.h"
 
-#include "rendering/DecimalDigits.h"
+#include "text/DecimalDigits.h"
 
 #include <cmath>
 #include <limits>
