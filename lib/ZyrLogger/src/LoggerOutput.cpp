@@ -4,7 +4,7 @@
 
 #include "ListenerCall.h"
 #include "chain/LineFormatter.h"
-#include "chain/format/CalendarText.h"
+#include "line/CalendarText.h"
 
 #include <ZyrLogger/PocoMessage.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chain/format/LinePatterns.h"
+#include "line/LinePatterns.h"
 
 #include <Poco/PatternFormatter.h>
 

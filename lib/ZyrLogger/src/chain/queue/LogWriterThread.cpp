@@ -3,7 +3,7 @@
 #include "chain/queue/LogWriter.h"
 
 #include "base/LineBuffer.h"
-#include "chain/format/LinePatterns.h"
+#include "line/LinePatterns.h"
 
 #include <Poco/Message.h>
 

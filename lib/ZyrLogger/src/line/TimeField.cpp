@@ -1,4 +1,4 @@
-#include "chain/format/TimeField.h"
+#include "line/TimeField.h"
 
 namespace Zyr {
 

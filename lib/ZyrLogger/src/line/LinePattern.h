@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/LineBuffer.h"
-#include "chain/format/CalendarText.h"
+#include "line/CalendarText.h"
 
 #include <Poco/Message.h>
 

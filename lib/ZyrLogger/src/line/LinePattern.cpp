@@ -1,9 +1,9 @@
-#include "chain/format/LinePattern.h"
+#include "line/LinePattern.h"
 
 #include "base/VectorRegisters.h"
-#include "chain/format/CalendarText.h"
-#include "chain/format/FieldWriter.h"
-#include "chain/format/TimeField.h"
+#include "line/CalendarText.h"
+#include "line/FieldWriter.h"
+#include "line/TimeField.h"
 
 #include <Poco/Exception.h>
 #include <Poco/NumberParser.h>

@@ -1,4 +1,4 @@
-#include "chain/format/LinePatterns.h"
+#include "line/LinePatterns.h"
 
 #include <new>
 #include <utility>

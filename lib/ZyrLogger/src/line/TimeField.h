@@ -1,7 +1,7 @@
 #pragma once
 
-#include "chain/format/CalendarText.h"
-#include "chain/format/FieldWriter.h"
+#include "line/CalendarText.h"
+#include "line/FieldWriter.h"
 
 #include <string_view>
 

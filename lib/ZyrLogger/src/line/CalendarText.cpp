@@ -1,4 +1,4 @@
-#include "chain/format/CalendarText.h"
+#include "line/CalendarText.h"
 
 #include "base/LocalTime.h"
 

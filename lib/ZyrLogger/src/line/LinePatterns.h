@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chain/format/LinePattern.h"
+#include "line/LinePattern.h"
 
 #include <atomic>
 #include <mutex>
