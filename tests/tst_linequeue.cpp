@@ -1,6 +1,6 @@
 // Lines of several threads through the queue, as its owner uses it: nothing torn, lost, twice or out of order.
 
-#include "chain/queue/LineQueue.h"
+#include "queue/LineQueue.h"
 
 #include <QtTest/QtTest>
 

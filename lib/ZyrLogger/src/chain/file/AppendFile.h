@@ -1,7 +1,7 @@
 #pragma once
 
 #include "chain/file/LogPlace.h"
-#include "chain/queue/LineBatch.h"
+#include "queue/LineBatch.h"
 #include "system/TrackedFile.h"
 
 #include <cstdint>

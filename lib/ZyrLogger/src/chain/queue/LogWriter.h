@@ -2,8 +2,8 @@
 
 #include "chain/file/AppendFile.h"
 #include "chain/file/LogFile.h"
-#include "chain/queue/LineQueue.h"
 #include "chain/queue/WritePace.h"
+#include "queue/LineQueue.h"
 #include "settings/FileSettings.h"
 #include "system/CallWatch.h"
 

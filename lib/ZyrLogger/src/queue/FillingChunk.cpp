@@ -1,4 +1,4 @@
-#include "chain/queue/FillingChunk.h"
+#include "queue/FillingChunk.h"
 
 namespace Zyr {
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "chain/queue/FillingChunk.h"
-#include "chain/queue/LineBatch.h"
-#include "chain/queue/LineChunk.h"
+#include "queue/FillingChunk.h"
+#include "queue/LineBatch.h"
+#include "queue/LineChunk.h"
 
 #include <cstddef>
 #include <cstdint>

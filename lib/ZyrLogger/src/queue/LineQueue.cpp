@@ -1,4 +1,4 @@
-#include "chain/queue/LineQueue.h"
+#include "queue/LineQueue.h"
 
 #include <algorithm>
 #include <limits>

@@ -1,4 +1,4 @@
-#include "chain/queue/LineChunk.h"
+#include "queue/LineChunk.h"
 
 #include "base/ShortCopy.h"
 #include "base/VectorRegisters.h"

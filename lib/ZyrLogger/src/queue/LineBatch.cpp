@@ -1,4 +1,4 @@
-#include "chain/queue/LineBatch.h"
+#include "queue/LineBatch.h"
 
 #include <algorithm>
 

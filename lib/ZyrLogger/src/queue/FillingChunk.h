@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chain/queue/LineChunk.h"
+#include "queue/LineChunk.h"
 
 #include <atomic>
 #include <cstdint>
