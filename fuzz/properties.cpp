@@ -3,10 +3,10 @@
 
 #include "Check.h"
 
-#include "chain/rotation/RotationTimer.h"
-#include "chain/rotation/TimeOfDay.h"
 #include "settings/ByteSize.h"
 #include "settings/FileProperties.h"
+#include "store/rotation/RotationTimer.h"
+#include "store/rotation/TimeOfDay.h"
 
 #include <Poco/Exception.h>
 #include <Poco/FileChannel.h>

@@ -1,8 +1,8 @@
 // The archives of a rotating log file, which is named "l". A folder is told as its names in order, with "/" behind a
 // directory and "=" and the content behind a short file.
 
-#include "chain/archive/Archives.h"
 #include "settings/FileProperties.h"
+#include "store/archive/Archives.h"
 #include "system/TrustedPath.h"
 
 #include <QtCore/QTemporaryDir>

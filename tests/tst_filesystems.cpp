@@ -2,7 +2,7 @@
 
 #include "SettingsProbe.h"
 #include "chain/LogFileChannel.h"
-#include "chain/file/LogPlace.h"
+#include "store/LogPlace.h"
 #include "system/TrustedPath.h"
 
 #include <Poco/AutoPtr.h>

@@ -2,9 +2,9 @@
 
 #include "TestPlace.h"
 
-#include "chain/rotation/IntervalStart.h"
-#include "chain/rotation/RotationTimer.h"
 #include "settings/FileProperties.h"
+#include "store/rotation/IntervalStart.h"
+#include "store/rotation/RotationTimer.h"
 #include "system/TrustedPath.h"
 
 #include <QtTest/QtTest>

@@ -6,10 +6,10 @@
 #include "OwnEntries.h"
 #include "chain/LineFormatter.h"
 #include "chain/LineFormattingChannel.h"
-#include "chain/file/AppendFile.h"
 #include "settings/ByteSize.h"
 #include "settings/ChainSettings.h"
 #include "settings/SettingsGroup.h"
+#include "store/AppendFile.h"
 #include "system/StandardOutput.h"
 
 #include <ZyrLogger/PocoMessage.h>

@@ -2,7 +2,7 @@
 
 #include "chain/queue/LogWriter.h"
 
-#include "chain/file/LogProblem.h"
+#include "store/LogProblem.h"
 
 #include <cerrno>
 #include <cstring>

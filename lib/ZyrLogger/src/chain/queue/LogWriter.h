@@ -1,10 +1,10 @@
 #pragma once
 
-#include "chain/file/AppendFile.h"
-#include "chain/file/LogFile.h"
 #include "chain/queue/WritePace.h"
 #include "queue/LineQueue.h"
 #include "settings/FileSettings.h"
+#include "store/AppendFile.h"
+#include "store/LogFile.h"
 #include "system/CallWatch.h"
 
 #include <atomic>

@@ -2,8 +2,8 @@
 
 #include "chain/queue/LogWriter.h"
 
-#include "chain/file/LogProblem.h"
 #include "chain/queue/Patience.h"
+#include "store/LogProblem.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "chain/file/LogPlace.h"
+#include "store/LogPlace.h"
 
 #include "system/TrustedPath.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "chain/file/LogPlace.h"
+#include "store/LogPlace.h"
 
 #include <chrono>
 #include <optional>

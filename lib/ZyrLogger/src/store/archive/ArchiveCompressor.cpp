@@ -1,4 +1,4 @@
-#include "chain/archive/ArchiveCompressor.h"
+#include "store/archive/ArchiveCompressor.h"
 
 #include <Poco/DeflatingStream.h>
 

@@ -1,4 +1,4 @@
-#include "chain/file/AppendFile.h"
+#include "store/AppendFile.h"
 
 #include "system/Shortage.h"
 #include "system/TrustedPath.h"

@@ -1,6 +1,6 @@
 // The part of Archives that has them compressed.
 
-#include "chain/archive/Archives.h"
+#include "store/archive/Archives.h"
 
 #include <algorithm>
 #include <new>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "chain/file/LogPlace.h"
 #include "queue/LineBatch.h"
+#include "store/LogPlace.h"
 #include "system/TrackedFile.h"
 
 #include <cstdint>

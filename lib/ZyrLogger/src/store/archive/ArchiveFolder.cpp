@@ -1,4 +1,4 @@
-#include "chain/archive/ArchiveFolder.h"
+#include "store/archive/ArchiveFolder.h"
 
 #include <cerrno>
 #include <memory>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "chain/archive/ArchiveCompressor.h"
-#include "chain/archive/ArchiveFolder.h"
 #include "settings/FileSettings.h"
+#include "store/archive/ArchiveCompressor.h"
+#include "store/archive/ArchiveFolder.h"
 
 #include <chrono>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "chain/rotation/IntervalStart.h"
+#include "store/rotation/IntervalStart.h"
 
 #include <fcntl.h>
 #include <unistd.h>

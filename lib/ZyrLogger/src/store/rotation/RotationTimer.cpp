@@ -1,6 +1,6 @@
-#include "chain/rotation/RotationTimer.h"
+#include "store/rotation/RotationTimer.h"
 
-#include "chain/rotation/TimeOfDay.h"
+#include "store/rotation/TimeOfDay.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "chain/rotation/TimeOfDay.h"
+#include "store/rotation/TimeOfDay.h"
 
 #include "base/LocalTime.h"
 

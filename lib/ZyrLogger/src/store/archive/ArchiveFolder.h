@@ -1,7 +1,7 @@
 #pragma once
 
-#include "chain/archive/ArchiveNames.h"
-#include "chain/file/LogPlace.h"
+#include "store/LogPlace.h"
+#include "store/archive/ArchiveNames.h"
 
 #include <system_error>
 #include <vector>

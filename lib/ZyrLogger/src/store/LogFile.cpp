@@ -1,6 +1,6 @@
-#include "chain/file/LogFile.h"
+#include "store/LogFile.h"
 
-#include "chain/file/LogProblem.h"
+#include "store/LogProblem.h"
 #include "system/LockHolder.h"
 #include "system/TrustedPath.h"
 

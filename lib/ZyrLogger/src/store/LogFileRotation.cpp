@@ -1,9 +1,9 @@
 // How the log file gives way to a new one.
 
-#include "chain/file/LogFile.h"
+#include "store/LogFile.h"
 
-#include "chain/file/LogProblem.h"
-#include "chain/rotation/IntervalStart.h"
+#include "store/LogProblem.h"
+#include "store/rotation/IntervalStart.h"
 #include "system/TrustedPath.h"
 
 #include <cerrno>

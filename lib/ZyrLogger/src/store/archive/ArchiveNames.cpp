@@ -1,4 +1,4 @@
-#include "chain/archive/ArchiveNames.h"
+#include "store/archive/ArchiveNames.h"
 
 #include "base/LocalTime.h"
 

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "chain/archive/Archives.h"
-#include "chain/file/AppendFile.h"
-#include "chain/rotation/RotationTimer.h"
 #include "settings/FileSettings.h"
+#include "store/AppendFile.h"
+#include "store/archive/Archives.h"
+#include "store/rotation/RotationTimer.h"
 #include "system/CallWatch.h"
 
 #include <memory>

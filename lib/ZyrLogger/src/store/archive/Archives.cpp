@@ -1,4 +1,4 @@
-#include "chain/archive/Archives.h"
+#include "store/archive/Archives.h"
 
 #include <algorithm>
 #include <cerrno>
