@@ -1,6 +1,6 @@
 // The worker thread: how it goes to sleep while lines come past its lock, and a file that takes more than 32 bits.
 
-#include "chain/queue/LogWriter.h"
+#include "writer/LogWriter.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QTemporaryDir>

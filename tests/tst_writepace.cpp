@@ -1,6 +1,6 @@
 // When the worker thread wakes by itself, and when those who log have to wake it.
 
-#include "chain/queue/WritePace.h"
+#include "writer/WritePace.h"
 
 #include <QtTest/QtTest>
 

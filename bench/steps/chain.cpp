@@ -2,9 +2,9 @@
 
 #include "Steps.h"
 
-#include "chain/queue/LogWriter.h"
 #include "line/LinePatterns.h"
 #include "queue/LineQueue.h"
+#include "writer/LogWriter.h"
 
 #include <Poco/Message.h>
 #include <Poco/PatternFormatter.h>

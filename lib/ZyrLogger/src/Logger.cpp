@@ -4,7 +4,7 @@
 
 #include "LoggerState.h"
 #include "OwnEntries.h"
-#include "chain/queue/Patience.h"
+#include "writer/Patience.h"
 
 #include <ZyrLogger/PocoMessage.h>
 #include <ZyrTools/Misc.h>

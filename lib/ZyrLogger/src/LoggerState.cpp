@@ -3,9 +3,9 @@
 #include "base/LocalTime.h"
 #include "caller/CallerThread.h"
 #include "chain/LineFormatter.h"
-#include "chain/queue/Patience.h"
 #include "system/StandardOutput.h"
 #include "system/TrackedFile.h"
+#include "writer/Patience.h"
 
 #include <ZyrLogger/PocoMessage.h>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "chain/queue/LogWriter.h"
 #include "settings/FileProperties.h"
+#include "writer/LogWriter.h"
 
 #include <Poco/FileChannel.h>
 

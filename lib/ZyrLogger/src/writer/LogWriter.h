@@ -1,11 +1,11 @@
 #pragma once
 
-#include "chain/queue/WritePace.h"
 #include "queue/LineQueue.h"
 #include "settings/FileSettings.h"
 #include "store/AppendFile.h"
 #include "store/LogFile.h"
 #include "system/CallWatch.h"
+#include "writer/WritePace.h"
 
 #include <atomic>
 #include <condition_variable>

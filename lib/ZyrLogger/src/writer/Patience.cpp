@@ -1,4 +1,4 @@
-#include "chain/queue/Patience.h"
+#include "writer/Patience.h"
 
 #include <atomic>
 

@@ -1,9 +1,9 @@
 // How the writer ends: with everything in the file, or giving up what the store does not take.
 
-#include "chain/queue/LogWriter.h"
+#include "writer/LogWriter.h"
 
-#include "chain/queue/Patience.h"
 #include "store/LogProblem.h"
+#include "writer/Patience.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,6 +1,6 @@
 // The writer as the threads that log and configure see it.
 
-#include "chain/queue/LogWriter.h"
+#include "writer/LogWriter.h"
 
 #include "store/LogProblem.h"
 

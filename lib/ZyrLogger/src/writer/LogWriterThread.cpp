@@ -1,6 +1,6 @@
 // The writer's worker thread.
 
-#include "chain/queue/LogWriter.h"
+#include "writer/LogWriter.h"
 
 #include "base/LineBuffer.h"
 #include "line/LinePatterns.h"
