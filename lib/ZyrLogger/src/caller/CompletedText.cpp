@@ -1,4 +1,4 @@
-#include "CompletedText.h"
+#include "caller/CompletedText.h"
 
 #include "base/LineBuffer.h"
 #include "caller/CallerThread.h"
