@@ -1,4 +1,4 @@
-#include "ListenerCall.h"
+#include "logger/ListenerCall.h"
 
 #include <ZyrLogger/PocoMessage.h>
 

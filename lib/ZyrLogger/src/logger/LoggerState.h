@@ -2,9 +2,9 @@
 
 #include <ZyrLogger/Logger.h>
 
-#include "LoggerRules.h"
 #include "chain/ChainAccess.h"
 #include "chain/LogFileChannel.h"
+#include "logger/LoggerRules.h"
 
 #include <Poco/AutoPtr.h>
 

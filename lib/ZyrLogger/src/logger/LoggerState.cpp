@@ -1,4 +1,4 @@
-#include "LoggerState.h"
+#include "logger/LoggerState.h"
 
 #include "base/LocalTime.h"
 #include "caller/CallerThread.h"

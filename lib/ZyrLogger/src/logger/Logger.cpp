@@ -2,8 +2,8 @@
 
 #include <ZyrLogger/Logger.h>
 
-#include "LoggerState.h"
-#include "OwnEntries.h"
+#include "logger/LoggerState.h"
+#include "logger/OwnEntries.h"
 #include "writer/Patience.h"
 
 #include <ZyrLogger/PocoMessage.h>

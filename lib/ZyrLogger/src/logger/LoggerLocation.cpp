@@ -2,7 +2,7 @@
 
 #include <ZyrLogger/Logger.h>
 
-#include "LoggerState.h"
+#include "logger/LoggerState.h"
 
 #include <ZyrLogger/PocoMessage.h>
 #include <ZyrTools/Misc.h>

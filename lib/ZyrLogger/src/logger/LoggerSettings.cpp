@@ -2,10 +2,10 @@
 
 #include <ZyrLogger/Logger.h>
 
-#include "LoggerState.h"
-#include "OwnEntries.h"
 #include "chain/LineFormatter.h"
 #include "chain/LineFormattingChannel.h"
+#include "logger/LoggerState.h"
+#include "logger/OwnEntries.h"
 #include "settings/ByteSize.h"
 #include "settings/ChainSettings.h"
 #include "settings/SettingsGroup.h"

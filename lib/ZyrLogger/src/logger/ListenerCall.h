@@ -1,6 +1,6 @@
 #pragma once
 
-#include "LoggerState.h"
+#include "logger/LoggerState.h"
 
 namespace Zyr {
 

@@ -2,10 +2,10 @@
 
 #include <ZyrLogger/Logger.h>
 
-#include "LoggerState.h"
 #include "base/VectorRegisters.h"
 #include "caller/CallerThread.h"
 #include "caller/CompletedText.h"
+#include "logger/LoggerState.h"
 #include "system/StandardOutput.h"
 
 #include <ZyrLogger/PocoMessage.h>

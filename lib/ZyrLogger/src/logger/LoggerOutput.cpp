@@ -2,9 +2,9 @@
 
 #include <ZyrLogger/Logger.h>
 
-#include "ListenerCall.h"
 #include "chain/LineFormatter.h"
 #include "line/CalendarText.h"
+#include "logger/ListenerCall.h"
 
 #include <ZyrLogger/PocoMessage.h>
 
