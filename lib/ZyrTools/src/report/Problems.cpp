@@ -1,7 +1,7 @@
 // What goes wrong in the library itself, told on standard error.
 #include "ZyrTools/Misc.h"
 
-#include "StandardError.h"
+#include "report/StandardError.h"
 
 #include <QtCore/QStringEncoder>
 

@@ -1,4 +1,4 @@
-#include "StandardError.h"
+#include "report/StandardError.h"
 
 #include "system/Descriptor.h"
 #include "system/HeldSignals.h"
