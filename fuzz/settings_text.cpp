@@ -5,9 +5,9 @@
 #include "Confinement.h"
 #include "Scratch.h"
 
-#include "FileBytes.h"
 #include "SettingsText.h"
 #include "WriteBack.h"
+#include "file/FileBytes.h"
 #include "settings/ChainSettings.h"
 
 #include <ZyrTools/Misc.h>

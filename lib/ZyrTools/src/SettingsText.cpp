@@ -2,9 +2,9 @@
 // files by size and time stamp and would write over saves of others.
 #include "SettingsText.h"
 
-#include "FileBytes.h"
 #include "IniText.h"
 #include "QtSettings.h"
+#include "file/FileBytes.h"
 #include "system/Descriptor.h"
 #include "system/HeldSignals.h"
 

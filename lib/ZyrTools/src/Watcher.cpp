@@ -1,7 +1,7 @@
 // Who starts and stops watching, and who waits for whom.
 #include "Watcher.h"
 
-#include "FileBytes.h"
+#include "file/FileBytes.h"
 
 #include <pthread.h>
 #include <sys/eventfd.h>

@@ -1,8 +1,8 @@
 // The watcher's thread: what wakes it, and what it does then.
 #include "Watcher.h"
 
-#include "FileBytes.h"
 #include "ZyrTools/Misc.h"
+#include "file/FileBytes.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QScopeGuard>

@@ -1,8 +1,8 @@
 #include "WriteBack.h"
 
-#include "FileSave.h"
 #include "IniText.h"
 #include "ZyrTools/Misc.h"
+#include "file/FileSave.h"
 #include "system/HeldSignals.h"
 #include "system/TrustedPath.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "FileBytes.h"
 #include "SettingsText.h"
+#include "file/FileBytes.h"
 
 #include <optional>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "FileBytes.h"
+#include "file/FileBytes.h"
 
 #include <optional>
 

@@ -1,4 +1,4 @@
-#include "FileBytes.h"
+#include "file/FileBytes.h"
 
 #include "system/Descriptor.h"
 #include "system/Retry.h"

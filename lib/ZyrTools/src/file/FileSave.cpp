@@ -1,4 +1,4 @@
-#include "FileSave.h"
+#include "file/FileSave.h"
 
 #include "system/Descriptor.h"
 #include "system/Retry.h"
