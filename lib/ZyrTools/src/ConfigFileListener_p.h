@@ -1,9 +1,9 @@
 #pragma once
 
 #include "SettingsText.h"
-#include "Watcher.h"
 #include "ZyrTools/ConfigFileListener.h"
 #include "file/FileBytes.h"
+#include "watch/Watcher.h"
 
 #include <functional>
 

@@ -1,6 +1,6 @@
 #include "QtSettings.h"
 
-#include "Watcher.h"
+#include "watch/Watcher.h"
 
 #include <QtCore/QSettings>
 

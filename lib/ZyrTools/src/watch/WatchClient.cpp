@@ -1,4 +1,4 @@
-#include "WatchClient.h"
+#include "watch/WatchClient.h"
 
 #include <algorithm>
 

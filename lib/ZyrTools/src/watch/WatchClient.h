@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Backoff.h"
+#include "watch/Backoff.h"
 
 #include <QtCore/QByteArray>
 

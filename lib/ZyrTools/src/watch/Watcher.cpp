@@ -1,5 +1,5 @@
 // Who starts and stops watching, and who waits for whom.
-#include "Watcher.h"
+#include "watch/Watcher.h"
 
 #include "file/FileBytes.h"
 

@@ -1,4 +1,4 @@
-#include "PathWatch.h"
+#include "watch/PathWatch.h"
 
 #include "system/Shortage.h"
 #include "system/TrustedPath.h"

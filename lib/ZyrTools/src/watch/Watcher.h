@@ -1,7 +1,7 @@
 #pragma once
 
-#include "PathWatch.h"
-#include "WatchClient.h"
+#include "watch/PathWatch.h"
+#include "watch/WatchClient.h"
 
 #include <QtCore/QString>
 

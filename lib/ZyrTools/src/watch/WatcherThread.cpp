@@ -1,5 +1,5 @@
 // The watcher's thread: what wakes it, and what it does then.
-#include "Watcher.h"
+#include "watch/Watcher.h"
 
 #include "ZyrTools/Misc.h"
 #include "file/FileBytes.h"
