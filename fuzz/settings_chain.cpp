@@ -5,8 +5,8 @@
 #include "Confinement.h"
 #include "Scratch.h"
 
-#include "SettingsText.h"
 #include "file/FileBytes.h"
+#include "settings/SettingsText.h"
 
 #include <ZyrLogger/Logger.h>
 #include <ZyrTools/Misc.h>

@@ -5,10 +5,10 @@
 #include "Confinement.h"
 #include "Scratch.h"
 
-#include "SettingsText.h"
-#include "WriteBack.h"
 #include "file/FileBytes.h"
 #include "settings/ChainSettings.h"
+#include "settings/SettingsText.h"
+#include "settings/WriteBack.h"
 
 #include <ZyrTools/Misc.h>
 

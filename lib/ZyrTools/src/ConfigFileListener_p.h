@@ -1,8 +1,8 @@
 #pragma once
 
-#include "SettingsText.h"
 #include "ZyrTools/ConfigFileListener.h"
 #include "file/FileBytes.h"
+#include "settings/SettingsText.h"
 #include "watch/Watcher.h"
 
 #include <functional>

@@ -1,9 +1,9 @@
 // How a listener's settings are loaded and what counts as a change.
 #include "ConfigFileListener_p.h"
 
-#include "QtSettings.h"
-#include "WriteBack.h"
 #include "ZyrTools/Misc.h"
+#include "settings/QtSettings.h"
+#include "settings/WriteBack.h"
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>

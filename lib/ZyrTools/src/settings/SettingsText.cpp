@@ -1,10 +1,10 @@
 // QSettings as a reader and writer of bytes: the file that it opens is never the one that is watched, since it caches
 // files by size and time stamp and would write over saves of others.
-#include "SettingsText.h"
+#include "settings/SettingsText.h"
 
-#include "IniText.h"
-#include "QtSettings.h"
 #include "file/FileBytes.h"
+#include "settings/IniText.h"
+#include "settings/QtSettings.h"
 #include "system/Descriptor.h"
 #include "system/HeldSignals.h"
 

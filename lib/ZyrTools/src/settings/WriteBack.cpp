@@ -1,8 +1,8 @@
-#include "WriteBack.h"
+#include "settings/WriteBack.h"
 
-#include "IniText.h"
 #include "ZyrTools/Misc.h"
 #include "file/FileSave.h"
+#include "settings/IniText.h"
 #include "system/HeldSignals.h"
 #include "system/TrustedPath.h"
 

@@ -1,4 +1,4 @@
-#include "QtSettings.h"
+#include "settings/QtSettings.h"
 
 #include "watch/Watcher.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "SettingsText.h"
 #include "file/FileBytes.h"
+#include "settings/SettingsText.h"
 
 #include <optional>
 
