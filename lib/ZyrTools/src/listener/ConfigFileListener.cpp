@@ -1,5 +1,5 @@
 // Where the settings file lies, and the public side of the listener.
-#include "ConfigFileListener_p.h"
+#include "listener/ConfigFileListener_p.h"
 
 #include "ZyrTools/Misc.h"
 

@@ -1,5 +1,5 @@
 // How a listener's settings are loaded and what counts as a change.
-#include "ConfigFileListener_p.h"
+#include "listener/ConfigFileListener_p.h"
 
 #include "ZyrTools/Misc.h"
 #include "settings/QtSettings.h"
