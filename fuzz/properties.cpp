@@ -8,12 +8,12 @@
 #include "store/rotation/RotationTimer.h"
 #include "store/rotation/TimeOfDay.h"
 
-#include <Poco/Exception.h>
-#include <Poco/FileChannel.h>
-
 #include <QtCore/QHash>
 #include <QtCore/QRegularExpression>
 #include <QtCore/QStringList>
+
+#include <Poco/Exception.h>
+#include <Poco/FileChannel.h>
 
 #include <fuzzer/FuzzedDataProvider.h>
 

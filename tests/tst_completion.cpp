@@ -6,11 +6,11 @@
 
 #include <ZyrLogger/ClassLogger.h>
 
+#include <QtTest/QtTest>
+
 #include <Poco/Logger.h>
 #include <Poco/Message.h>
 #include <Poco/Thread.h>
-
-#include <QtTest/QtTest>
 
 #include <thread>
 

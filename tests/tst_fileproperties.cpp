@@ -2,10 +2,11 @@
 
 #include "settings/FileProperties.h"
 
+#include <QtTest/QtTest>
+
 #include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>
 #include <Poco/FileChannel.h>
-#include <QtTest/QtTest>
 
 using namespace std::chrono_literals;
 using Rule = Zyr::RotationRule;

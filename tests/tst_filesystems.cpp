@@ -1,13 +1,15 @@
 // File systems, and kernels, that lack calls: see support/badstore.cpp, which makes them fail.
 
 #include "SettingsProbe.h"
+
 #include "chain/LogFileChannel.h"
 #include "store/LogPlace.h"
 #include "system/TrustedPath.h"
 
+#include <QtTest/QtTest>
+
 #include <Poco/AutoPtr.h>
 #include <Poco/Message.h>
-#include <QtTest/QtTest>
 
 #include <cerrno>
 

@@ -1,13 +1,15 @@
 // The queue as a POCO channel: its limit of lines.
 
 #include "TestPlace.h"
+
 #include "chain/LineFormatter.h"
 #include "chain/LineQueueChannel.h"
+
+#include <QtTest/QtTest>
 
 #include <Poco/AutoPtr.h>
 #include <Poco/Exception.h>
 #include <Poco/Message.h>
-#include <QtTest/QtTest>
 
 using namespace Qt::StringLiterals;
 

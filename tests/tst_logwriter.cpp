@@ -1,12 +1,12 @@
 // The worker thread: how it goes to sleep while lines come past its lock, and a file that takes more than 32 bits.
 
+#include "TestPlace.h"
+
 #include "writer/LogWriter.h"
 
 #include <QtCore/QFileInfo>
 #include <QtCore/QTemporaryDir>
 #include <QtTest/QtTest>
-
-#include "TestPlace.h"
 
 #include <chrono>
 #include <memory>

@@ -3,12 +3,12 @@
 #include "SettingsProbe.h"
 #include "TestPlace.h"
 
+#include "system/HeldSignals.h"
+
 #include <ZyrLogger/ClassLogger.h>
 
 #include <QtCore/QScopeGuard>
 #include <QtTest/QtTest>
-
-#include "system/HeldSignals.h"
 
 #include <iostream>
 #include <thread>

@@ -16,9 +16,10 @@
 
 #pragma once
 
-#include "../Timing.h"
 #include "BelowLevel.h"
 #include "RecordCheck.h"
+
+#include "../Timing.h"
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QLocale>

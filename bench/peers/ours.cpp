@@ -5,10 +5,10 @@
 #include <ZyrLogger/ClassLogger.h>
 #include <ZyrLogger/Logger.h>
 
-#include <Poco/Timestamp.h>
-
 #include <QtCore/QFileInfo>
 #include <QtCore/QVariant>
+
+#include <Poco/Timestamp.h>
 
 #include <cstdlib>
 #include <fstream>

@@ -9,11 +9,11 @@
 #include <Poco/Message.h>
 #include <Poco/PatternFormatter.h>
 
+#include <benchmark/benchmark.h>
+
 #include <memory>
 #include <string>
 #include <string_view>
-
-#include <benchmark/benchmark.h>
 
 namespace {
 

@@ -6,9 +6,9 @@
 
 #include <Poco/Timestamp.h>
 
-#include <string>
-
 #include <benchmark/benchmark.h>
+
+#include <string>
 
 namespace {
 

@@ -10,14 +10,14 @@
 
 #include <QtCore/QLocale>
 
+#include <benchmark/benchmark.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string_view>
-
-#include <benchmark/benchmark.h>
 
 namespace {
 

@@ -9,10 +9,10 @@
 
 #include <QtCore/QLocale>
 
+#include <benchmark/benchmark.h>
+
 #include <array>
 #include <memory>
-
-#include <benchmark/benchmark.h>
 
 namespace {
 

@@ -1,9 +1,10 @@
 // A class with a log file and a settings file of its own, pump_Valve.log and pump_Valve_Log.ini, so that its level can
 // be raised alone.
 
-#include <QtCore/QCoreApplication>
 #include <ZyrLogger/ClassLogger.h>
 #include <ZyrLogger/Macros.h>
+
+#include <QtCore/QCoreApplication>
 
 using namespace Qt::StringLiterals;
 

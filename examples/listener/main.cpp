@@ -1,8 +1,9 @@
 // A listener gets every record that is written: here it counts the serious ones, as for a lamp at the front panel.
 
-#include <QtCore/QCoreApplication>
 #include <ZyrLogger/Logger.h>
 #include <ZyrLogger/Macros.h>
+
+#include <QtCore/QCoreApplication>
 
 #include <atomic>
 #include <cstdio>

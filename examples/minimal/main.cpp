@@ -1,6 +1,7 @@
-#include <QtCore/QCoreApplication>
 #include <ZyrLogger/ClassLogger.h>
 #include <ZyrLogger/Logger.h>
+
+#include <QtCore/QCoreApplication>
 
 using namespace Qt::StringLiterals;
 

@@ -1,9 +1,10 @@
 // Writes what check.sh looks for: each level, a text that JSON needs escapes for and one that breaks it, and enough
 // more that archives come of it.
 
+#include <ZyrLogger/Logger.h>
+
 #include <QtCore/QCoreApplication>
 #include <QtCore/QThread>
-#include <ZyrLogger/Logger.h>
 
 using namespace Qt::StringLiterals;
 

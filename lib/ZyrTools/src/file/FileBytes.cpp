@@ -5,11 +5,11 @@
 #include "system/Shortage.h"
 #include "system/TrustedPath.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <cerrno>
 #include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 

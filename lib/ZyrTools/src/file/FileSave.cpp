@@ -4,16 +4,16 @@
 #include "system/Retry.h"
 #include "system/TrustedPath.h"
 
-#include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/stat.h>
-#include <sys/xattr.h>
-
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <utility>
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
 
 using namespace Qt::StringLiterals;
 

@@ -1,7 +1,7 @@
 // Where the settings file lies, and the public side of the listener.
 #include "listener/ConfigFileListener_p.h"
 
-#include "ZyrTools/Misc.h"
+#include <ZyrTools/Misc.h>
 
 #include <QtCore/QDir>
 #include <QtCore/QFileInfo>

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "ZyrTools/ConfigFileListener.h"
+#include <ZyrTools/ConfigFileListener.h>
+
 #include "file/FileBytes.h"
 #include "settings/SettingsText.h"
 #include "watch/Watcher.h"

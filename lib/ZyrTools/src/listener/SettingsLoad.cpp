@@ -1,9 +1,10 @@
 // How a listener's settings are loaded and what counts as a change.
 #include "listener/ConfigFileListener_p.h"
 
-#include "ZyrTools/Misc.h"
 #include "settings/QtSettings.h"
 #include "settings/WriteBack.h"
+
+#include <ZyrTools/Misc.h>
 
 #include <QtCore/QFile>
 #include <QtCore/QFileInfo>

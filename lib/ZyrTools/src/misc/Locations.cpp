@@ -1,5 +1,5 @@
 // Where the family's programs keep their files.
-#include "ZyrTools/Misc.h"
+#include <ZyrTools/Misc.h>
 
 #include <QtCore/QCoreApplication>
 #include <QtCore/QFileInfo>

@@ -1,4 +1,4 @@
-#include "ZyrTools/Misc.h"
+#include <ZyrTools/Misc.h>
 
 #include "system/TrustedPath.h"
 

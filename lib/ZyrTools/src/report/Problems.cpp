@@ -1,13 +1,11 @@
 // What goes wrong in the library itself, told on standard error.
-#include "ZyrTools/Misc.h"
+#include <ZyrTools/Misc.h>
 
 #include "report/StandardError.h"
 
 #include <QtCore/QStringEncoder>
 
 #include <Poco/Exception.h>
-
-#include <pthread.h>
 
 #include <atomic>
 #include <climits>
@@ -17,6 +15,8 @@
 #include <iterator>
 #include <limits>
 #include <string_view>
+
+#include <pthread.h>
 
 using namespace Qt::StringLiterals;
 

@@ -4,16 +4,16 @@
 #include "system/HeldSignals.h"
 #include "system/Retry.h"
 
+#include <QtCore/QScopeGuard>
+
+#include <atomic>
+#include <cerrno>
+
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
-
-#include <QtCore/QScopeGuard>
-
-#include <atomic>
-#include <cerrno>
 
 namespace Zyr {
 

@@ -4,9 +4,9 @@
 
 #include <QtCore/QSettings>
 
-#include <pthread.h>
-
 #include <atomic>
+
+#include <pthread.h>
 
 namespace Zyr::QtSettings {
 

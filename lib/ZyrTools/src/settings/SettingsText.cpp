@@ -12,11 +12,11 @@
 #include <QtCore/QSettings>
 #include <QtCore/QTemporaryDir>
 
-#include <sys/mman.h>
-#include <sys/stat.h>
-
 #include <atomic>
 #include <cerrno>
+
+#include <sys/mman.h>
+#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 

@@ -1,10 +1,11 @@
 #include "settings/WriteBack.h"
 
-#include "ZyrTools/Misc.h"
 #include "file/FileSave.h"
 #include "settings/IniText.h"
 #include "system/HeldSignals.h"
 #include "system/TrustedPath.h"
+
+#include <ZyrTools/Misc.h>
 
 #include <QtCore/QFile>
 

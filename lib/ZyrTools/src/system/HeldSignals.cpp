@@ -1,12 +1,12 @@
 // Writes that end no program.
 #include "system/HeldSignals.h"
 
+#include <cerrno>
+#include <ctime>
+
 #include <pthread.h>
 #include <sys/syscall.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <ctime>
 
 namespace Zyr {
 

@@ -5,14 +5,14 @@
 
 #include <QtCore/QByteArrayList>
 
-#include <fcntl.h>
-#include <sys/inotify.h>
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
+
+#include <fcntl.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
 
 namespace Zyr {
 

@@ -3,12 +3,12 @@
 
 #include "file/FileBytes.h"
 
-#include <pthread.h>
-#include <sys/eventfd.h>
-
 #include <cerrno>
 #include <csignal>
 #include <utility>
+
+#include <pthread.h>
+#include <sys/eventfd.h>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;

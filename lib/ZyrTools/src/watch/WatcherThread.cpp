@@ -1,19 +1,20 @@
 // The watcher's thread: what wakes it, and what it does then.
 #include "watch/Watcher.h"
 
-#include "ZyrTools/Misc.h"
 #include "file/FileBytes.h"
+
+#include <ZyrTools/Misc.h>
 
 #include <QtCore/QFile>
 #include <QtCore/QScopeGuard>
 
-#include <poll.h>
-#include <pthread.h>
-#include <sys/eventfd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <new>
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
