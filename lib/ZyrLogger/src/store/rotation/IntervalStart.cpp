@@ -1,12 +1,12 @@
 #include "store/rotation/IntervalStart.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <charconv>
 #include <cstdint>
 #include <string>
 #include <string_view>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace Zyr {
 
