@@ -22,7 +22,7 @@ using namespace Qt::StringLiterals;
 // not see how that is locked.
 [[maybe_unused]] const bool withoutGlib = qputenv("QT_NO_GLIB", "1");
 
-class TestConfigFileListener : public QObject
+class tst_ConfigFileListener : public QObject
 {
     Q_OBJECT
 
@@ -302,5 +302,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(TestConfigFileListener)
+QTEST_APPLESS_MAIN(tst_ConfigFileListener)
 #include "tst_configfilelistener.moc"

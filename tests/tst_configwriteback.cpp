@@ -10,7 +10,7 @@
 
 using namespace Qt::StringLiterals;
 
-class TestConfigWriteBack : public QObject
+class tst_ConfigWriteBack : public QObject
 {
     Q_OBJECT
 
@@ -159,5 +159,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(TestConfigWriteBack)
+QTEST_APPLESS_MAIN(tst_ConfigWriteBack)
 #include "tst_configwriteback.moc"

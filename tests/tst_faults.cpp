@@ -287,7 +287,7 @@ const Row rows[] = {
 
 } // namespace
 
-class TestFaults : public QObject
+class tst_Faults : public QObject
 {
     Q_OBJECT
     const TestPlace place;
@@ -390,7 +390,7 @@ int main(int argumentCount, char* words[])
         return 0;
     }
     const QCoreApplication application(argumentCount, words);
-    TestFaults test;
+    tst_Faults test;
     return QTest::qExec(&test, argumentCount, words);
 }
 

@@ -59,7 +59,7 @@ static QByteArray lacks(const QByteArray& calls, int error, int times = 0)
     return calls + " 0 " + QByteArray::number(error) + ' ' + QByteArray::number(times);
 }
 
-class TestFileSystems : public QObject
+class tst_FileSystems : public QObject
 {
     Q_OBJECT
     const bool isInMemory = qputenv("TMPDIR", "/dev/shm"); // a disk would take its time
@@ -282,5 +282,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestFileSystems)
+QTEST_GUILESS_MAIN(tst_FileSystems)
 #include "tst_filesystems.moc"

@@ -20,7 +20,7 @@ constexpr uid_t other = 12345;
 
 } // namespace
 
-class TestForeignLinks : public QObject
+class tst_ForeignLinks : public QObject
 {
     Q_OBJECT
 
@@ -143,5 +143,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestForeignLinks)
+QTEST_GUILESS_MAIN(tst_ForeignLinks)
 #include "tst_foreignlinks.moc"

@@ -178,7 +178,7 @@ public Q_SLOTS:
 
 } // namespace
 
-class TestForks : public QObject
+class tst_Forks : public QObject
 {
     Q_OBJECT
     std::unique_ptr<const TestPlace> place;
@@ -266,7 +266,7 @@ private Q_SLOTS:
 
 int main(int count, char* words[])
 {
-    return runTest(count, words, Scenarios(), TestForks());
+    return runTest(count, words, Scenarios(), tst_Forks());
 }
 
 #include "tst_forks.moc"

@@ -13,7 +13,7 @@
 
 using namespace Qt::StringLiterals;
 
-class TestLineQueueChannel : public QObject
+class tst_LineQueueChannel : public QObject
 {
     Q_OBJECT
 
@@ -71,5 +71,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_APPLESS_MAIN(TestLineQueueChannel)
+QTEST_APPLESS_MAIN(tst_LineQueueChannel)
 #include "tst_linequeuechannel.moc"

@@ -43,7 +43,7 @@ static QByteArray difference(const Zyr::LocaleNumbers& numbers, const QLocale& l
     return result;
 }
 
-class TestLocaleNumbers : public QObject
+class tst_LocaleNumbers : public QObject
 {
     Q_OBJECT
 
@@ -122,7 +122,7 @@ int main(int count, char* words[])
     qunsetenv("LC_ALL"); // Qt reads these once, when it needs them first
     qputenv("LANG", "en_US.UTF-8");
     qputenv("LC_NUMERIC", "de_DE.UTF-8");
-    TestLocaleNumbers test;
+    tst_LocaleNumbers test;
     const QCoreApplication application(count, words);
     return QTest::qExec(&test, count, words);
 }

@@ -37,7 +37,7 @@ private:
 
 } // namespace
 
-class TestOrdinaryUser : public QObject
+class tst_OrdinaryUser : public QObject
 {
     Q_OBJECT
     const TestPlace place;
@@ -146,7 +146,7 @@ int main(int count, char* words[])
             "exec setpriv --reuid=65534 --regid=65534 --clear-groups $ZYR_TEST_EMULATOR \"$0\"";
         return execlp("sh", "sh", "-c", startOver, words[0], nullptr);
     }
-    TestOrdinaryUser test;
+    tst_OrdinaryUser test;
     const QCoreApplication application(count, words);
     return QTest::qExec(&test, count, words);
 }

@@ -271,7 +271,7 @@ public Q_SLOTS:
 
 } // namespace
 
-class TestProblems : public QObject
+class tst_Problems : public QObject
 {
     Q_OBJECT
 
@@ -382,7 +382,7 @@ private Q_SLOTS:
 
 int main(int count, char* words[])
 {
-    return runTest(count, words, Scenarios(), TestProblems());
+    return runTest(count, words, Scenarios(), tst_Problems());
 }
 
 #include "tst_problems.moc"

@@ -248,7 +248,7 @@ public Q_SLOTS:
 
 } // namespace
 
-class TestProcess : public QObject
+class tst_Process : public QObject
 {
     Q_OBJECT
 
@@ -303,7 +303,7 @@ private Q_SLOTS:
 
 int main(int count, char* words[])
 {
-    return runTest(count, words, Scenarios(), TestProcess());
+    return runTest(count, words, Scenarios(), tst_Process());
 }
 
 #include "tst_process.moc"

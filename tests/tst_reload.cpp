@@ -11,7 +11,7 @@
 
 using namespace Qt::StringLiterals;
 
-class TestReload : public QObject
+class tst_Reload : public QObject
 {
     Q_OBJECT
     const TestPlace place;
@@ -83,5 +83,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestReload)
+QTEST_GUILESS_MAIN(tst_Reload)
 #include "tst_reload.moc"

@@ -218,7 +218,7 @@ bool matches(const QString& text, const QString& expression)
 
 } // namespace
 
-class TestRotation : public QObject
+class tst_Rotation : public QObject
 {
     Q_OBJECT
     const TestPlace place;
@@ -324,7 +324,7 @@ int main(int count, char* arguments[])
     if (Scenarios scenarios; count > 3 && QMetaObject::invokeMethod(&scenarios, arguments[1]))
         return 0;
     const QCoreApplication application(count, arguments);
-    TestRotation test;
+    tst_Rotation test;
     return QTest::qExec(&test, count, arguments);
 }
 

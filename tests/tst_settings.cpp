@@ -13,7 +13,7 @@
 
 using namespace Qt::StringLiterals;
 
-class TestSettings : public QObject
+class tst_Settings : public QObject
 {
     Q_OBJECT
     const TestPlace place;
@@ -205,5 +205,5 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestSettings)
+QTEST_GUILESS_MAIN(tst_Settings)
 #include "tst_settings.moc"

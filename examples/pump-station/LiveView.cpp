@@ -1,3 +1,5 @@
+// One coloured line on standard output for each record.
+
 #include "LiveView.h"
 
 #include <cstdio>

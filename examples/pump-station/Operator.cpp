@@ -1,3 +1,5 @@
+// Edits the settings file in place and waits for the logger's own record of the new settings.
+
 #include "Operator.h"
 
 #include <QtCore/QCoreApplication>

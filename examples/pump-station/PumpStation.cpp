@@ -1,3 +1,5 @@
+// What happens in the station, tick by tick, and how it is logged.
+
 #include "PumpStation.h"
 
 #include <chrono>

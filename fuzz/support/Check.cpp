@@ -1,3 +1,5 @@
+// Findings: printed, then abort().
+
 #include "Check.h"
 
 #include <cstdio>

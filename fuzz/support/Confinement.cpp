@@ -1,3 +1,5 @@
+// Defines the calls that change files anew, and ends the program when one is made outside the directory.
+
 // Both names of each function are to be defined here, not one in the other's place.
 #undef _FILE_OFFSET_BITS
 #undef _TIME_BITS

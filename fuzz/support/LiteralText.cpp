@@ -1,3 +1,5 @@
+// The model of a message's text, step by step as it is defined.
+
 #include "LiteralText.h"
 
 #include <QtCore/QLocale>

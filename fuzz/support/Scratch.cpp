@@ -1,3 +1,5 @@
+// The temporary directory of a fuzz target.
+
 #include "Scratch.h"
 
 #include "Check.h"

@@ -1,3 +1,5 @@
+// The temporary directory that the loggers and settings of a test use, and its files.
+
 #include "TestPlace.h"
 
 #include <ZyrTools/ConfigFileListener.h>

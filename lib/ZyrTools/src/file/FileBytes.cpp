@@ -1,3 +1,5 @@
+// Reads a settings file without blocking, without following other users' links, and no more of it than a sane size.
+
 #include "file/FileBytes.h"
 
 #include "system/Descriptor.h"

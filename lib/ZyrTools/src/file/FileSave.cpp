@@ -1,3 +1,5 @@
+// Saves a file by exchanging it for a temporary one, so that nobody else's save is lost.
+
 #include "file/FileSave.h"
 
 #include "system/Descriptor.h"

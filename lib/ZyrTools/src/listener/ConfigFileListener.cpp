@@ -1,4 +1,5 @@
 // Where the settings file lies, and the public side of the listener.
+
 #include "listener/ConfigFileListener_p.h"
 
 #include <ZyrTools/Misc.h>

@@ -1,4 +1,5 @@
 // How a listener's settings are loaded and what counts as a change.
+
 #include "listener/ConfigFileListener_p.h"
 
 #include "settings/QtSettings.h"

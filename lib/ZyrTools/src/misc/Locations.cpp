@@ -1,4 +1,5 @@
 // Where the family's programs keep their files.
+
 #include <ZyrTools/Misc.h>
 
 #include <QtCore/QCoreApplication>

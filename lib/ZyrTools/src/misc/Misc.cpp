@@ -1,3 +1,5 @@
+// Reading settings values, and creating directories.
+
 #include <ZyrTools/Misc.h>
 
 #include "system/TrustedPath.h"

@@ -1,4 +1,5 @@
 // What goes wrong in the library itself, told on standard error.
+
 #include <ZyrTools/Misc.h>
 
 #include "report/StandardError.h"

@@ -1,3 +1,5 @@
+// Writes to standard error without waiting, whatever it is: file, pipe, socket or terminal.
+
 #include "report/StandardError.h"
 
 #include "system/Descriptor.h"

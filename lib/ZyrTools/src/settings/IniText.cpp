@@ -1,3 +1,5 @@
+// INI files line by line, as QSettings reads them, so that comments and order survive a change.
+
 #include "settings/IniText.h"
 
 #include <QtCore/QByteArrayView>

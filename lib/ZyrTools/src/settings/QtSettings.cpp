@@ -1,3 +1,5 @@
+// Keeps Qt's static objects alive during loads on the watcher's thread, and its lock free during a fork.
+
 #include "settings/QtSettings.h"
 
 #include "watch/Watcher.h"

@@ -1,5 +1,6 @@
 // QSettings as a reader and writer of bytes: the file that it opens is never the one that is watched, since it caches
 // files by size and time stamp and would write over saves of others.
+
 #include "settings/SettingsText.h"
 
 #include "file/FileBytes.h"

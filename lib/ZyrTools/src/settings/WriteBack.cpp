@@ -1,3 +1,5 @@
+// Finds what a listener changed in its settings, and brings the file up to that.
+
 #include "settings/WriteBack.h"
 
 #include "file/FileSave.h"

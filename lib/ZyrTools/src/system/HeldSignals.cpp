@@ -1,4 +1,5 @@
 // Writes that end no program.
+
 #include "system/HeldSignals.h"
 
 #include <cerrno>

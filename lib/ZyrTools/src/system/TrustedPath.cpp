@@ -1,4 +1,5 @@
 // Paths that lead through directories which others may write.
+
 #include "system/TrustedPath.h"
 
 #include "system/Retry.h"

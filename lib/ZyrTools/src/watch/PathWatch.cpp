@@ -1,3 +1,5 @@
+// Walks a path with inotify: every directory and link on the way is watched, and the file at its end.
+
 #include "watch/PathWatch.h"
 
 #include "system/Shortage.h"

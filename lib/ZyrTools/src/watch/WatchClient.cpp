@@ -1,3 +1,5 @@
+// When a watched file has settled, and when its client is to look or its path to be watched again.
+
 #include "watch/WatchClient.h"
 
 #include <algorithm>

@@ -1,4 +1,5 @@
 // Who starts and stops watching, and who waits for whom.
+
 #include "watch/Watcher.h"
 
 #include "file/FileBytes.h"

@@ -1,4 +1,5 @@
 // The watcher's thread: what wakes it, and what it does then.
+
 #include "watch/Watcher.h"
 
 #include "file/FileBytes.h"
