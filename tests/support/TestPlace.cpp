@@ -1,4 +1,4 @@
-// The temporary directory that the loggers and settings of a test use, and its files.
+// Directories, loads and child processes for tests.
 
 #include "TestPlace.h"
 
