@@ -21,8 +21,6 @@ namespace Zyr {
 
 namespace {
 
-constexpr int maxLinks = 40; // as the kernel's own limit
-
 class PathCategory : public std::error_category
 {
 public:

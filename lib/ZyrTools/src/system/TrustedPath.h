@@ -18,6 +18,9 @@ enum class PathError {
 
 std::error_code make_error_code(PathError error) noexcept;
 
+/// How many symbolic links are followed on the way of one path: as many as the kernel follows.
+constexpr int maxLinks = 40;
+
 /// Whether links of that user are followed: of root and of the user this process acts as.
 bool isTrustedOwner(uid_t owner) noexcept;
 

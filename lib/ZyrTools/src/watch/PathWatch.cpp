@@ -29,7 +29,6 @@ constexpr quint32 entryMask = selfMask | IN_CREATE | IN_MOVED_TO | IN_ATTRIB;
 /// For the directory above that one: a removed directory tells nothing itself as long as somebody works in it.
 constexpr quint32 removalMask = selfMask | IN_DELETE;
 
-constexpr int longestLinkChain = 40;
 constexpr int mostWalks = 100; ///< a burst of saves ends sooner
 
 /// A name for exactly the inode that is open, symbolic links included.
@@ -133,7 +132,7 @@ int PathWatch::Walk::followLink(Descriptor link)
     char target[PATH_MAX];
     const ssize_t length = ::readlinkat(link.get(), "", target, sizeof target);
     const bool isFollowed = ::fstat(link.get(), &own) == 0 && isTrustedOwner(own.st_uid); // by who reads the file
-    if (length <= 0 || !isFollowed || ++links > longestLinkChain) {
+    if (length <= 0 || !isFollowed || ++links > maxLinks) {
         ahead.clear();
         return 0;
     }

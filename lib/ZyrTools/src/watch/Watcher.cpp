@@ -3,9 +3,9 @@
 #include "watch/Watcher.h"
 
 #include "file/FileBytes.h"
+#include "system/BlockedSignals.h"
 
 #include <cerrno>
-#include <csignal>
 #include <utility>
 
 #include <pthread.h>
@@ -19,22 +19,6 @@ namespace Zyr {
 namespace {
 
 constexpr auto longestWait = 1s; ///< for the end of the thread
-
-/// Signals are the application's; none of its handlers shall run on the thread created here.
-class AllSignalsBlocked
-{
-public:
-    AllSignalsBlocked()
-    {
-        sigset_t all;
-        ::sigfillset(&all);
-        ::pthread_sigmask(SIG_BLOCK, &all, &before);
-    }
-    ~AllSignalsBlocked() { ::pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-
-private:
-    sigset_t before;
-};
 
 } // namespace
 
@@ -206,7 +190,7 @@ QString Watcher::ensureRunning()
     if (!newWakeUp)
         return u"no eventfd: "_s + errorText(errno);
     try {
-        const AllSignalsBlocked blocked;
+        const BlockedSignals blocked;
         thread = std::thread(&Watcher::run, this); // which waits for the mutex
     } catch (const std::system_error& error) {
         return u"no thread: "_s + errorText(error.code().value());
