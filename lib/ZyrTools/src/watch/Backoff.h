@@ -5,7 +5,7 @@
 
 namespace Zyr {
 
-/// When to try again what has failed: after a second, then less often, up to every 30 seconds.
+/// When to retry: after one second, then after twice the time each, up to 30 seconds.
 class Backoff
 {
 public:

@@ -26,13 +26,13 @@ constexpr quint32 fileMask = selfMask | contentMask | IN_ATTRIB;
 constexpr quint32 linkMask = selfMask | IN_ATTRIB;
 /// For a directory whose entry is missing or cannot be watched itself.
 constexpr quint32 entryMask = selfMask | IN_CREATE | IN_MOVED_TO | IN_ATTRIB;
-/// For the directory above that one: a removed directory tells nothing itself as long as somebody works in it.
+/// For the directory above that one: a removed directory itself gives no event while a process works in it.
 constexpr quint32 removalMask = selfMask | IN_DELETE;
 
-constexpr int mostWalks = 100; ///< a burst of saves ends sooner
+constexpr int maxWalks = 100; ///< of a path that changes meanwhile; a burst of saves ends sooner
 
-/// A name for exactly the inode that is open, symbolic links included.
-QByteArray placeOf(const Descriptor& node)
+/// A path to exactly the open inode, even where that is a symbolic link.
+QByteArray pathOf(const Descriptor& node)
 {
     return "/proc/self/fd/" + QByteArray::number(node.get());
 }
@@ -47,107 +47,108 @@ bool leadsTo(const Descriptor& directory, const QByteArray& name, const struct s
 
 } // namespace
 
-/// One walk along a path. Every step is an open descriptor until it is watched, so that what is watched is what was
-/// stepped on, and is looked up once more then: what moved away before it was watched told nothing of it.
-class PathWatch::Walk
+/// One walk along a path. Each node is opened with O_PATH and watched through its descriptor, so that the watch is on
+/// exactly that inode, and its name is looked up again afterwards: a move before the watch has given no event.
+class PathWatch::PathWalker
 {
 public:
-    Walk(int instance, const Masks& wantedByOthers, Way& result)
+    PathWalker(int instance, const Masks& wantedByOthers, WatchSet& result)
         : inotify(instance)
         , others(wantedByOthers)
-        , way(result)
+        , watches(result)
     {
     }
 
-    /// Returns 0 or an errno value, EAGAIN when something on the way has changed meanwhile.
-    int go(const QByteArray& path);
+    /// Returns 0 or an errno value; EAGAIN: a part of the path has changed meanwhile.
+    int walk(const QByteArray& path);
 
 private:
     void push(const QByteArray& path);
     int openRoot();
-    int watchInode(const QByteArray& place, quint32 mask, const QByteArray& entry = {});
+    int watchInode(const QByteArray& nodePath, quint32 mask, const QByteArray& entry = {});
     int watchEntry(const QByteArray& name);
     int followLink(Descriptor link);
 
     const int inotify;
     const Masks& others;
-    Way& way;
-    Descriptor here;               ///< the directory reached so far
-    std::vector<QByteArray> trail; ///< the names of the directories down to `here`
-    std::vector<QByteArray> ahead; ///< names still to go, the next one last
+    WatchSet& watches;
+    Descriptor here;                 ///< the directory reached so far
+    std::vector<QByteArray> trail;   ///< the names of the directories down to `here`
+    std::vector<QByteArray> pending; ///< names not walked yet, the next one last
     int links = 0;
 };
 
-void PathWatch::Walk::push(const QByteArray& path)
+void PathWatch::PathWalker::push(const QByteArray& path)
 {
     const auto names = path.split('/');
     for (auto name = names.crbegin(); name != names.crend(); ++name) {
         if (!name->isEmpty() && *name != ".")
-            ahead.push_back(*name);
+            pending.push_back(*name);
     }
 }
 
-int PathWatch::Walk::openRoot()
+int PathWatch::PathWalker::openRoot()
 {
-    here = Descriptor(); // one less to hold at a time
+    here = Descriptor(); // closed first: one descriptor less
     here = Descriptor(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
     trail.clear();
     return here ? 0 : errno;
 }
 
-int PathWatch::Walk::watchInode(const QByteArray& place, quint32 mask, const QByteArray& entry)
+int PathWatch::PathWalker::watchInode(const QByteArray& nodePath, quint32 mask, const QByteArray& entry)
 {
-    const int wd = ::inotify_add_watch(inotify, place.constData(), mask | IN_MASK_ADD);
+    const int wd = ::inotify_add_watch(inotify, nodePath.constData(), mask | IN_MASK_ADD);
     if (wd < 0)
         return errno;
-    Interest& interest = way[wd];
+    Interest& interest = watches[wd];
     interest.mask |= mask;
     if (!entry.isEmpty())
         interest.names.push_back(entry);
-    // What nobody is interested in any more must not wake the thread.
+    // IN_MASK_ADD keeps bits of earlier walks: without those, only what somebody wants wakes the thread.
     const auto other = others.find(wd);
-    ::inotify_add_watch(inotify, place.constData(), interest.mask | (other == others.end() ? 0 : other->second));
+    ::inotify_add_watch(inotify, nodePath.constData(), interest.mask | (other == others.end() ? 0 : other->second));
     return 0;
 }
 
-int PathWatch::Walk::watchEntry(const QByteArray& name)
+int PathWatch::PathWalker::watchEntry(const QByteArray& name)
 {
     struct stat own = {};
     if (::fstat(here.get(), &own) != 0)
         return errno;
-    if (const int error = watchInode(placeOf(here), entryMask, name))
+    if (const int error = watchInode(pathOf(here), entryMask, name))
         return error;
     if (trail.empty())
         return 0;
-    const int error = watchInode(placeOf(here) + "/..", removalMask, trail.back());
+    const int error = watchInode(pathOf(here) + "/..", removalMask, trail.back());
     if (error == EACCES)
-        return 0; // worth having, but not all directories may be watched
+        return 0; // optional: the parent directory may be unreadable
     return error != 0 || leadsTo(here, "../" + trail.back(), own) ? error : EAGAIN;
 }
 
-/// Goes on at what a symbolic link leads to, or ends the walk where it leads nowhere until one of the links changes.
-int PathWatch::Walk::followLink(Descriptor link)
+/// Goes on at the link's target. Ends the walk if the link is not to be followed: then only a change of one of the
+/// links watched so far can help.
+int PathWatch::PathWalker::followLink(Descriptor link)
 {
     struct stat own = {};
     char target[PATH_MAX];
     const ssize_t length = ::readlinkat(link.get(), "", target, sizeof target);
-    const bool isFollowed = ::fstat(link.get(), &own) == 0 && isTrustedOwner(own.st_uid); // by who reads the file
+    const bool isFollowed = ::fstat(link.get(), &own) == 0 && isTrustedOwner(own.st_uid); // as by TrustedPath
     if (length <= 0 || !isFollowed || ++links > maxLinks) {
-        ahead.clear();
+        pending.clear();
         return 0;
     }
     push(QByteArray(target, length));
     return target[0] == '/' ? openRoot() : 0;
 }
 
-int PathWatch::Walk::go(const QByteArray& path)
+int PathWatch::PathWalker::walk(const QByteArray& path)
 {
     if (const int error = openRoot())
         return error;
     push(path);
-    while (!ahead.empty()) {
-        const QByteArray name = ahead.back();
-        ahead.pop_back();
+    while (!pending.empty()) {
+        const QByteArray name = pending.back();
+        pending.pop_back();
         Descriptor node(::openat(here.get(), name.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
         struct stat status = {};
         if (!node || ::fstat(node.get(), &status) != 0) {
@@ -163,7 +164,7 @@ int PathWatch::Walk::go(const QByteArray& path)
         const bool isDirectory = S_ISDIR(status.st_mode);
         const bool isLink = S_ISLNK(status.st_mode);
         const bool isFile = !isDirectory && !isLink;
-        int error = watchInode(placeOf(node), isFile ? fileMask : isLink ? linkMask : selfMask);
+        int error = watchInode(pathOf(node), isFile ? fileMask : isLink ? linkMask : selfMask);
         if (error == EACCES)
             error = isFile ? watchEntry(name) : 0;
         if (error != 0)
@@ -205,23 +206,23 @@ PathWatch::Masks PathWatch::beginWalk(Owner owner)
     return others;
 }
 
-int PathWatch::follow(const QByteArray& path, const Masks& others, Way& way) const
+int PathWatch::follow(const QByteArray& path, const Masks& others, WatchSet& watches) const
 {
     int error = EAGAIN;
-    for (int walks = 0; error == EAGAIN && walks < mostWalks; ++walks) {
-        for (auto& [wd, interest] : way)
-            interest = {}; // the inode stays known, so that endWalk() gives up its watch
-        error = Walk(inotify.get(), others, way).go(path);
+    for (int walks = 0; error == EAGAIN && walks < maxWalks; ++walks) {
+        for (auto& [wd, interest] : watches)
+            interest = {}; // the entry stays, so that endWalk() removes the watch
+        error = PathWalker(inotify.get(), others, watches).walk(path);
     }
     return error;
 }
 
-void PathWatch::endWalk(Owner owner, const Way& way)
+void PathWatch::endWalk(Owner owner, const WatchSet& watches)
 {
     walking = false;
     for (auto& [wd, interests] : inodes)
         interests.erase(owner);
-    for (const auto& [wd, interest] : way) {
+    for (const auto& [wd, interest] : watches) {
         Interests& interests = inodes[wd];
         if (interest.mask != 0)
             interests[owner] = interest;
@@ -266,7 +267,7 @@ void PathWatch::handleEvent(int wd, quint32 mask, const char* name, const std::f
     quint32 wanted = always;
     for (const auto& [owner, interest] : found->second)
         wanted |= interest.mask;
-    // An event that nobody wants any more is handed to all: watching again corrects the mask.
+    // The mask is out of date if nobody wants this event. All are told that the path changed: walking it corrects that.
     const bool unwanted = (mask & wanted) == 0;
     for (const auto& [owner, interest] : found->second) {
         const auto& names = interest.names;

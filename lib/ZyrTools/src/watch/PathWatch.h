@@ -12,8 +12,8 @@ namespace Zyr {
 
 /// Watches files by their paths through one inotify instance, for any number of owners.
 ///
-/// Watched are the file itself and, for their own moving and removal only, the directories and symbolic links on the
-/// way to it, so that other files in those directories wake nobody. Where something on the way is missing, its
+/// Watched are the file itself and, only for their being moved or removed, the directories and symbolic links on its
+/// path, so that other files in those directories wake nobody. Where a part of the path is missing, its parent
 /// directory is watched for it. Not thread-safe, except for follow().
 class PathWatch
 {
@@ -23,7 +23,7 @@ public:
     struct Event
     {
         Owner owner;
-        bool pathChanged; ///< the path may lead somewhere else now: call watch() again
+        bool pathChanged; ///< the path may lead somewhere else now: walk it again
         bool moved;       ///< not only its attributes have changed
         bool written;     ///< somebody writes to the file
         bool closed;      ///< somebody who could write to the file has closed it
@@ -37,40 +37,40 @@ public:
     struct Interest
     {
         quint32 mask = 0;
-        std::vector<QByteArray> names; ///< entries of a directory that count; others do not
+        std::vector<QByteArray> names; ///< of a directory: the entries whose events count
     };
-    /// What is watched for one path, by watch descriptor, of which the kernel gives one per inode.
-    using Way = std::map<int, Interest>;
+    /// What is watched for one path, by watch descriptor: the kernel gives one per inode.
+    using WatchSet = std::map<int, Interest>;
     using Masks = std::map<int, quint32>;
 
-    /// A path is watched in three steps, since the middle one takes as long as the file system does: beginWalk(),
-    /// follow() and endWalk(). There is only one such walk at a time, and nobody reads events during a walk of another
-    /// thread: they may be for what is being walked.
-    /// @return what others than `owner` want of the inodes, for follow()
+    /// A path is watched in three steps, as the middle one may block in the file system: beginWalk(), follow() and
+    /// endWalk(). One walk at a time; during one no other thread reads events, which may belong to watches that the
+    /// walk has just added.
+    /// @return the masks that others than `owner` want, for follow()
     Masks beginWalk(Owner owner);
 
-    /// Watches `path` as it leads now, holding two descriptors at a time. The others may forget() meanwhile.
-    /// @return 0, or the errno value of what cannot be watched: EAGAIN where the path has changed all the time
-    int follow(const QByteArray& path, const Masks& others, Way& way) const;
+    /// Adds watches along `path` as it leads now, with two descriptors open at a time. Others may forget() meanwhile.
+    /// @return 0, or the errno value of what cannot be watched: EAGAIN if the path kept changing
+    int follow(const QByteArray& path, const Masks& others, WatchSet& watches) const;
 
-    /// Has events on `way` handed to `owner`, in place of what was watched for it before.
-    void endWalk(Owner owner, const Way& way);
+    /// Hands events on `watches` to `owner` from now on, in place of those on its former ones.
+    void endWalk(Owner owner, const WatchSet& watches);
 
     void forget(Owner owner);
 
-    /// Reads some of what has happened, without waiting; fd() stays readable for the rest.
+    /// Reads one buffer of events without blocking; fd() stays readable while there are more.
     void readEvents(const std::function<void(const Event&)>& handle);
 
 private:
     using Interests = std::map<Owner, Interest>;
-    class Walk;
+    class PathWalker;
 
     void handleEvent(int wd, quint32 mask, const char* name, const std::function<void(const Event&)>& handle);
     void removeUnwanted();
 
     Descriptor inotify;
     std::map<int, Interests> inodes; ///< by watch descriptor
-    bool walking = false;            ///< no watch is removed, as the walk may rely on it
+    bool walking = false;            ///< no watch may be removed: the walk may have got its descriptor
 };
 
 } // namespace Zyr

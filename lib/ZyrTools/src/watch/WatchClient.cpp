@@ -12,7 +12,7 @@ namespace {
 
 /// A file has settled when nothing has happened to it for a while and nobody is known to be writing it.
 constexpr auto settleTime = 100ms;
-constexpr auto longestSettling = 2s;
+constexpr auto maxSettlingTime = 2s;
 
 } // namespace
 
@@ -22,7 +22,7 @@ std::optional<WatchClient::Time> WatchClient::settledAt() const
 {
     if (!dirty)
         return std::nullopt;
-    const Time latest = firstTouch + longestSettling;
+    const Time latest = firstTouch + maxSettlingTime;
     return writerOpen ? latest : std::min(latest, lastTouch + settleTime);
 }
 
@@ -53,7 +53,7 @@ void WatchClient::watchSucceeded()
 {
     nextWatch.reset();
     if (!watchAgain.isFirst())
-        touch(); // for what nobody has noticed
+        touch(); // changes while nothing was watched gave no event
     watchAgain.reset();
 }
 

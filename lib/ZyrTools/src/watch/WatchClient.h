@@ -11,7 +11,7 @@
 
 namespace Zyr {
 
-/// Something that wants to look at a file when it changes.
+/// Is called when a file changes.
 class WatchClient : public std::enable_shared_from_this<WatchClient>
 {
 public:
@@ -25,8 +25,9 @@ public:
     WatchClient(const WatchClient&) = delete;
     WatchClient& operator=(const WatchClient&) = delete;
 
-    /// Called on the watcher's thread, between begin() and end() of its own: the file has changed and settled
-    /// (`touched`) or the time has come that the last call asked for. Returns when to call again in any case.
+    /// Called on the watcher's thread, never while another thread is between Watcher::begin() and end(): the file has
+    /// changed and settled (`touched`), or the time has come that the last call returned. Returns when to call again
+    /// even without a change.
     virtual std::optional<Time> look(bool touched) = 0;
 
     const QByteArray path;
@@ -35,22 +36,22 @@ private:
     friend class Watcher;
 
     void touch();
-    bool watchFailed(); ///< returns whether that is news
+    bool watchFailed(); ///< true on the first failure in a row, which is to be reported
     void watchSucceeded();
     std::optional<Time> settledAt() const; ///< when to look at a dirty file
     std::optional<Time> dueAt() const;
 
     // All of this is guarded by the watcher's mutex.
     bool started = false;
-    bool busy = false; ///< somebody is between begin() and end()
+    bool busy = false; ///< a thread is between begin() and end(), or in look()
     std::thread::id busyThread;
     bool dirty = false; ///< touched since the last look
     bool writerOpen = false;
     Time firstTouch;
     Time lastTouch;
     std::optional<Time> nextLook;
-    std::optional<Time> nextWatch; ///< when to watch the path anew: it leads elsewhere, or could not be watched
-    Backoff watchAgain;            ///< after failures to do so; none while all is well
+    std::optional<Time> nextWatch; ///< when to walk the path anew: it leads elsewhere, or could not be watched
+    Backoff watchAgain;            ///< after failures to do so
 };
 
 } // namespace Zyr

@@ -1,4 +1,4 @@
-// Who starts and stops watching, and who waits for whom.
+// Starting and stopping clients and the thread, and who waits for whom.
 
 #include "watch/Watcher.h"
 
@@ -18,7 +18,7 @@ namespace Zyr {
 
 namespace {
 
-constexpr auto longestWait = 1s; ///< for the end of the thread
+constexpr auto maxWait = 1s; ///< for the end of the thread
 
 } // namespace
 
@@ -79,7 +79,7 @@ bool Watcher::watch(const Client& client, QString& problem)
     ++startingWalks;
     const int error = walk(lock, client);
     --startingWalks;
-    wake(); // it reads events again, and may have a walk to repeat
+    wake(); // it left the events alone during the walk
     if (!client->started)
         return false;
     if (error != 0 && error != EAGAIN) {
@@ -88,7 +88,7 @@ bool Watcher::watch(const Client& client, QString& problem)
         return false;
     }
     client->watchSucceeded();
-    if (error == EAGAIN) { // other files are being moved there all the time; the thread goes on trying
+    if (error == EAGAIN) { // a part of the path is being moved all the time; the thread tries again
         client->touch();
         client->nextWatch = client->lastTouch;
     }
@@ -145,11 +145,11 @@ bool Watcher::isBusyHere(const Client& client)
     return client->busy && client->busyThread == std::this_thread::get_id();
 }
 
-/// Whether waiting for the client would never end: this thread keeps it busy, or whoever does is waiting itself, for
-/// one that a third keeps busy, and so on back to this thread.
+/// Whether waiting for the client would deadlock: this thread keeps it busy, or the thread that does waits for a client
+/// that another one keeps busy, and so on back to this thread.
 bool Watcher::waitsForThisThread(const WatchClient* client) const
 {
-    for (std::size_t links = 0; links <= waiting.size(); ++links) {
+    for (std::size_t threads = 0; threads <= waiting.size(); ++threads) {
         if (!client->busy)
             return false;
         if (client->busyThread == std::this_thread::get_id())
@@ -171,12 +171,12 @@ void Watcher::waitUntilIdle(Lock& lock, const Client& client)
     }
 }
 
-/// Returns why there is no thread. A new one begins with those who have waited for it.
+/// Returns why there is no thread; empty if there is one. A new thread begins by watching all clients.
 QString Watcher::ensureRunning()
 {
     if (thread.joinable() && !ended) {
         quit = false;
-        changed.notify_all(); // nobody needs to wait for its end any more
+        changed.notify_all(); // ends endThread()'s wait: the thread goes on
         return {};
     }
     if (thread.joinable())
@@ -211,11 +211,11 @@ void Watcher::endThread(Lock& lock)
 {
     quit = true;
     wake();
-    // The thread itself cannot wait for its end, and a callback that it is in need not end soon: the next one joins it.
+    // The thread cannot join itself, and a callback may take long: ensureRunning() or the next endThread() joins it.
     if (thread.get_id() == std::this_thread::get_id() || serving)
         return;
-    // Nor need a walk through a file system that does not answer.
-    changed.wait_for(lock, longestWait, [this] { return ended || !quit; });
+    // Limited, as a walk may hang in a file system that does not answer.
+    changed.wait_for(lock, maxWait, [this] { return ended || !quit; });
     if (ended && thread.joinable())
         thread.join();
 }

@@ -17,7 +17,7 @@
 
 namespace Zyr {
 
-/// The one thread of the process that watches files, and the order between it and those who start and stop watching.
+/// The process's one thread that watches files, and its synchronisation with the threads that start and stop watching.
 ///
 /// The thread runs while there is something to watch. A child made by fork() has no such thread and watches nothing.
 class Watcher
@@ -28,18 +28,17 @@ public:
 
     static Watcher& instance();
 
-    /// In a forked child everything that the thread has to do with is left as it is.
+    /// True in a forked child. It has no such thread, so what belongs to that is left alone.
     bool isForked() const noexcept { return ::getpid() != owner; }
 
     enum class Begin { First, Again, Started, Resumed };
-    /// Starts a client. First: the caller has it to itself until end(). Again: the same, but it had been started before
-    /// and could not be watched. Started: it had been started before. Resumed: it has been stopped by a callback that
-    /// is still running and cannot be waited for, mostly since it is the caller.
+    /// Starts a client. First: the caller has it to itself until end(). Again: the same, but it was started before and
+    /// could not be watched. Started: it was started before. Resumed: it was stopped during a callback that
+    /// is still running and cannot be waited for, mostly since the caller is that callback.
     Begin begin(const Client& client);
 
-    /// Watches the path of a client that has not been stopped since. What cannot be watched is tried again and again by
-    /// the thread, and where that cannot be started, by whoever watches something next. The first time, `problem` tells
-    /// why.
+    /// Watches the path of a client that has not been stopped since begin(). What cannot be watched is tried again by
+    /// the thread; if that cannot be started, by the next call of watch(). `problem` says why, the first time only.
     bool watch(const Client& client, QString& problem);
 
     /// Has a watched client look at its file.
@@ -54,7 +53,7 @@ public:
     /// Whether this thread is between the client's begin() and end(), that is in its callback.
     bool isBusyHere(const Client& client);
 
-    /// Changes what a forked child must not find half changed.
+    /// Makes a change under the mutex, which fork() takes too: a child never finds it half made.
     template <typename Change>
     void publish(Change&& change)
     {
@@ -84,18 +83,18 @@ private:
     void serveDueClients(Lock& lock);
 
     std::mutex mutex;
-    std::mutex walkMutex; ///< for one walk at a time; never waited for while holding the other, that fork() waits for
-    std::condition_variable changed;                       ///< a client is not busy any more, or the thread has ended
+    std::mutex walkMutex; ///< one walk at a time. Taken before `mutex`: fork() takes that, and a walk may hang
+    std::condition_variable changed;                       ///< a client is idle, the thread has ended or is to go on
     std::map<const void*, Client> clients;                 ///< watched, or to be watched as soon as they can be
-    std::map<std::thread::id, const WatchClient*> waiting; ///< who waits until which client is idle
+    std::map<std::thread::id, const WatchClient*> waiting; ///< the client that each waiting thread waits for
     std::shared_ptr<PathWatch> paths;
-    int startingWalks = 0; ///< by others than the thread, which leaves the events alone meanwhile
+    int startingWalks = 0; ///< by other threads than the watcher's, which reads no events meanwhile
     Descriptor wakeUp;
     std::thread thread;
     bool quit = false;
     bool ended = false;
     bool serving = false;           ///< the thread is in a client's look()
-    const pid_t owner = ::getpid(); // a fork may begin before its handlers are there
+    const pid_t owner = ::getpid(); ///< not set by a fork handler: a fork may run before it is registered
 };
 
 } // namespace Zyr

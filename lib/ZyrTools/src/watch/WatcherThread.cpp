@@ -1,4 +1,4 @@
-// The watcher's thread: what wakes it, and what it does then.
+// The watcher's thread: reads events, walks paths anew, and calls clients whose files have changed.
 
 #include "watch/Watcher.h"
 
@@ -58,27 +58,27 @@ void Watcher::readEvents()
     });
 }
 
-/// Watches the path of a client. As long as the file system takes for it, nothing but other walks has to wait.
+/// Watches the path of a client, without the mutex while the file system may block.
 /// @return 0 or an errno value
 int Watcher::walk(Lock& lock, const Client& client)
 {
-    const auto walked = paths; // the thread may end meanwhile, and another may begin
+    const auto walked = paths; // shared: the thread may end meanwhile, and another begin with its own
     lock.unlock();
     const std::lock_guard alone(walkMutex);
     lock.lock();
     int error = ENOMEM;
-    PathWatch::Way way;
+    PathWatch::WatchSet watches;
     try {
         const PathWatch::Masks others = walked->beginWalk(client.get());
         lock.unlock();
-        error = walked->follow(client->path, others, way);
+        error = walked->follow(client->path, others, watches);
     } catch (const std::bad_alloc&) {
         error = ENOMEM;
     }
     if (!lock.owns_lock())
         lock.lock();
     try {
-        walked->endWalk(client.get(), way);
+        walked->endWalk(client.get(), watches);
     } catch (const std::bad_alloc&) {
         error = ENOMEM;
     }
@@ -87,7 +87,7 @@ int Watcher::walk(Lock& lock, const Client& client)
     return error;
 }
 
-/// Before files are read, so that no later change is missed.
+/// Comes before the clients' looks: a change after the walk gives an event, one before it is seen by the look.
 void Watcher::watchDueClients(Lock& lock)
 {
     const auto now = std::chrono::steady_clock::now();
@@ -169,7 +169,7 @@ void Watcher::runOnce(Lock& lock)
     serveDueClients(lock);
 }
 
-/// Has every client watch and look again.
+/// Makes every client due for a walk and a look.
 void Watcher::touchAll()
 {
     for (const auto& [address, client] : clients) {
@@ -178,12 +178,12 @@ void Watcher::touchAll()
     }
 }
 
-/// After an exception, mostly for want of memory, events may be lost.
+/// Events may have been lost in an exception, mostly std::bad_alloc, so all clients look again.
 void Watcher::recover(Lock& lock)
 {
     if (lock.owns_lock())
         lock.unlock();
-    std::this_thread::sleep_for(recoveryTime); // not at full speed while it lasts
+    std::this_thread::sleep_for(recoveryTime); // no busy loop while it lasts
     lock.lock();
     touchAll();
 }
