@@ -45,8 +45,8 @@ public:
     /// watcher's thread, no other listener is served.
     ///
     /// Keys that are set here and were missing are added to the file afterwards; its comments and its order stay.
-    /// Where keys are changed or removed too, the file is written anew. A save by somebody else that came in between
-    /// always stands. `settings` lives only during the call and its fileName() is no path on the disk: see
+    /// Where keys are changed or removed too, the file is written anew. A save by another process in between always
+    /// stays. `settings` lives only during the call and its fileName() is no path on the disk: see
     /// configFilePath(). An exception that leaves it is reported on standard error, nothing is written back, and
     /// watching goes on.
     ///
@@ -58,14 +58,15 @@ public:
     /// still be under way on another thread.
     ///
     /// @return whether the file is being watched. If not, the load has been made all the same, and standard error says
-    /// why, but for a forked child and a stop meanwhile. A start after that makes no load: it tries to watch again, as
-    /// the start of any other listener does where it was a thread that the system did not give, and once the file is
-    /// watched, what has changed meanwhile is loaded on the watcher's thread.
+    /// why, except in a forked child or when stopped meanwhile. The next start makes no load: it tries to watch again.
+    /// If the reason was that no thread could be created, the start of any other listener tries that too. As soon as
+    /// the file is watched, a change made in between is loaded on the watcher's thread.
     bool startConfigFileWatcher();
 
     /// Stops watching. Returns when no callback is running or can start any more; from inside the callback it does not
     /// wait for that one, nor for the callback of another listener that is itself waiting for that one to end. Hold no
-    /// lock that the callback takes. May be called without a start, and again; the next start makes a first load.
+    /// lock that the callback takes. May be called without a start, and more than once; the next start makes a first
+    /// load.
     void stopConfigFileWatcher();
 
     /// Absolute path of the settings file.

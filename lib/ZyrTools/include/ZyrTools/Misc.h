@@ -46,8 +46,8 @@ ZYRTOOLS_EXPORT QString currentExceptionText();
 /// Writes `subject`, a colon, a blank and `problem` as one line to standard error. Line breaks and tabs become blanks,
 /// what else is not printable becomes its number, such as \\x1b or \\u202e, and a line of more than 4 KB is cut.
 ///
-/// Never waits for a reader, and raises no signal: what cannot be written at once is dropped, and a line before the
-/// next report that gets through says how many were.
+/// Never blocks and raises no signal: a report that cannot be written at once is dropped, and a line before the next
+/// one that can be written says how many were.
 ZYRTOOLS_EXPORT void reportProblem(const QString& subject, const QString& problem) noexcept;
 
 } // namespace Zyr::Misc

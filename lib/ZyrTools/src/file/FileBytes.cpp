@@ -19,9 +19,8 @@ namespace Zyr {
 
 namespace {
 
-/// Settings are some kilobytes; whatever is larger got there by mistake and must not fill the memory, of which
-/// QSettings takes up to two hundred times the file's size.
-constexpr qsizetype largestFile = 64 * 1024;
+/// Settings are some kilobytes. A larger file is a mistake, and QSettings takes up to 200 times its size of memory.
+constexpr qsizetype maxFileSize = 64 * 1024;
 
 qint64 nanoseconds(const timespec& time)
 {
@@ -70,7 +69,7 @@ FileBytes readFile(const QByteArray& path)
             return {};
         return unreadable(QString::fromStdString(error.message()), isShortage(error));
     }
-    // Not blocking, so that a FIFO under that name does not stop the caller.
+    // O_NONBLOCK: opening a FIFO must not wait for its writer.
     return readFile(Descriptor(place.open(O_RDONLY | O_NONBLOCK | O_NOCTTY)));
 }
 
@@ -93,7 +92,7 @@ FileBytes readFile(const Descriptor& file)
         if (count < 0)
             return unreadable(errno);
         result.bytes.append(block, count);
-        if (result.bytes.size() > largestFile)
+        if (result.bytes.size() > maxFileSize)
             return unreadable(u"larger than 64 KiB"_s);
     }
 }

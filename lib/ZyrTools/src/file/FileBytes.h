@@ -9,7 +9,7 @@ namespace Zyr {
 
 class Descriptor;
 
-/// Which file it was and when it was last touched.
+/// Identity and times of a file: equal stamps mean the same inode, unchanged.
 struct FileStamp
 {
     quint64 device = 0;
@@ -21,7 +21,7 @@ struct FileStamp
     bool operator==(const FileStamp&) const = default;
 };
 
-/// A file's content as one reading found it.
+/// The result of reading a file once.
 struct FileBytes
 {
     enum class State { Missing, Unreadable, Read };
@@ -30,17 +30,17 @@ struct FileBytes
     QByteArray bytes;
     FileStamp stamp;
     QString reason;        ///< why it is unreadable
-    bool shortage = false; ///< unreadable for want of descriptors or memory, so perhaps not for long
+    bool shortage = false; ///< unreadable only for lack of descriptors or memory: worth a retry
 };
 
-/// Reads a regular file. Anything else under that path, a file too large for settings, and one behind a link of another
-/// user are unreadable.
+/// Reads a regular file. Anything else, a file too large for settings, and one behind a symbolic link of another user
+/// are unreadable.
 FileBytes readFile(const QByteArray& path);
 
-/// The same of what was opened, or errno tells why it was not.
+/// The same for a file that the caller has opened; where that failed, errno must still say why.
 FileBytes readFile(const Descriptor& file);
 
-/// Writes all of `bytes`; otherwise errno tells why not.
+/// Writes all of `bytes`, or returns false with errno.
 bool writeAll(int file, const QByteArray& bytes);
 
 /// The text of an errno value.

@@ -25,14 +25,14 @@ namespace {
 
 constexpr mode_t writeBits = S_IWUSR | S_IWGRP | S_IWOTH;
 
-/// A file found under a name. Without content it could not be read, or somebody has it open for writing.
-struct Found
+/// A file found under a name. `bytes` is empty if it could not be read or is open for writing elsewhere.
+struct FoundFile
 {
     struct stat status = {};
     std::optional<QByteArray> bytes;
 
-    /// Nobody wrote or replaced it since `earlier`, as far as that was known.
-    bool isStill(const Found& earlier) const
+    /// Not replaced since `earlier`, nor written, if that one's content is known.
+    bool isStill(const FoundFile& earlier) const
     {
         return status.st_dev == earlier.status.st_dev && status.st_ino == earlier.status.st_ino &&
                status.st_mode == earlier.status.st_mode && status.st_uid == earlier.status.st_uid &&
@@ -40,10 +40,10 @@ struct Found
     }
 };
 
-/// A lease for reading is refused while somebody has the file open for writing.
+/// The kernel refuses a read lease while any process has the file open for writing.
 bool isOpenForWriting(const Descriptor& file)
 {
-    // Whoever opens the file during the lease has us sent a signal: one that is ignored unless handled.
+    // An open() during the lease signals the holder. SIGURG is ignored by default; SIGIO would end the program.
     if (::fcntl(file.get(), F_SETSIG, SIGURG) != 0)
         return false;
     if (retried([&] { return ::fcntl(file.get(), F_SETLEASE, F_RDLCK); }) != 0)
@@ -53,23 +53,23 @@ bool isOpenForWriting(const Descriptor& file)
 }
 
 /// A directory and the calls on names in it.
-class Folder
+class Directory
 {
 public:
-    explicit Folder(const TrustedPath& place)
-        : directory(place.directory())
+    explicit Directory(const TrustedPath& place)
+        : fd(place.directory())
     {
     }
 
     Descriptor open(const QByteArray& name, int flags, mode_t mode = 0) const
     {
         const int all = flags | O_CLOEXEC | O_NOFOLLOW;
-        return Descriptor(retried([&] { return ::openat(directory, name.constData(), all, mode); }));
+        return Descriptor(retried([&] { return ::openat(fd, name.constData(), all, mode); }));
     }
 
-    Found find(const QByteArray& name) const
+    FoundFile find(const QByteArray& name) const
     {
-        Found found;
+        FoundFile found;
         if (status(name, found.status) != 0 || !S_ISREG(found.status.st_mode))
             return found;
         const Descriptor file = open(name, O_RDONLY | O_NONBLOCK);
@@ -83,30 +83,30 @@ public:
 
     int status(const QByteArray& name, struct stat& found) const
     {
-        return retried([&] { return ::fstatat(directory, name.constData(), &found, AT_SYMLINK_NOFOLLOW); });
+        return retried([&] { return ::fstatat(fd, name.constData(), &found, AT_SYMLINK_NOFOLLOW); });
     }
-    bool mayAccess(const QByteArray& name, int how) const
+    bool mayAccess(const QByteArray& name, int mode) const
     {
-        return ::faccessat(directory, name.constData(), how, AT_EACCESS) == 0;
+        return ::faccessat(fd, name.constData(), mode, AT_EACCESS) == 0;
     }
     void remove(const QByteArray& name) const
     {
-        retried([&] { return ::unlinkat(directory, name.constData(), 0); });
+        retried([&] { return ::unlinkat(fd, name.constData(), 0); });
     }
     bool link(const QByteArray& name, const QByteArray& other) const
     {
-        return retried([&] { return ::linkat(directory, name.constData(), directory, other.constData(), 0); }) == 0;
+        return retried([&] { return ::linkat(fd, name.constData(), fd, other.constData(), 0); }) == 0;
     }
     bool rename(const QByteArray& from, const QByteArray& to, unsigned flags = 0) const
     {
-        return retried([&] { return ::renameat2(directory, from.constData(), directory, to.constData(), flags); }) == 0;
+        return retried([&] { return ::renameat2(fd, from.constData(), fd, to.constData(), flags); }) == 0;
     }
 
 private:
-    const int directory;
+    const int fd;
 };
 
-/// Files that carry an access control list lose it in a copy unless it is carried over.
+/// A new file does not have the access control list of the one that it replaces.
 bool copyAccessList(const Descriptor& from, int to)
 {
     constexpr auto name = "system.posix_acl_access";
@@ -115,34 +115,34 @@ bool copyAccessList(const Descriptor& from, int to)
     return size < 0 ? errno == ENODATA || errno == ENOTSUP : ::fsetxattr(to, name, list, size_t(size), 0) == 0;
 }
 
-/// A hidden file in a folder, there until it is renamed or removed.
-class Neighbour
+/// A hidden file in a directory. The destructor removes it under its name, which after an exchange is the old file's.
+class TemporaryFile
 {
 public:
-    Neighbour(const Folder& itsFolder, mode_t mode)
-        : folder(itsFolder)
+    TemporaryFile(const Directory& parent, mode_t mode)
+        : directory(parent)
     {
         static std::atomic<unsigned> last = 0;
         do {
             name = ".settings-" + QByteArray::number(::getpid()) + '-' + QByteArray::number(++last);
-            file = folder.open(name, O_WRONLY | O_CREAT | O_EXCL, mode);
+            file = directory.open(name, O_WRONLY | O_CREAT | O_EXCL, mode);
         } while (!file && errno == EEXIST);
-        isMade = bool(file);
+        isCreated = bool(file);
     }
-    ~Neighbour()
+    ~TemporaryFile()
     {
-        if (isMade) // else the name may be another's
-            folder.remove(name);
+        if (isCreated) // otherwise the name may be another process's
+            directory.remove(name);
     }
-    Neighbour(const Neighbour&) = delete;
-    Neighbour& operator=(const Neighbour&) = delete;
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
 
     QByteArray name;
     Descriptor file;
 
 private:
-    const Folder& folder;
-    bool isMade = false;
+    const Directory& directory;
+    bool isCreated = false;
 };
 
 bool isUnsupported(int error)
@@ -150,34 +150,35 @@ bool isUnsupported(int error)
     return error == EINVAL || error == ENOSYS;
 }
 
-/// Puts `mine` in the place of `name`, where `known` should be. Exchanging brings out what really was there; when that
-/// is not what was expected, it is somebody's save and newer than what has just been put in its place, so it goes back,
-/// and the same question is asked of what comes out then. What is expected and comes out is out of date and may go.
-bool replace(const Folder& folder, const QByteArray& name, Found known, const QByteArray& mine)
+/// Exchanges `mine` with `name`, which should still be `known`. After the exchange `mine` is the name of what was
+/// there. If that is not `known`, another process has saved it since: it is exchanged back, and what comes out this
+/// time is checked against what was put in before, and so on. Returns whether `name` is ours in the end; what is left
+/// under `mine` is out of date and may be removed.
+bool replace(const Directory& directory, const QByteArray& name, FoundFile known, const QByteArray& mine)
 {
-    Found inserted = folder.find(mine);
-    if (!folder.rename(mine, name, RENAME_EXCHANGE))
-        return false; // a file system without exchange gives no way to be sure of not going over a save
-    for (bool mineStands = true;; mineStands = false) {
-        const Found out = folder.find(mine);
+    FoundFile inserted = directory.find(mine);
+    if (!directory.rename(mine, name, RENAME_EXCHANGE))
+        return false; // without an exchange, a save of another process could be overwritten unseen
+    for (bool isOurs = true;; isOurs = false) {
+        const FoundFile out = directory.find(mine);
         if (out.isStill(known))
-            return mineStands;
-        if (!folder.rename(mine, name, RENAME_EXCHANGE)) {
-            // Deleted since, so what was saved before that goes too; a save that only could not be exchanged is kept.
+            return isOurs;
+        if (!directory.rename(mine, name, RENAME_EXCHANGE)) {
+            // ENOENT: the name was deleted after the save in `mine`, which goes too. Otherwise that is put back.
             if (errno != ENOENT)
-                folder.rename(mine, name);
+                directory.rename(mine, name);
             return false;
         }
         known = std::exchange(inserted, out);
     }
 }
 
-bool saveExisting(const Folder& folder, const QByteArray& name, const FileBytes& loaded, Neighbour& neighbour)
+bool saveExisting(const Directory& directory, const QByteArray& name, const FileBytes& loaded, TemporaryFile& temporary)
 {
-    const Found known = folder.find(name);
+    const FoundFile known = directory.find(name);
     if (!known.bytes || *known.bytes != loaded.bytes)
         return false;
-    const int file = neighbour.file.get();
+    const int file = temporary.file.get();
     struct stat status = {};
     if (::fstat(file, &status) != 0)
         return false;
@@ -185,55 +186,55 @@ bool saveExisting(const Folder& folder, const QByteArray& name, const FileBytes&
     if (!sameOwner && ::fchown(file, known.status.st_uid, known.status.st_gid) != 0)
         return false;
     if (::fchmod(file, known.status.st_mode & 07777) != 0 ||
-        !copyAccessList(folder.open(name, O_RDONLY | O_NONBLOCK), file))
+        !copyAccessList(directory.open(name, O_RDONLY | O_NONBLOCK), file))
         return false;
-    neighbour.file = Descriptor(); // an open one would count as a writer
-    return replace(folder, name, known, neighbour.name);
+    temporary.file = Descriptor(); // while it is open for writing, isOpenForWriting() would find it
+    return replace(directory, name, known, temporary.name);
 }
 
-bool saveMissing(const Folder& folder, const QByteArray& name, const Neighbour& neighbour)
+bool saveMissing(const Directory& directory, const QByteArray& name, const TemporaryFile& temporary)
 {
-    if (folder.rename(neighbour.name, name, RENAME_NOREPLACE))
+    if (directory.rename(temporary.name, name, RENAME_NOREPLACE))
         return true;
-    return isUnsupported(errno) && folder.link(neighbour.name, name);
+    return isUnsupported(errno) && directory.link(temporary.name, name);
 }
 
 } // namespace
 
 bool maySave(const TrustedPath& place)
 {
-    const Folder folder(place);
-    if (!folder.mayAccess(".", W_OK | X_OK))
+    const Directory directory(place);
+    if (!directory.mayAccess(".", W_OK | X_OK))
         return false;
     struct stat status = {};
-    if (folder.status(place.name(), status) != 0)
+    if (directory.status(place.name(), status) != 0)
         return errno == ENOENT;
     const bool ownerCanBeKept = status.st_uid == ::geteuid() || ::geteuid() == 0;
     return S_ISREG(status.st_mode) && status.st_nlink == 1 && ownerCanBeKept && (status.st_mode & writeBits) != 0 &&
-           folder.mayAccess(place.name(), W_OK);
+           directory.mayAccess(place.name(), W_OK);
 }
 
 std::optional<FileBytes> saveFile(const TrustedPath& place, const FileBytes& loaded, const QByteArray& bytes,
                                   QString& problem)
 {
     const bool exists = loaded.state == FileBytes::State::Read;
-    const Folder folder(place);
+    const Directory directory(place);
     const QByteArray name = place.name();
-    Neighbour neighbour(folder, exists ? 0600 : 0666);
-    const int file = neighbour.file.get();
-    if (!neighbour.file || !writeAll(file, bytes) || retried([&] { return ::fdatasync(file); }) != 0) {
+    TemporaryFile temporary(directory, exists ? 0600 : 0666);
+    const int file = temporary.file.get();
+    if (!temporary.file || !writeAll(file, bytes) || retried([&] { return ::fdatasync(file); }) != 0) {
         problem = errorText(errno);
         return std::nullopt;
     }
     struct stat mine = {};
     const bool known = ::fstat(file, &mine) == 0;
-    if (!(exists ? saveExisting(folder, name, loaded, neighbour) : saveMissing(folder, name, neighbour)))
+    if (!(exists ? saveExisting(directory, name, loaded, temporary) : saveMissing(directory, name, temporary)))
         return std::nullopt;
 
-    // The time stamps are those after the renaming; a file that somebody put there already has none that we know.
+    // Renaming changes ctime, so the stamp is taken now; none if another process has replaced the file already.
     FileBytes written{FileBytes::State::Read, bytes, {}, {}};
     struct stat now = {};
-    if (known && folder.status(name, now) == 0 && now.st_dev == mine.st_dev && now.st_ino == mine.st_ino)
+    if (known && directory.status(name, now) == 0 && now.st_dev == mine.st_dev && now.st_ino == mine.st_ino)
         written.stamp = FileStamp::of(now);
     return written;
 }

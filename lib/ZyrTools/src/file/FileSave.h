@@ -8,15 +8,15 @@ namespace Zyr {
 
 class TrustedPath;
 
-/// Whether a file may be written: its directory can be, and so can the file where there is one. A file without any
-/// write bit is left alone by the superuser too, since somebody took the bits away on purpose; so is one whose owner
-/// could not be kept, or that has other names, which would lose it.
+/// Whether the file may be replaced: its directory is writable, and so is the file if it exists. A file without any
+/// write bit is left alone even by root, as the bits were taken away on purpose; so is one whose owner could not be
+/// kept, or that has other hard links, which would keep the old content.
 bool maySave(const TrustedPath& place);
 
-/// Replaces `loaded`, the content that the file had, by `bytes`, with owner and mode kept; where the file was missing
-/// it is created. Content that somebody else saved there in between stays, before as during the call.
+/// Replaces the content `loaded` by `bytes` and keeps owner and mode; creates the file if it was missing. What another
+/// process has saved since `loaded` was read stays, also what it saves during the call.
 ///
-/// @param problem why the file could not be written; stays empty where it was left alone on purpose
+/// @param problem why the file could not be written; unchanged if it was left alone on purpose
 /// @return what was written
 std::optional<FileBytes> saveFile(const TrustedPath& place, const FileBytes& loaded, const QByteArray& bytes,
                                   QString& problem);

@@ -10,7 +10,7 @@
 
 namespace Zyr {
 
-/// The listener's loads. They are made between the watcher's begin() and end(), so never two at a time.
+/// Loads the settings. Only between the watcher's begin() and end(), or in look(), so never twice at a time.
 class Q_DECL_HIDDEN ConfigFileListener::Private final : public WatchClient
 {
 public:
@@ -29,7 +29,7 @@ private:
     {
         SettingsMap before;
         SettingsMap after;
-        bool returned = false; ///< and did not throw
+        bool returned = false; ///< false: the listener threw
     };
 
     std::shared_ptr<WatchClient> client() { return shared_from_this(); }
@@ -37,22 +37,22 @@ private:
     void reportUnreadable(const FileBytes& file, const QString& problem);
     void load(FileBytes file, bool firstLoad);
     Outcome callListener(const SettingsMap& values, bool firstLoad);
-    bool isNews(const FileBytes& file) const;
+    bool needsLoad(const FileBytes& file) const;
     bool isMended() const;
     std::optional<Time> lookLater();
 
-    /// Not to be touched after a callback of the listener, which may have deleted it.
+    /// May dangle after a callback, which may delete the listener.
     ConfigFileListener* const q;
 
-    // Changed while the watcher's mutex is held, so that a forked child finds them whole.
-    FileBytes seen;       ///< what the last load was made from, or what it wrote back
-    bool inForce = false; ///< the last load took effect
-    bool refused = false; ///< the listener said of the load under way that it did not
+    // Changed only under the watcher's mutex, which fork() takes, so that a child never finds them half changed.
+    FileBytes seen;          ///< the content of the last load, or what it wrote back
+    bool tookEffect = false; ///< the last load did
+    bool refused = false;    ///< loadFailed() was called during the current load
     std::function<bool()> mended;
 
     bool unreadableReported = false;
-    bool postponed = false; ///< the file is to be loaded as soon as the system can
-    Backoff lookAgain;      ///< for that, and for asking `mended`
+    bool postponed = false; ///< the load waits until the system has descriptors and memory again
+    Backoff lookAgain;      ///< when to retry that, and to call `mended`
     std::optional<Time> nextLook;
 };
 

@@ -47,7 +47,7 @@ bool ConfigFileListener::Private::start()
         return true;
     case Watcher::Begin::Resumed:
         if (watcher.watch(self, problem)) {
-            watcher.touch(self); // it may have changed while nobody watched
+            watcher.touch(self); // changes while it was not watched gave no event
             return true;
         }
         if (!problem.isEmpty())
@@ -70,8 +70,8 @@ bool ConfigFileListener::Private::start()
         watched = watcher.watch(self, problem);
     else if (begun == Watcher::Begin::First)
         problem = u"cannot be watched: its directory cannot be created"_s;
-    // What changed between the load and the watch caused no event.
-    if (watched && isNews(readFile(path)))
+    // A change between the load and the watch gave no event.
+    if (watched && needsLoad(readFile(path)))
         watcher.touch(self);
     if (!problem.isEmpty())
         Misc::reportProblem(name, problem);
@@ -90,7 +90,7 @@ void ConfigFileListener::Private::loadFailed(std::function<bool()> mendedCheck)
         return;
     watcher.publish([&] {
         refused = true;
-        inForce = false;
+        tookEffect = false;
         mended.swap(mendedCheck);
     });
 }
@@ -119,19 +119,19 @@ std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::lo
         return lookLater();
     }
     if (touched) {
-        if (!isNews(file))
+        if (!needsLoad(file))
             return nextLook;
         lookAgain.reset();
     } else if (file.state != FileBytes::State::Read) {
         if (std::exchange(postponed, false))
-            return nextLook = std::nullopt; // its next change is an event again
-        file = seen;                        // mended without the file being there
+            return nextLook = std::nullopt; // the next change gives an event
+        file = seen;                        // load again what was refused, although the file is gone
     }
     load(std::move(file), false);
     return nextLook;
 }
 
-/// Only once until it can be read again.
+/// Reports only once until the file can be read again.
 void ConfigFileListener::Private::reportUnreadable(const FileBytes& file, const QString& problem)
 {
     if (file.state == FileBytes::State::Read)
@@ -146,14 +146,14 @@ std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::lo
     return nextLook;
 }
 
-/// A file that is missing or cannot be read is no news. What did not take effect is news again once it has been
-/// touched.
-bool ConfigFileListener::Private::isNews(const FileBytes& file) const
+/// Not if the file is missing or unreadable. A load that took no effect is repeated when the file has been touched,
+/// even with the same bytes.
+bool ConfigFileListener::Private::needsLoad(const FileBytes& file) const
 {
     if (file.state != FileBytes::State::Read)
         return false;
     return seen.state == FileBytes::State::Unreadable || file.bytes != seen.bytes ||
-           (!inForce && !(file.stamp == seen.stamp));
+           (!tookEffect && !(file.stamp == seen.stamp));
 }
 
 bool ConfigFileListener::Private::isMended() const
@@ -184,14 +184,14 @@ void ConfigFileListener::Private::load(FileBytes file, bool firstLoad)
             lookLater();
             return;
         }
-        file.state = FileBytes::State::Unreadable; // and so not written to
+        file.state = FileBytes::State::Unreadable; // not to be written to
     }
 
     Watcher& watcher = Watcher::instance();
     std::function<bool()> outdated;
     watcher.publish([&] {
         seen = file;
-        inForce = false;
+        tookEffect = false;
         refused = false;
         outdated.swap(mended);
     });
@@ -200,7 +200,7 @@ void ConfigFileListener::Private::load(FileBytes file, bool firstLoad)
     if (outcome.returned && file.state != FileBytes::State::Unreadable)
         written = writeBack(path, file, outcome.before, outcome.after);
     watcher.publish([&] {
-        inForce = outcome.returned && !refused;
+        tookEffect = outcome.returned && !refused;
         if (written)
             seen = *written;
     });
@@ -209,7 +209,7 @@ void ConfigFileListener::Private::load(FileBytes file, bool firstLoad)
         lookLater();
 }
 
-/// Hands the values to the listener and sees what it made of them.
+/// Calls the listener, and takes its values before and after that.
 ConfigFileListener::Private::Outcome ConfigFileListener::Private::callListener(const SettingsMap& values,
                                                                                bool firstLoad)
 {

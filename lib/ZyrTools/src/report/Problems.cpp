@@ -1,4 +1,4 @@
-// What goes wrong in the library itself, told on standard error.
+// Reports the library's own problems on standard error.
 
 #include <ZyrTools/Misc.h>
 
@@ -38,11 +38,11 @@ QString currentExceptionText()
 
 namespace {
 
-/// One report, in no more bytes than a pipe takes in one piece.
+/// One report, no longer than PIPE_BUF, so that a pipe takes it atomically.
 class ReportLine
 {
 public:
-    /// What is not printable, and might do something to a terminal, is shown by its number.
+    /// Unprintable characters, which could control a terminal, are shown as escapes.
     void append(QStringView part) noexcept
     {
         for (qsizetype i = 0; i < part.size(); ++i) {
@@ -77,43 +77,43 @@ private:
             const char* const format = code < 0x100 ? "\\x%02x" : code < 0x10000 ? "\\u%04x" : "\\U%08x";
             count = std::snprintf(bytes, sizeof bytes, format, unsigned(code));
         }
-        isCut = isCut || size + std::size_t(count) > sizeof text - longestEnd;
+        isCut = isCut || size + std::size_t(count) > sizeof text - maxEndSize;
         if (isCut)
             return;
         std::memcpy(text + size, bytes, std::size_t(count));
         size += std::size_t(count);
     }
 
-    static constexpr std::size_t longestEnd = 4;
+    static constexpr std::size_t maxEndSize = 4;
 
     char text[PIPE_BUF] = {'\n'};
     std::size_t size = 1;
     bool isCut = false;
 };
 
-constinit std::atomic<unsigned> dropped = 0;
-constinit std::atomic<bool> isInLine = false; ///< standard error took only a part of the last one
+constinit std::atomic<unsigned> dropped = 0;   ///< reports since the last one that was written
+constinit std::atomic<bool> isMidLine = false; ///< the last report was written only in part
 
-/// Those of the parent are not the child's to tell of.
-[[maybe_unused]] const int forgottenInChild = ::pthread_atfork(nullptr, nullptr, [] {
+/// The parent reports its own dropped ones; the child starts anew.
+[[maybe_unused]] const int forkHandler = ::pthread_atfork(nullptr, nullptr, [] {
     dropped = 0;
-    freeStandardErrorInChild();
+    resetStandardErrorInChild();
 });
 
 bool write(ReportLine& report) noexcept
 {
     report.end();
-    const bool wasInLine = isInLine.exchange(false);
-    const std::string_view text = wasInLine ? report.lineAfterBreak() : report.line();
+    const bool wasMidLine = isMidLine.exchange(false);
+    const std::string_view text = wasMidLine ? report.lineAfterBreak() : report.line();
     const std::size_t written = writeToStandardError(text);
     if (written == text.size())
         return true;
-    if (wasInLine || written > 0)
-        isInLine = true;
+    if (wasMidLine || written > 0)
+        isMidLine = true;
     return false;
 }
 
-bool tellOfDropped(unsigned count) noexcept
+bool reportDropped(unsigned count) noexcept
 {
     char16_t digits[std::numeric_limits<unsigned>::digits10 + 1];
     char16_t* first = std::end(digits);
@@ -132,7 +132,7 @@ bool tellOfDropped(unsigned count) noexcept
 void reportProblem(const QString& subject, const QString& problem) noexcept
 {
     const unsigned before = dropped.exchange(0);
-    if (before > 0 && !tellOfDropped(before)) {
+    if (before > 0 && !reportDropped(before)) {
         dropped += before + 1;
         return;
     }

@@ -26,18 +26,18 @@ ssize_t writeTo(int file, std::string_view text) noexcept
     return retried([&] { return ::write(file, text.data(), text.size()); });
 }
 
-constinit std::atomic_flag busy = ATOMIC_FLAG_INIT; ///< a thread writes where others would take the room
+constinit std::atomic_flag busy = ATOMIC_FLAG_INIT; ///< a thread is between hasRoom() and its write
 
 bool hasRoom() noexcept
 {
-    fd_set room; // which, unlike poll(), works without any descriptors left
+    fd_set room; // poll() fails with EINVAL where RLIMIT_NOFILE is 0
     FD_ZERO(&room);
     FD_SET(STDERR_FILENO, &room);
     timeval now = {};
     return ::select(STDERR_FILENO + 1, nullptr, &room, nullptr, &now) == 1;
 }
 
-/// A terminal with room has it for a byte, perhaps for no more.
+/// A terminal that select() finds writable takes at least one byte without blocking.
 ssize_t writeByBytes(std::string_view text) noexcept
 {
     std::size_t written = 0;
@@ -46,9 +46,9 @@ ssize_t writeByBytes(std::string_view text) noexcept
     return ssize_t(written);
 }
 
-/// For a pipe or a terminal that cannot be opened anew: without /proc, as another user than the one who made it, or
-/// for want of descriptors. A pipe with room has it for PIPE_BUF bytes; only where the system cannot write without
-/// waiting, another process may be there first and take it.
+/// For a pipe or a terminal that cannot be opened anew: without /proc, if another user owns it, or for lack of
+/// descriptors. A pipe that select() finds writable takes PIPE_BUF bytes. Where RWF_NOWAIT is not supported, another
+/// process may fill it between select() and the write, which blocks then.
 ssize_t writeWhereRoom(std::string_view text, bool isTerminal) noexcept
 {
     if (busy.test_and_set())
@@ -72,7 +72,7 @@ ssize_t writeAtOnce(std::string_view text, mode_t mode, int flags) noexcept
         return writeTo(STDERR_FILENO, text);
     const bool isTerminal = ::isatty(STDERR_FILENO);
     if (S_ISFIFO(mode) || isTerminal) {
-        // Of its own, since whether to wait is a matter of all who share what was opened, other processes too.
+        // Opened anew, as O_NONBLOCK on the shared file description would affect other processes too.
         static_assert(STDERR_FILENO == 2);
         const Descriptor own(::open("/proc/thread-self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
         if (own)
@@ -83,7 +83,7 @@ ssize_t writeAtOnce(std::string_view text, mode_t mode, int flags) noexcept
 
 } // namespace
 
-void freeStandardErrorInChild() noexcept
+void resetStandardErrorInChild() noexcept
 {
     busy.clear();
 }

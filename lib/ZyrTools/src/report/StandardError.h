@@ -4,14 +4,14 @@
 
 namespace Zyr {
 
-/// Writes to standard error what it takes at once. Raises no signal.
+/// Writes to standard error as much as it takes without blocking. Raises no signal.
 ///
-/// Up to PIPE_BUF bytes get into a pipe whole or not at all, and with nothing of others in between.
+/// A pipe takes up to PIPE_BUF bytes atomically: all or none, and not mixed with others' output.
 ///
 /// @return the number of bytes that it took
 std::size_t writeToStandardError(std::string_view text) noexcept;
 
-/// For the child of a fork, where a thread that is not there may have been writing.
-void freeStandardErrorInChild() noexcept;
+/// For a forked child: the thread that was writing at the fork does not exist there.
+void resetStandardErrorInChild() noexcept;
 
 } // namespace Zyr

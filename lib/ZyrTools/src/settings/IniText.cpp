@@ -35,7 +35,7 @@ qsizetype pastLineEnd(QByteArrayView text, qsizetype at)
     return qMin(at + 1, text.size());
 }
 
-/// Past an entry's line end. Quotation marks and backslashes carry an entry over line ends, just as QSettings reads it.
+/// Past an entry's line end. Quotation marks and backslashes continue an entry on the next line, as in QSettings.
 qsizetype pastEntry(QByteArrayView text, qsizetype at)
 {
     bool quoted = false;
@@ -68,8 +68,8 @@ std::vector<Line> splitLines(QByteArrayView text)
     return lines;
 }
 
-/// The name in a section's line, in one form where QSettings ignores the case. Entries before the first section count
-/// as those of "general".
+/// The name in a section's line, in lower case where QSettings ignores the case. Entries before the first section
+/// belong to "general".
 QByteArray sectionName(QByteArrayView line)
 {
     const qsizetype close = line.indexOf(']');

@@ -4,12 +4,12 @@
 
 namespace Zyr {
 
-/// The text as QSettings can read it: without a byte order mark, and with the comments that begin with "#" turned into
-/// those that it knows, since it would take them for entries and their quotation marks for the beginning of a value.
+/// The text as QSettings can read it: without a byte order mark, and with ";" for the "#" that begins a comment. It
+/// takes lines with "#" for entries, and a quotation mark in one would open a value over several lines.
 QByteArray readableIni(const QByteArray& text);
 
-/// `text` with the entries of `added`, an INI text written by QSettings, at the end of their sections; sections that
-/// are missing come last. Everything else stays as it is, line ends included.
+/// `text` with the entries of `added`, an INI text written by QSettings, at the end of their sections; new sections
+/// come last. Everything else stays, line ends included.
 QByteArray mergeIni(const QByteArray& text, const QByteArray& added);
 
 } // namespace Zyr

@@ -14,41 +14,41 @@ namespace Zyr::QtSettings {
 
 namespace {
 
-constinit std::atomic<bool> ending = false;
+constinit std::atomic<bool> isExiting = false;
 constinit std::mutex objectMutex;
 
-/// Recursive: a listener may end the process. Never destroyed, since the watcher's thread may still be waiting for it.
+/// Recursive: a listener may call exit() in a load. Never destroyed: the watcher's thread may still wait for it.
 std::recursive_mutex& loadMutex()
 {
     static auto& mutex = *new std::recursive_mutex;
     return mutex;
 }
 
-class Life
+class QtLifetime
 {
 public:
-    Life()
+    QtLifetime()
     {
-        // Qt makes its objects when they are first used; they have to be there before this one is.
+        // Qt creates its static objects at first use: before this one, so that they are destroyed after it.
         QSettings(u"/dev/null/none.ini"_qs, QSettings::IniFormat).sync();
         loadMutex();
         ::pthread_atfork([] { objectMutex.lock(); }, [] { objectMutex.unlock(); }, [] { objectMutex.unlock(); });
     }
-    ~Life()
+    ~QtLifetime()
     {
-        ending = true;
-        if (!Watcher::instance().isForked()) // where nobody is left to finish a load
+        isExiting = true;
+        if (!Watcher::instance().isForked()) // in a child the thread that would finish the load does not exist
             const std::lock_guard finished(loadMutex());
     }
-    Life(const Life&) = delete;
-    Life& operator=(const Life&) = delete;
+    QtLifetime(const QtLifetime&) = delete;
+    QtLifetime& operator=(const QtLifetime&) = delete;
 };
 
 } // namespace
 
 void prepare()
 {
-    static const Life life;
+    static const QtLifetime lifetime;
 }
 
 std::mutex& lifeMutex()
@@ -68,7 +68,7 @@ Load::~Load()
 
 bool Load::mayBegin() const noexcept
 {
-    return !ending;
+    return !isExiting;
 }
 
 } // namespace Zyr::QtSettings

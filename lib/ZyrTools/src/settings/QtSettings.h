@@ -2,18 +2,17 @@
 
 #include <mutex>
 
-/// What QSettings asks of a library that loads settings on a thread of its own: Qt's static objects have to outlive the
-/// loads, and a fork must not copy Qt's lock while that thread holds it.
+/// Makes QSettings safe to use on a thread of the library: Qt's static objects have to outlive the loads, and a fork
+/// must not happen while that thread holds Qt's lock, which the child could never release.
 namespace Zyr::QtSettings {
 
-/// Before the first load of the process.
+/// To be called before the first load of the process.
 void prepare();
 
-/// To be held while a QSettings object is made and while it goes, which is when Qt takes its lock.
+/// To be held while a QSettings object is constructed or destroyed, which is when Qt takes its lock. fork() takes it.
 std::mutex& lifeMutex();
 
-/// A load on the watcher's thread. The end of the process, which comes with its static objects and after the end of
-/// every listener that is one of them, waits for it.
+/// A load on the watcher's thread. The destruction of static objects waits for it before Qt's are destroyed.
 class Load
 {
 public:
@@ -22,7 +21,7 @@ public:
     Load(const Load&) = delete;
     Load& operator=(const Load&) = delete;
 
-    /// False when the process is ending: listeners that nobody destroys are still there, but QSettings is not.
+    /// False during the destruction of static objects: listeners may outlive them, QSettings does not work any more.
     bool mayBegin() const noexcept;
 };
 

@@ -1,5 +1,5 @@
-// QSettings as a reader and writer of bytes: the file that it opens is never the one that is watched, since it caches
-// files by size and time stamp and would write over saves of others.
+// QSettings as a parser and serialiser of bytes. It never opens the watched file: it caches files by size and time
+// stamp, so it could miss a change, and it would overwrite other processes' saves.
 
 #include "settings/SettingsText.h"
 
@@ -36,7 +36,7 @@ Descriptor memoryFile(const QByteArray& bytes)
     return file && writeAll(file.get(), bytes) ? std::move(file) : Descriptor();
 }
 
-/// Not those read from "=value" or below "[section/]": QSettings would write them as other keys.
+/// QSettings would write keys read from "=value" or below "[section/]" as other keys.
 bool isWritable(const QString& key)
 {
     return !key.isEmpty() && !key.startsWith(u'/') && !key.endsWith(u'/') && !key.contains(u"//"_s);
@@ -46,7 +46,7 @@ bool isWritable(const QString& key)
 
 MemorySettings::MemorySettings(const SettingsMap& values)
 {
-    // A name that no file can ever have, and that no two objects share.
+    // No file can exist under this name. Unique, as QSettings objects of the same name share their values.
     static std::atomic<unsigned> last = 0;
     const QString name = u"/dev/null/settings-%1.ini"_s.arg(++last);
     {
@@ -59,7 +59,7 @@ MemorySettings::MemorySettings(const SettingsMap& values)
 
 MemorySettings::~MemorySettings()
 {
-    object->clear(); // nothing is left to be saved
+    object->clear(); // otherwise QSettings tries to save it
     const std::lock_guard lock(QtSettings::lifeMutex());
     object.reset();
 }
@@ -77,13 +77,13 @@ SettingsMap allValues(const QSettings& settings)
 
 std::optional<ParsedSettings> parseSettings(const QByteArray& bytes, QString& reason)
 {
-    const HeldSignals held; // Qt writes too, to standard error, when it warns of a value
+    const HeldSignals held; // Qt may write a warning about a value to standard error
     const auto failed = [&](const QString& why) {
         reason = u"the system gives no memory file: "_s + why;
         return std::nullopt;
     };
     const Descriptor file = memoryFile(readableIni(bytes));
-    // QSettings remembers files by name, size and time stamp, and the descriptor's number comes again.
+    // QSettings caches by name, size and time stamp, and the descriptor's number is reused: so the time is unique.
     static std::atomic<int> lastTime = 0;
     const timespec time = {++lastTime, 0};
     const timespec times[] = {time, time};
@@ -96,7 +96,7 @@ std::optional<ParsedSettings> parseSettings(const QByteArray& bytes, QString& re
     const std::lock_guard lock(QtSettings::lifeMutex());
     const QSettings settings(name, QSettings::IniFormat);
     ParsedSettings result{allValues(settings)};
-    // Asked last, since sections are parsed when their keys are read.
+    // After reading the values: QSettings parses a section when its keys are read.
     const QSettings::Status status = settings.status();
     if (status == QSettings::AccessError)
         return failed(u"it cannot be read"_s);
@@ -112,14 +112,13 @@ std::optional<QByteArray> serialiseSettings(const QByteArray& base, const Settin
         reason = u"no temporary file can be made"_s + (held.isRaised(SIGXFSZ) ? u": "_s + errorText(EFBIG) : QString());
         return std::nullopt;
     };
-    // Not a memory file: QSettings saves by renaming, and would follow the link in /proc to a name that it then
-    // creates.
-    QTemporaryDir folder;
-    if (!folder.isValid() && !directory.isEmpty())
-        folder = QTemporaryDir(directory + "/.settings-XXXXXX"_L1);
-    QFile file(folder.filePath(u"settings.ini"_s));
+    // No memory file: QSettings saves by rename, and would create a file under the name that the link in /proc shows.
+    QTemporaryDir temporary;
+    if (!temporary.isValid() && !directory.isEmpty())
+        temporary = QTemporaryDir(directory + "/.settings-XXXXXX"_L1);
+    QFile file(temporary.filePath(u"settings.ini"_s));
     const QByteArray text = readableIni(base);
-    if (!folder.isValid() || !file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) ||
+    if (!temporary.isValid() || !file.open(QIODevice::WriteOnly | QIODevice::Unbuffered) ||
         file.write(text) != text.size())
         return failed();
     file.close();

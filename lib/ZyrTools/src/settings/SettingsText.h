@@ -23,17 +23,17 @@ struct ParsedSettings
     bool wellFormed = true;
 };
 
-/// What QSettings reads from the bytes of an INI file; nothing, and the reason, where the system cannot give it a
-/// memory file with them: for want of descriptors, or since the process may write no file of that size.
+/// What QSettings reads from the bytes of an INI file. Nothing, and the reason, if the system gives no memory file for
+/// it: for lack of descriptors, or because of the process's file size limit.
 std::optional<ParsedSettings> parseSettings(const QByteArray& bytes, QString& reason);
 
-/// What QSettings writes when `removed` and `values` are applied to a file with the content `base`. Works in a
-/// temporary folder of its own, in `directory`, unless that is empty, where the system's place for them takes none;
-/// nothing, and the reason, when that fails too.
+/// What QSettings writes when `removed` and `values` are applied to a file with the content `base`. It works in a
+/// temporary directory; if none can be created in the system's usual one, in `directory`, unless that is empty.
+/// Nothing, and the reason, if that fails too.
 std::optional<QByteArray> serialiseSettings(const QByteArray& base, const SettingsMap& values,
                                             const QStringList& removed, const QString& directory, QString& reason);
 
-/// A QSettings object with the given values that has no file: what is set in it is written nowhere.
+/// A QSettings object with the given values and no file.
 class MemorySettings
 {
 public:

@@ -42,7 +42,7 @@ Changes compare(const SettingsMap& before, const SettingsMap& after)
     return changes;
 }
 
-/// Whether only root and this process's user can rename and remove what this process makes in a directory.
+/// Whether only root and this process's user can rename and remove files that this process creates in a directory.
 bool isSafe(int directory)
 {
     struct stat status = {};
@@ -56,7 +56,7 @@ std::optional<SettingsMap> valuesOf(const QByteArray& text, QString& problem)
     return parsed ? std::optional(std::move(parsed->values)) : std::nullopt;
 }
 
-/// The text with the changes made; nothing, and a problem, when that cannot be done without damage.
+/// The text with the changes. Nothing, and the problem, if that would change other values too.
 std::optional<QByteArray> changedText(const QByteArray& text, Changes changes, const SettingsMap& before,
                                       const SettingsMap& after, const QString& directory, QString& problem)
 {
@@ -65,7 +65,7 @@ std::optional<QByteArray> changedText(const QByteArray& text, Changes changes, c
     if (!added)
         return std::nullopt;
 
-    // A value set to what the file says already, though as another type, is no change.
+    // Not changed if the file has the same text already: the listener only set it as another type.
     const auto unchanged = changes.set.removeIf([&](SettingsMap::iterator value) {
         return before.contains(value.key()) && before.value(value.key()) == added->value(value.key());
     });
@@ -107,7 +107,7 @@ std::optional<FileBytes> writeBack(const QByteArray& path, const FileBytes& load
 
     QString problem;
     std::optional<FileBytes> saved;
-    // For want of another place. Whoever could exchange a folder there could have files of others written and removed.
+    // If /tmp takes no directory. Only where it is safe: a user who could replace it there could redirect our writes.
     const QString directory = isSafe(target.directory()) ? u"/proc/self/fd/%1"_s.arg(target.directory()) : QString();
     const auto text = changedText(loaded.bytes, changes, before, after, directory, problem);
     if (text) {

@@ -7,9 +7,9 @@
 
 namespace Zyr {
 
-/// Brings the settings file `path`, whose content was `loaded`, up to what a listener made of its values. Added keys go
-/// into the text as it is; only changed or removed ones have QSettings write it anew. A file that may not be written,
-/// or that somebody else has saved meanwhile, is left alone without a word.
+/// Writes what a listener changed in the loaded values to the settings file `path`, whose content was `loaded`. Added
+/// keys are inserted into the text; if keys were changed or removed, QSettings writes it anew. A file that may not be
+/// written, or that another process has saved meanwhile, is left alone without a report.
 ///
 /// @return what was written
 std::optional<FileBytes> writeBack(const QByteArray& path, const FileBytes& loaded, const SettingsMap& before,

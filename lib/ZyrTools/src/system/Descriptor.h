@@ -8,8 +8,8 @@
 
 namespace Zyr {
 
-/// Owns a file descriptor and closes it. It is none of the first three: where the application has closed one of those,
-/// what it or another library writes to standard output or standard error must not get into this file.
+/// Owns a file descriptor and closes it. Never one of the first three: where the application has closed one of those,
+/// output meant for standard output or standard error would get into this file.
 class Descriptor
 {
 public:
@@ -35,12 +35,11 @@ public:
     int get() const noexcept { return fd; }
     explicit operator bool() const noexcept { return fd >= 0; }
 
-    /// Closes `opened` and gives another descriptor of the same above the first three; -1 and errno where there is
-    /// none.
+    /// Duplicates `opened` to a descriptor above the first three and closes it. -1 and errno if there is none.
     static int moveUp(int opened) noexcept
     {
         const int moved = ::fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        const int error = errno == EINVAL ? EMFILE : errno; // the former where no number above them is allowed
+        const int error = errno == EINVAL ? EMFILE : errno; // EINVAL: RLIMIT_NOFILE allows no number above them
         ::close(opened);
         errno = error;
         return moved;

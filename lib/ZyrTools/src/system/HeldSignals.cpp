@@ -1,4 +1,4 @@
-// Writes that end no program.
+// Keeps the signals that a failing write raises from the application.
 
 #include "system/HeldSignals.h"
 
@@ -15,7 +15,7 @@ namespace {
 
 constexpr int writeSignals[] = {SIGPIPE, SIGXFSZ};
 
-/// The system sends those of a write as if the process itself had done so.
+/// The kernel sends SIGPIPE and SIGXFSZ of a write as if the process itself had sent them.
 bool isOfOthers(const siginfo_t& info)
 {
     return info.si_code < 0 || (info.si_code == SI_USER && info.si_pid != ::getpid());
@@ -29,7 +29,7 @@ HeldSignals::HeldSignals() noexcept
     for (const int signal : writeSignals)
         ::sigaddset(&raised, signal);
     sigset_t blocked = raised;
-    ::sigaddset(&blocked, SIGTTOU); // which is not raised then
+    ::sigaddset(&blocked, SIGTTOU); // is not raised at all while it is blocked
     ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
     sigset_t pending;
     ::sigpending(&pending);
@@ -50,10 +50,10 @@ HeldSignals::~HeldSignals()
         ::sigemptyset(&one);
         ::sigaddset(&one, signal);
         siginfo_t info = {};
-        // The thread's own comes out first, and there is only one of it: one that was sent to the process stays.
+        // The signal pending for the thread is dequeued before one pending for the process, which stays.
         if (::sigtimedwait(&one, &info, &now) != signal || !isOfOthers(info))
             continue;
-        // Only the main thread may send it again as it was.
+        // Another process's signal is sent again with its siginfo, which the kernel allows the main thread only.
         if (::syscall(SYS_rt_sigqueueinfo, ::getpid(), signal, &info) != 0)
             ::kill(::getpid(), signal);
     }

@@ -4,11 +4,10 @@
 
 namespace Zyr {
 
-/// Keeps the signals of a write from the application, for the calling thread and as long as it lives: SIGPIPE (nobody
-/// reads) and SIGXFSZ (the file is at the process's limit), whose call fails with an error instead, and SIGTTOU (a
-/// terminal of which this is a background process), whose call goes on. Those that the thread itself raised meanwhile
-/// are gone afterwards; those that were pending before, or that somebody else sent, stay. Keeps errno. Not to be held
-/// while the application is called; its message handler for Qt cannot be helped.
+/// Blocks the signals of a write in the calling thread while it lives: SIGPIPE (no reader) and SIGXFSZ (file size
+/// limit), where the write fails with an error, and SIGTTOU (background process on a terminal), where it goes on. What
+/// the thread's own writes raised is discarded at the end; signals that were pending before, or that others sent, stay.
+/// Keeps errno. Do not call the application meanwhile, except for its Qt message handler, which Qt itself calls.
 class HeldSignals
 {
 public:
@@ -21,7 +20,7 @@ public:
     bool isRaised(int signal) const noexcept;
 
 private:
-    sigset_t raised; ///< what may be raised meanwhile and was not pending before
+    sigset_t raised; ///< the signals of a write that were not pending before
     sigset_t before;
 };
 

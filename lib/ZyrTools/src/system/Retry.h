@@ -5,7 +5,7 @@
 
 namespace Zyr {
 
-/// Makes a system call, again where a signal interrupted it. Not for close(), which has closed the file then.
+/// Repeats a system call while it fails with EINTR. Not for close(), which has closed the file even then.
 template <typename Call>
 auto retried(Call call)
 {

@@ -4,7 +4,7 @@
 
 namespace Zyr {
 
-/// Whether a call failed for want of descriptors or memory, and so perhaps not for long.
+/// Whether a call failed for lack of descriptors or memory, which may soon pass.
 inline bool isShortage(const std::error_code& error) noexcept
 {
     return error == std::errc::too_many_files_open || error == std::errc::too_many_files_open_in_system ||

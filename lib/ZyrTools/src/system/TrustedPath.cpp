@@ -1,4 +1,4 @@
-// Paths that lead through directories which others may write.
+// Resolves a path that may lead through directories which other users can write.
 
 #include "system/TrustedPath.h"
 
@@ -48,8 +48,7 @@ Descriptor openStep(int directory, const char* name, int flags) noexcept
     return Descriptor(retried([&] { return ::openat(directory, name, O_PATH | O_CLOEXEC | flags); }));
 }
 
-/// A link as such. What has to be a directory is asked for as one, since that alone has the system mount what it mounts
-/// when it is needed.
+/// Opens a node without following it. O_DIRECTORY where a directory is needed, as only that triggers an automount.
 Descriptor openNode(int directory, const char* name, bool isLast) noexcept
 {
     Descriptor node = isLast ? Descriptor() : openStep(directory, name, O_NOFOLLOW | O_DIRECTORY);
@@ -129,7 +128,7 @@ std::error_code TrustedPath::find(const char* path, Missing missing) noexcept
     }
 }
 
-/// Puts what the link says before what is still to go.
+/// Puts the link's target before the rest of the path.
 std::error_code TrustedPath::follow(const Descriptor& link)
 {
     if (++links > maxLinks)

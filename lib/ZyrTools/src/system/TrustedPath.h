@@ -10,7 +10,7 @@
 
 namespace Zyr {
 
-/// What the system itself has no error number for. Compared within one library only.
+/// Errors that have no errno value. Each library has a category of its own: compare within one only.
 enum class PathError {
     ForeignLink = 1, ///< a symbolic link on the way belongs to another user
     NotThisFile      ///< the name leads to another file by now
@@ -24,14 +24,14 @@ constexpr int maxLinks = 40;
 /// Whether links of that user are followed: of root and of the user this process acts as.
 bool isTrustedOwner(uid_t owner) noexcept;
 
-/// Where a path leads now: an open directory and a name in it that is no symbolic link, or is missing.
+/// A resolved path: an open directory, and a name in it that is no symbolic link or does not exist.
 ///
-/// A link that another ordinary user made is not followed, anywhere on the way: who may write a directory that the path
-/// runs through could otherwise have this process, perhaps root's, write, rename and remove files of others. Whoever
-/// goes on from here through the directory and with O_NOFOLLOW cannot be led elsewhere meanwhile either. In /proc,
-/// where only the kernel makes links, it follows them itself.
+/// Symbolic links of other ordinary users are not followed, anywhere on the path: a user who may write a directory on
+/// it could otherwise make this process, perhaps root's, write, rename and remove files elsewhere. Calls on the
+/// directory's descriptor with O_NOFOLLOW are safe against later changes too. Links in /proc are the kernel's, and it
+/// follows them.
 ///
-/// Takes no memory from the heap, and up to three descriptors at a time.
+/// Allocates no memory, and holds up to three descriptors at a time.
 class TrustedPath
 {
 public:
@@ -41,15 +41,15 @@ public:
     TrustedPath(const TrustedPath&) = delete;
     TrustedPath& operator=(const TrustedPath&) = delete;
 
-    /// With CreateDirectories, missing directories that `path` names are created, but for those that a link names: it
-    /// may lead to a disk that is not there yet. An error is PathError::ForeignLink or the system's.
+    /// With CreateDirectories, missing directories are created, except those in a link's target: it may lead to a disk
+    /// that is not mounted yet. An error is PathError::ForeignLink or the system's.
     std::error_code find(const char* path, Missing missing = Missing::Fail) noexcept;
 
     /// For the `…at()` calls, together with name(). Opened with O_PATH.
     int directory() const noexcept { return here.get(); }
     const char* name() const noexcept { return lastName; }
 
-    /// The name is a link of the kernel's in /proc, to be followed by whoever opens it.
+    /// The name is a link of the kernel's in /proc: open() and status() follow it.
     bool isKernelLink() const noexcept { return kernelLink; }
 
     /// As openat() does. ELOOP: a link has taken the name meanwhile, so find() again.
@@ -61,9 +61,9 @@ private:
     std::error_code follow(const Descriptor& link);
 
     Descriptor here;
-    char pending[2 * PATH_MAX]; ///< what is still to go lies at its end
+    char pending[2 * PATH_MAX]; ///< the rest of the path lies at its end
     char* next = nullptr;
-    const char* linkEnd = nullptr; ///< where what links have added to that ends
+    const char* linkEnd = nullptr; ///< end of what links have put before the rest
     int links = 0;
     char lastName[NAME_MAX + 1];
     bool kernelLink = false;
