@@ -33,7 +33,8 @@ cmake -G Ninja -S "$here" -B "$scratch/build" -DCMAKE_PREFIX_PATH="$prefix" >/de
 cmake --build "$scratch/build" >/dev/null
 
 flags=$(PKG_CONFIG_PATH=$pkgconfig pkg-config --cflags --libs 'zyrlogger >= 2')
-# The headers promise C++17. The flags are words.
+# The headers promise C++17.
+# shellcheck disable=SC2086 # the flags are words
 ${CXX:-c++} -std=c++17 -fPIC "$here/main.cpp" -o "$scratch/by-pkg-config" $flags -Wl,-rpath,"$libraries"
 
 for program in "$scratch/build/consumer" "$scratch/by-pkg-config"; do

@@ -86,6 +86,7 @@ for script in /guides/*.sh; do
 done
 E3
 
+# shellcheck disable=SC2016 # the hook's own shell replaces $1
 mmdebstrap --quiet --variant=apt --aptopt='Acquire::Retries "3"' \
     --include=g++,cmake,make,pkg-config,sudo,tmux,w3m,xdg-utils \
     --customize-hook="copy-in $scratch/packages $scratch/guides $scratch/follow.sh $scratch/users.sh /" \
