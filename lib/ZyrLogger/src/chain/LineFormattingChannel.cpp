@@ -26,6 +26,7 @@ LineFormattingChannel::~LineFormattingChannel()
     // Those that found the way open, where it was the application that released the chain. What a thread that stays in
     // its use is working with outlives the chain.
     if (!access->waitForUses())
+        // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): rather the end than a use of memory that is freed
         static_cast<void>(new std::pair(patterns, lines));
 }
 

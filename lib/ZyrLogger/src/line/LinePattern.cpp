@@ -57,7 +57,7 @@ char take(std::string_view& pattern)
 std::string takeBracket(std::string_view& pattern)
 {
     const std::size_t size = std::min(pattern.find(']'), pattern.size());
-    const std::string content(pattern.substr(0, size));
+    std::string content(pattern.substr(0, size));
     pattern.remove_prefix(std::min(size + 1, pattern.size()));
     return content;
 }

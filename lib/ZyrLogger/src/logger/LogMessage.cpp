@@ -111,7 +111,7 @@ LogMessage& LogMessage::topic(const QString& key, QVariant value)
 {
     if (!topics)
         topics = new QMap<QString, QVariant>;
-    topics->insert(key, std::move(value));
+    topics->insert(key, value);
     return *this;
 }
 

@@ -149,7 +149,7 @@ Logger::LoadOutcome Logger::applySettings(QSettings& settings, bool& settingsCha
 QString Logger::applyFilters(QSettings& settings, bool& keysAdded, bool& accepted)
 {
     SettingsGroup group(settings, "Logger"_L1, keysAdded, configFilePath());
-    const QString level = group.readText("level"_L1, u"information"_s);
+    QString level = group.readText("level"_L1, u"information"_s);
     const QStringList filters = group.readText("textFilters"_L1, u""_s).split(u'|', Qt::SkipEmptyParts);
     const bool check = group.readSwitch("checkRepeatedMsg"_L1, false);
     const bool isFirst = !state->shareFile();

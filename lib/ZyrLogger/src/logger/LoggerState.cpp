@@ -266,6 +266,7 @@ void Logger::State::beforeFork()
     TrackedFile::beforeFork();
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): unlocking throws nothing
 void Logger::State::afterFork() noexcept
 {
     TrackedFile::afterFork();

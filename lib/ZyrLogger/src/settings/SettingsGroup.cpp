@@ -69,7 +69,7 @@ QString SettingsGroup::readText(QLatin1StringView key, const QVariant& defaultVa
 
 QString SettingsGroup::readText(const ChainSetting& setting)
 {
-    const QString text = readText(setting.key, setting.defaultValue);
+    QString text = readText(setting.key, setting.defaultValue);
     if (!setting.known.empty() && !isOneOf(text, setting.known))
         report(setting.key, text, u"is not known and counts as "_s + setting.known.back());
     return text;
