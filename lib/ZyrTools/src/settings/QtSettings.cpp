@@ -7,6 +7,7 @@
 #include <QtCore/QSettings>
 
 #include <atomic>
+#include <mutex>
 
 #include <pthread.h>
 
@@ -15,7 +16,7 @@ namespace Zyr::QtSettings {
 namespace {
 
 constinit std::atomic<bool> isExiting = false;
-constinit std::mutex objectMutex;
+constinit Mutex objectMutex;
 
 /// Recursive: a listener may call exit() in a load. Never destroyed: the watcher's thread may still wait for it.
 std::recursive_mutex& loadMutex()
@@ -32,7 +33,10 @@ public:
         // Qt creates its static objects at first use: before this one, so that they are destroyed after it.
         QSettings(u"/dev/null/none.ini"_qs, QSettings::IniFormat).sync();
         loadMutex();
-        ::pthread_atfork([] { objectMutex.lock(); }, [] { objectMutex.unlock(); }, [] { objectMutex.unlock(); });
+        // Unchecked: the mutex is held from one handler to the next.
+        ::pthread_atfork([]() ZYR_UNCHECKED_LOCKING { objectMutex.lock(); },
+                         []() ZYR_UNCHECKED_LOCKING { objectMutex.unlock(); },
+                         []() ZYR_UNCHECKED_LOCKING { objectMutex.unlock(); });
     }
     ~QtLifetime()
     {
@@ -51,7 +55,7 @@ void prepare()
     static const QtLifetime lifetime;
 }
 
-std::mutex& lifeMutex()
+Mutex& lifeMutex()
 {
     return objectMutex;
 }

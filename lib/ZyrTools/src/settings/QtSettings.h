@@ -1,6 +1,6 @@
 #pragma once
 
-#include <mutex>
+#include "base/Mutex.h"
 
 /// Makes QSettings safe to use on a thread of the library: Qt's static objects have to outlive the loads, and a fork
 /// must not happen while that thread holds Qt's lock, which the child could never release.
@@ -10,7 +10,7 @@ namespace Zyr::QtSettings {
 void prepare();
 
 /// To be held while a QSettings object is constructed or destroyed, which is when Qt takes its lock. fork() takes it.
-std::mutex& lifeMutex();
+Mutex& lifeMutex();
 
 /// A load on the watcher's thread. The destruction of static objects waits for it before Qt's are destroyed.
 class Load

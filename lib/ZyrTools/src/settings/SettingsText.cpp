@@ -50,7 +50,7 @@ MemorySettings::MemorySettings(const SettingsMap& values)
     static std::atomic<unsigned> last = 0;
     const QString name = u"/dev/null/settings-%1.ini"_s.arg(++last);
     {
-        const std::lock_guard lock(QtSettings::lifeMutex());
+        const Guard guard(QtSettings::lifeMutex());
         object = std::make_unique<QSettings>(name, QSettings::IniFormat);
     }
     for (auto value = values.cbegin(); value != values.cend(); ++value)
@@ -60,7 +60,7 @@ MemorySettings::MemorySettings(const SettingsMap& values)
 MemorySettings::~MemorySettings()
 {
     object->clear(); // otherwise QSettings tries to save it
-    const std::lock_guard lock(QtSettings::lifeMutex());
+    const Guard guard(QtSettings::lifeMutex());
     object.reset();
 }
 
@@ -93,7 +93,7 @@ std::optional<ParsedSettings> parseSettings(const QByteArray& bytes, QString& re
     const QString name = u"/proc/self/fd/%1"_s.arg(file.get());
     if (!QFile::exists(name))
         return failed(u"there is no /proc"_s);
-    const std::lock_guard lock(QtSettings::lifeMutex());
+    const Guard guard(QtSettings::lifeMutex());
     const QSettings settings(name, QSettings::IniFormat);
     ParsedSettings result{allValues(settings)};
     // After reading the values: QSettings parses a section when its keys are read.
@@ -123,7 +123,7 @@ std::optional<QByteArray> serialiseSettings(const QByteArray& base, const Settin
         return failed();
     file.close();
     {
-        const std::lock_guard lock(QtSettings::lifeMutex());
+        const Guard guard(QtSettings::lifeMutex());
         QSettings settings(file.fileName(), QSettings::IniFormat);
         for (const QString& key : removed)
             settings.remove(key);

@@ -31,8 +31,10 @@ Watcher& Watcher::instance()
 
 Watcher::Watcher()
 {
-    ::pthread_atfork([] { instance().mutex.lock(); }, [] { instance().mutex.unlock(); },
-                     [] { instance().mutex.unlock(); });
+    // Unchecked: the mutex is held from one handler to the next.
+    ::pthread_atfork([]() ZYR_UNCHECKED_LOCKING { instance().mutex.lock(); },
+                     []() ZYR_UNCHECKED_LOCKING { instance().mutex.unlock(); },
+                     []() ZYR_UNCHECKED_LOCKING { instance().mutex.unlock(); });
 }
 
 Watcher::Begin Watcher::begin(const Client& client)
@@ -45,9 +47,9 @@ Watcher::Begin Watcher::begin(const Client& client)
         client->busyThread = std::this_thread::get_id();
         return Begin::First;
     }
-    Lock lock(mutex);
+    const Guard guard(mutex);
     if (!client->started)
-        waitUntilIdle(lock, client);
+        waitUntilIdle(client);
     if (client->started && (client->busy || isWatched(client)))
         return Begin::Started;
     const bool again = std::exchange(client->started, true);
@@ -65,7 +67,7 @@ bool Watcher::isWatched(const Client& client) const
 
 bool Watcher::watch(const Client& client, QString& problem)
 {
-    Lock lock(mutex);
+    const Guard guard(mutex);
     if (!client->started)
         return false;
     QString reason = ensureRunning();
@@ -77,7 +79,7 @@ bool Watcher::watch(const Client& client, QString& problem)
     }
 
     ++startingWalks;
-    const int error = walk(lock, client);
+    const int error = walk(client);
     --startingWalks;
     wake(); // it left the events alone during the walk
     if (!client->started)
@@ -97,7 +99,7 @@ bool Watcher::watch(const Client& client, QString& problem)
 
 void Watcher::touch(const Client& client)
 {
-    const std::lock_guard lock(mutex);
+    const Guard guard(mutex);
     if (!client->started)
         return;
     client->touch();
@@ -111,12 +113,12 @@ void Watcher::end(const Client& client, std::optional<Time> nextLook, bool faile
         client->started = client->started && !failed;
         return;
     }
-    const std::lock_guard lock(mutex);
+    const Guard guard(mutex);
     client->busy = false;
     if (failed && clients.count(client.get()) == 0)
         client->started = false;
     client->nextLook = nextLook;
-    changed.notify_all();
+    changed.notifyAll();
     wake();
 }
 
@@ -126,7 +128,7 @@ void Watcher::stop(const Client& client)
         client->started = false;
         return;
     }
-    Lock lock(mutex);
+    const Guard guard(mutex);
     client->started = false;
     client->dirty = false;
     client->nextLook.reset();
@@ -134,14 +136,14 @@ void Watcher::stop(const Client& client)
     client->watchAgain.reset();
     if (clients.erase(client.get()) > 0 && paths)
         paths->forget(client.get());
-    waitUntilIdle(lock, client);
+    waitUntilIdle(client);
     if (clients.empty() && thread.joinable())
-        endThread(lock);
+        endThread();
 }
 
 bool Watcher::isBusyHere(const Client& client)
 {
-    const std::lock_guard lock(mutex);
+    const Guard guard(mutex);
     return client->busy && client->busyThread == std::this_thread::get_id();
 }
 
@@ -162,11 +164,11 @@ bool Watcher::waitsForThisThread(const WatchClient* client) const
     return false;
 }
 
-void Watcher::waitUntilIdle(Lock& lock, const Client& client)
+void Watcher::waitUntilIdle(const Client& client)
 {
     while (client->busy && !waitsForThisThread(client.get())) {
         waiting[std::this_thread::get_id()] = client.get();
-        changed.wait(lock);
+        changed.wait(mutex);
         waiting.erase(std::this_thread::get_id());
     }
 }
@@ -176,7 +178,7 @@ QString Watcher::ensureRunning()
 {
     if (thread.joinable() && !ended) {
         quit = false;
-        changed.notify_all(); // ends endThread()'s wait: the thread goes on
+        changed.notifyAll(); // ends endThread()'s wait: the thread goes on
         return {};
     }
     if (thread.joinable())
@@ -207,7 +209,7 @@ void Watcher::wake() const
         ::eventfd_write(wakeUp.get(), 1);
 }
 
-void Watcher::endThread(Lock& lock)
+void Watcher::endThread()
 {
     quit = true;
     wake();
@@ -215,7 +217,9 @@ void Watcher::endThread(Lock& lock)
     if (thread.get_id() == std::this_thread::get_id() || serving)
         return;
     // Limited, as a walk may hang in a file system that does not answer.
-    changed.wait_for(lock, maxWait, [this] { return ended || !quit; });
+    const auto latest = std::chrono::steady_clock::now() + maxWait;
+    while (!ended && quit && std::chrono::steady_clock::now() < latest)
+        changed.waitUntil(mutex, latest);
     if (ended && thread.joinable())
         thread.join();
 }

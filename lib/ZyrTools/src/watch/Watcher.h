@@ -1,14 +1,13 @@
 #pragma once
 
+#include "base/Mutex.h"
 #include "watch/PathWatch.h"
 #include "watch/WatchClient.h"
 
 #include <QtCore/QString>
 
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -57,43 +56,47 @@ public:
     template <typename Change>
     void publish(Change&& change)
     {
-        const std::lock_guard lock(mutex);
+        const Guard guard(mutex);
         change();
     }
 
 private:
-    using Lock = std::unique_lock<std::mutex>;
-
     Watcher();
-    QString ensureRunning();
-    void wake() const;
-    bool isWatched(const Client& client) const;
-    void waitUntilIdle(Lock& lock, const Client& client);
-    bool waitsForThisThread(const WatchClient* client) const;
-    void endThread(Lock& lock);
+    QString ensureRunning() ZYR_REQUIRES(mutex);
+    void wake() const ZYR_REQUIRES(mutex);
+    bool isWatched(const Client& client) const ZYR_REQUIRES(mutex);
+    void waitUntilIdle(const Client& client) ZYR_REQUIRES(mutex);
+    bool waitsForThisThread(const WatchClient* client) const ZYR_REQUIRES(mutex);
+    void endThread() ZYR_REQUIRES(mutex);
 
     void run();
-    void runOnce(Lock& lock);
-    void touchAll();
-    void recover(Lock& lock);
-    int timeout() const;
-    void readEvents();
-    int walk(Lock& lock, const Client& client);
-    void watchDueClients(Lock& lock);
-    void serveDueClients(Lock& lock);
+    void runOnce() ZYR_REQUIRES(mutex);
+    void touchAll() ZYR_REQUIRES(mutex);
+    void recover() ZYR_REQUIRES(mutex);
+    int timeout() const ZYR_REQUIRES(mutex);
+    void readEvents() ZYR_REQUIRES(mutex);
+    int walk(const Client& client) ZYR_REQUIRES(mutex);
+    int walkUnlocked(const Client& client, PathWatch& walked) ZYR_REQUIRES(walkMutex) ZYR_EXCLUDES(mutex);
+    void watchDueClients() ZYR_REQUIRES(mutex);
+    void serveDueClients() ZYR_REQUIRES(mutex);
 
-    std::mutex mutex;
-    std::mutex walkMutex; ///< one walk at a time. Taken before `mutex`: fork() takes that, and a walk may hang
-    std::condition_variable changed;                       ///< a client is idle, the thread has ended or is to go on
-    std::map<const void*, Client> clients;                 ///< watched, or to be watched as soon as they can be
-    std::map<std::thread::id, const WatchClient*> waiting; ///< the client that each waiting thread waits for
-    std::shared_ptr<PathWatch> paths;
-    int startingWalks = 0; ///< by other threads than the watcher's, which reads no events meanwhile
-    Descriptor wakeUp;
-    std::thread thread;
-    bool quit = false;
-    bool ended = false;
-    bool serving = false;           ///< the thread is in a client's look()
+    Mutex mutex;
+    Mutex walkMutex;   ///< one walk at a time. Taken before `mutex`: fork() takes that, and a walk may hang
+    Condition changed; ///< a client is idle, the thread has ended or is to go on
+
+    /// Watched, or to be watched as soon as they can be.
+    std::map<const void*, Client> clients ZYR_GUARDED_BY(mutex);
+    /// The client that each waiting thread waits for.
+    std::map<std::thread::id, const WatchClient*> waiting ZYR_GUARDED_BY(mutex);
+    std::shared_ptr<PathWatch> paths ZYR_GUARDED_BY(mutex);
+    /// By other threads than the watcher's, which reads no events meanwhile.
+    int startingWalks ZYR_GUARDED_BY(mutex) = 0;
+    Descriptor wakeUp ZYR_GUARDED_BY(mutex);
+    std::thread thread ZYR_GUARDED_BY(mutex);
+    bool quit ZYR_GUARDED_BY(mutex) = false;
+    bool ended ZYR_GUARDED_BY(mutex) = false;
+    bool serving ZYR_GUARDED_BY(mutex) = false; ///< the thread is in a client's look()
+
     const pid_t owner = ::getpid(); ///< not set by a fork handler: a fork may run before it is registered
 };
 

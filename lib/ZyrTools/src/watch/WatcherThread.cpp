@@ -46,7 +46,7 @@ int Watcher::timeout() const
 
 void Watcher::readEvents()
 {
-    paths->readEvents([this](const PathWatch::Event& event) {
+    paths->readEvents([this](const PathWatch::Event& event) ZYR_REQUIRES(mutex) {
         const auto found = clients.find(event.owner);
         if (found == clients.end())
             return;
@@ -60,35 +60,41 @@ void Watcher::readEvents()
 
 /// Watches the path of a client, without the mutex while the file system may block.
 /// @return 0 or an errno value
-int Watcher::walk(Lock& lock, const Client& client)
+int Watcher::walk(const Client& client)
 {
     const auto walked = paths; // shared: the thread may end meanwhile, and another begin with its own
-    lock.unlock();
-    const std::lock_guard alone(walkMutex);
-    lock.lock();
+    const Unlocked unlocked(mutex);
+    const Guard alone(walkMutex);
+    return walkUnlocked(client, *walked);
+}
+
+int Watcher::walkUnlocked(const Client& client, PathWatch& walked)
+{
     int error = ENOMEM;
     PathWatch::WatchSet watches;
     try {
-        const PathWatch::Masks others = walked->beginWalk(client.get());
-        lock.unlock();
-        error = walked->follow(client->path, others, watches);
+        PathWatch::Masks others;
+        {
+            const Guard guard(mutex);
+            others = walked.beginWalk(client.get());
+        }
+        error = walked.follow(client->path, others, watches);
     } catch (const std::bad_alloc&) {
         error = ENOMEM;
     }
-    if (!lock.owns_lock())
-        lock.lock();
+    const Guard guard(mutex);
     try {
-        walked->endWalk(client.get(), watches);
+        walked.endWalk(client.get(), watches);
     } catch (const std::bad_alloc&) {
         error = ENOMEM;
     }
     if (clients.count(client.get()) == 0)
-        walked->forget(client.get());
+        walked.forget(client.get());
     return error;
 }
 
 /// Comes before the clients' looks: a change after the walk gives an event, one before it is seen by the look.
-void Watcher::watchDueClients(Lock& lock)
+void Watcher::watchDueClients()
 {
     const auto now = std::chrono::steady_clock::now();
     std::vector<Client> due;
@@ -99,21 +105,20 @@ void Watcher::watchDueClients(Lock& lock)
     for (const Client& client : due) {
         if (clients.count(client.get()) == 0)
             continue;
-        const int error = walk(lock, client);
+        const int error = walk(client);
         if (clients.count(client.get()) == 0)
             continue;
         if (error == 0) {
             client->watchSucceeded();
         } else if (client->watchFailed()) {
-            lock.unlock();
+            const Unlocked unlocked(mutex);
             Misc::reportProblem(QFile::decodeName(client->path),
                                 u"cannot be watched as it lies now, which is tried again: "_s + errorText(error));
-            lock.lock();
         }
     }
 }
 
-void Watcher::serveDueClients(Lock& lock)
+void Watcher::serveDueClients()
 {
     const auto now = std::chrono::steady_clock::now();
     std::vector<Client> due;
@@ -134,14 +139,13 @@ void Watcher::serveDueClients(Lock& lock)
         serving = true;
         std::optional<Time> nextLook;
         {
-            const auto done = qScopeGuard([&] {
-                lock.lock();
+            const auto done = qScopeGuard([&]() ZYR_REQUIRES(mutex) {
                 serving = false;
                 client->busy = false;
                 client->nextLook = nextLook;
-                changed.notify_all();
+                changed.notifyAll();
             });
-            lock.unlock();
+            const Unlocked unlocked(mutex);
             try {
                 nextLook = client->look(touched);
             } catch (...) {
@@ -153,20 +157,21 @@ void Watcher::serveDueClients(Lock& lock)
     }
 }
 
-void Watcher::runOnce(Lock& lock)
+void Watcher::runOnce()
 {
     const bool listens = startingWalks == 0;
     pollfd sources[] = {{wakeUp.get(), POLLIN, 0}, {listens ? paths->fd() : -1, POLLIN, 0}};
     const int wait = timeout();
-    lock.unlock();
-    ::poll(sources, std::size(sources), wait);
-    lock.lock();
+    {
+        const Unlocked unlocked(mutex);
+        ::poll(sources, std::size(sources), wait);
+    }
     eventfd_t count;
     ::eventfd_read(wakeUp.get(), &count);
     if (startingWalks == 0)
         readEvents();
-    watchDueClients(lock);
-    serveDueClients(lock);
+    watchDueClients();
+    serveDueClients();
 }
 
 /// Makes every client due for a walk and a look.
@@ -179,24 +184,24 @@ void Watcher::touchAll()
 }
 
 /// Events may have been lost in an exception, mostly std::bad_alloc, so all clients look again.
-void Watcher::recover(Lock& lock)
+void Watcher::recover()
 {
-    if (lock.owns_lock())
-        lock.unlock();
-    std::this_thread::sleep_for(recoveryTime); // no busy loop while it lasts
-    lock.lock();
+    {
+        const Unlocked unlocked(mutex);
+        std::this_thread::sleep_for(recoveryTime); // no busy loop while it lasts
+    }
     touchAll();
 }
 
 void Watcher::run()
 {
     ::pthread_setname_np(::pthread_self(), "ZyrSettings");
-    Lock lock(mutex);
+    const Guard guard(mutex);
     while (!quit && !isForked()) {
         try {
-            runOnce(lock);
+            runOnce();
         } catch (const std::exception&) {
-            recover(lock);
+            recover();
         }
     }
     if (isForked())
@@ -204,7 +209,7 @@ void Watcher::run()
     paths.reset();
     wakeUp = Descriptor();
     ended = true;
-    changed.notify_all();
+    changed.notifyAll();
 }
 
 } // namespace Zyr
