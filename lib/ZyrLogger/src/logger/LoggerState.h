@@ -159,7 +159,7 @@ private:
     static std::vector<State*>& living();
     static std::vector<std::shared_ptr<ChainAccess>> livingAccesses();
     static void beforeFork();
-    static void afterFork() noexcept;
+    static void afterFork() noexcept; // NOLINT(bugprone-exception-escape): unlocking throws nothing
     static void afterForkInChild() noexcept;
     void lockAll();
     void unlockAll();
