@@ -3,8 +3,8 @@
 #include "base/LocalTime.h"
 #include "caller/CallerThread.h"
 #include "chain/LineFormatter.h"
+#include "system/ForkClosedFile.h"
 #include "system/StandardOutput.h"
-#include "system/TrackedFile.h"
 #include "writer/Patience.h"
 
 #include <ZyrLogger/PocoMessage.h>
@@ -263,13 +263,13 @@ void Logger::State::beforeFork()
     for (State* state : living())
         state->lockAll();
     registry.lock();
-    TrackedFile::beforeFork();
+    ForkClosedFile::beforeFork();
 }
 
 // NOLINTNEXTLINE(bugprone-exception-escape): unlocking throws nothing
 void Logger::State::afterFork() noexcept
 {
-    TrackedFile::afterFork();
+    ForkClosedFile::afterFork();
     registry.unlock();
     for (State* state : living())
         state->unlockAll();
@@ -280,7 +280,7 @@ void Logger::State::afterFork() noexcept
 void Logger::State::afterForkInChild() noexcept
 {
     ++forksSoFar;
-    TrackedFile::afterForkInChild();
+    ForkClosedFile::afterForkInChild();
     StandardOutput::afterForkInChild();
     LocalTime::afterForkInChild();
     CallerThread::afterForkInChild();

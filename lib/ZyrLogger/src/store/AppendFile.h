@@ -2,10 +2,11 @@
 
 #include "queue/LineBatch.h"
 #include "store/LogPlace.h"
-#include "system/TrackedFile.h"
+#include "system/ForkClosedFile.h"
 
-#include <cstdint>
+#include <chrono>
 #include <memory>
+#include <span>
 #include <string>
 #include <system_error>
 
@@ -18,8 +19,7 @@ namespace Zyr {
 class AppendFile
 {
 public:
-    /// Creates the file if need be. A pipe that nobody reads cannot be opened. A path to a descriptor of this process,
-    /// as /dev/stdout, stands for the descriptor itself where that is a socket, which cannot be opened by name.
+    /// Creates the file if need be. A pipe that nobody reads cannot be opened.
     std::error_code open(const std::string& path, CallWatch& watch);
     /// Creates it beside a log, for nobody else to read; one that is there already is an error.
     std::error_code create(const LogPlace& beside, const std::string& name, CallWatch& watch);
@@ -76,10 +76,10 @@ public:
 private:
     std::error_code look(CallWatch& watch);
     std::error_code compare(const std::error_code& error, const struct stat& now, CallWatch& watch) noexcept;
-    ssize_t write(iovec* pieces, std::size_t count) const noexcept;
+    ssize_t write(std::span<iovec> pieces, std::chrono::seconds limit, CallWatch& watch) const noexcept;
     bool isBeingWritten(CallWatch& watch) const;
 
-    TrackedFile file;
+    ForkClosedFile file;
     struct stat status = {};
     std::shared_ptr<const LogPlace> place;
 };

@@ -1,3 +1,4 @@
+// Writing lines to the log file.
 #include "store/LogFile.h"
 
 #include "store/LogProblem.h"
@@ -7,9 +8,6 @@
 #include <algorithm>
 #include <utility>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 namespace Zyr {
 
 using namespace Qt::StringLiterals;
@@ -17,7 +15,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr int mostTries = 5; // to find the file that the first writer has just begun
+constexpr int maxTries = 5; // to find the file that the first writer has just begun
 
 RotationTimer::Time timeOf(const timespec& stamp)
 {
@@ -127,7 +125,7 @@ std::error_code LogFile::makeReady(Time now)
 /// Where the path leads through a link that is not followed, the file that is open stays.
 std::error_code LogFile::openPath(Time now)
 {
-    for (int tries = 0; tries < mostTries; ++tries) {
+    for (int tries = 0; tries < maxTries; ++tries) {
         AppendFile fresh;
         if (const std::error_code error = fresh.open(settings.path, watch)) {
             if (error == PathError::ForeignLink && file.isOpen()) {
@@ -230,7 +228,7 @@ void LogFile::keepArchives(Time now)
 /// compressed until the lines are in it. Takes over when there is no first writer any more.
 std::error_code LogFile::joinFirstWriter(Time now)
 {
-    for (int tries = 0; tries < mostTries; ++tries) {
+    for (int tries = 0; tries < maxTries; ++tries) {
         if (file.isOpen() && file.holdOffCompression(watch)) {
             if (const std::error_code error = findAgain(); error != PathError::NotThisFile) {
                 // The lock of a file that is no longer in its place, or may not be, says nothing.

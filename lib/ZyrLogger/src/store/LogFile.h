@@ -73,7 +73,6 @@ private:
     bool isRotationDue(Time now);
     std::error_code rotateIfStillDue(Time now);
     std::error_code rotate(Time now);
-    std::error_code moveAway(const std::string& next, const std::string& archive);
 
     // They do not throw, since what was written and not accounted for would be written again.
     Written append(const LineBatch& batch, std::size_t lines) noexcept;

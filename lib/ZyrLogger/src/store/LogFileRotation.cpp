@@ -4,12 +4,10 @@
 
 #include "store/LogProblem.h"
 #include "store/rotation/IntervalStart.h"
+#include "system/FileCalls.h"
 #include "system/TrustedPath.h"
 
-#include <cerrno>
 #include <utility>
-
-#include <unistd.h>
 
 namespace Zyr {
 
@@ -99,12 +97,12 @@ std::error_code LogFile::rotate(Time now)
         return error;
 
     fresh.lock(watch); // before others can open it, and lock it
-    copyAccess(file.lastStatus(), fresh.descriptor(), watch);
+    FileCalls::copyAccess(file.lastStatus(), fresh.descriptor(), watch);
 
     std::string archive;
     error = archives.makeRoom(now, archive);
     if (!error)
-        error = moveAway(next, archive);
+        error = place->replace(place->name(), next, archive, watch);
     if (error) {
         // It may be the old log that could not be brought back, or another writer's lines may be in it by now.
         if (!fresh.findAgain(*place, next, watch) && fresh.lastStatus().st_size == 0)
@@ -120,27 +118,6 @@ std::error_code LogFile::rotate(Time now)
     archives.added(archive, now);
     archives.purge(now);
     return {};
-}
-
-/// Puts the file `next` in the log's place and that under the name `archive`, or leaves all as it was.
-std::error_code LogFile::moveAway(const std::string& next, const std::string& archive)
-{
-    const std::string& log = place->name();
-    if (place->exchange(next, log, watch)) {
-        const std::error_code error = place->renameToFree(next, archive, watch);
-        if (error)
-            place->exchange(next, log, watch);
-        return error;
-    }
-    if (errno != EINVAL && errno != ENOSYS)
-        return lastError();
-    // A file system that cannot exchange.
-    if (const std::error_code error = place->renameToFree(log, archive, watch))
-        return error;
-    const std::error_code error = place->renameToFree(next, log, watch);
-    if (error)
-        place->renameToFree(archive, log, watch);
-    return error;
 }
 
 } // namespace Zyr

@@ -1,3 +1,4 @@
+// Lines on standard output.
 #include "system/StandardOutput.h"
 
 #include "system/HeldSignals.h"

@@ -1,4 +1,8 @@
+// The compression of one archive, in slices.
 #include "store/archive/ArchiveCompressor.h"
+
+#include "system/FileCalls.h"
+#include "system/FileLocks.h"
 
 #include <Poco/DeflatingStream.h>
 
@@ -11,7 +15,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 namespace Zyr {
 
@@ -19,8 +22,6 @@ namespace {
 
 constexpr std::size_t blockSize = 16 * 1024; // on the stack
 constexpr int blocksPerSlice = 4;
-constexpr std::chrono::seconds longestSync(10);
-constexpr int always = O_NONBLOCK | O_NOCTTY;
 
 /// What POCO's deflating stream, which writes nothing at all without input, leaves out.
 constexpr char emptyGzip[20] = {'\x1f', '\x8b', 8, 0, 0, 0, 0, 0, 0, 3, 3};
@@ -34,7 +35,7 @@ public:
     {
     }
 
-    TrackedFile file;
+    ForkClosedFile file;
 
 protected:
     std::streamsize xsputn(const char* bytes, std::streamsize count) override
@@ -42,8 +43,7 @@ protected:
         if (!file) // abandoned: the deflating stream writes its end nevertheless
             return count;
         for (std::streamsize written = 0; written < count;) {
-            const ssize_t step =
-                watch([&] { return ::write(file.get(), bytes + written, std::size_t(count - written)); });
+            const ssize_t step = FileCalls::write(file.get(), bytes + written, std::size_t(count - written), watch);
             if (step <= 0)
                 return written;
             written += step;
@@ -54,20 +54,6 @@ protected:
 private:
     CallWatch& watch;
 };
-
-bool isSameFile(const struct stat& one, const struct stat& other)
-{
-    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
-}
-
-/// Empty and for nobody else to read.
-bool createFile(const LogPlace& log, const std::string& name, TrackedFile& file, CallWatch& watch)
-{
-    const auto create = [&] {
-        return log.open(name, O_WRONLY | O_CREAT | O_EXCL | always, file, watch, S_IRUSR | S_IWUSR);
-    };
-    return create() || (errno == EEXIST && log.remove(name, watch) && create());
-}
 
 } // namespace
 
@@ -83,7 +69,7 @@ struct ArchiveCompressor::Work
 
     const std::shared_ptr<const LogPlace> log;
     const std::string temporary;
-    TrackedFile input;
+    ForkClosedFile input;
     struct stat status = {}; ///< of the input, before it is read
     std::uint64_t consumed = 0;
     Output output;
@@ -114,22 +100,22 @@ ArchiveCompressor::Result ArchiveCompressor::start(std::shared_ptr<const LogPlac
 
 ArchiveCompressor::Result ArchiveCompressor::begin(const std::string& archive)
 {
-    TrackedFile& input = work->input;
-    const auto open = [&](int flags) { return work->log->open(archive, flags | always, input, watch); };
+    ForkClosedFile& input = work->input;
+    const auto open = [&](int flags) { return work->log->open(archive, flags, input, watch); };
     if (!open(O_RDWR) && // a lock that keeps writers off needs that
         ((errno != EACCES && errno != EPERM && errno != EROFS) || !open(O_RDONLY)))
         return errno == ENOENT ? Result::Gone : Result::Failed;
     if (isBeingWritten())
         return Result::Busy;
-    if (watch([&] { return ::fstat(input.get(), &work->status); }) != 0)
+    if (!FileCalls::status(input.get(), work->status, watch))
         return Result::Failed;
     if (!S_ISREG(work->status.st_mode))
         return Result::Gone;
-    if (!createFile(*work->log, work->temporary, work->output.file, watch))
+    if (!work->log->create(work->temporary, Directory::Existing::Remove, work->output.file, watch))
         return Result::Failed;
     try {
         work->deflated.emplace(work->stream, Poco::DeflatingStreamBuf::STREAM_GZIP, Z_DEFAULT_COMPRESSION);
-    } catch (const std::exception&) { // out of memory, by one type or another
+    } catch (const std::exception&) { // bad_alloc, or POCO's zlib exception
         return Result::Failed;
     }
     return Result::Working;
@@ -139,15 +125,10 @@ ArchiveCompressor::Result ArchiveCompressor::begin(const std::string& archive)
 /// archive is never written again.
 bool ArchiveCompressor::isBeingWritten()
 {
-    struct flock range = {};
-    range.l_type = F_WRLCK;
-    range.l_whence = SEEK_SET;
     const int file = work->input.get();
-    const auto set = [&] { return ::fcntl(file, F_OFD_SETLK, &range); };
-    if (watch(set) != 0)
-        return errno == EAGAIN || errno == EACCES; // other errors: there are no such locks here
-    range.l_type = F_UNLCK;
-    watch(set);
+    if (!FileLocks::exclude(file, watch))
+        return true;
+    FileLocks::release(file, watch);
     return false;
 }
 
@@ -169,7 +150,7 @@ ArchiveCompressor::Result ArchiveCompressor::readSlice(const std::string& archiv
 {
     char block[blockSize];
     for (int blocks = 0; blocks < blocksPerSlice; ++blocks) {
-        const ssize_t count = watch([&] { return ::read(work->input.get(), block, sizeof block); });
+        const ssize_t count = FileCalls::read(work->input.get(), block, sizeof block, watch);
         if (count == 0)
             return finish(archive);
         if (count < 0 || work->deflated->sputn(block, count) != count)
@@ -197,14 +178,13 @@ ArchiveCompressor::Result ArchiveCompressor::finish(const std::string& archive)
         return Result::Gone;
     if (std::uint64_t(status.st_size) != work->consumed) // written to although there are no locks
         return Result::Failed;
-    copyAccess(status, output, watch);
-    const timespec times[] = {status.st_atim, status.st_mtim};
-    watch([&] { return ::futimens(output, times); });
-    if (watch([&] { return ::fdatasync(output); }, longestSync) != 0)
+    FileCalls::copyAccess(status, output, watch);
+    FileCalls::copyTimes(status, output, watch);
+    if (!FileCalls::synchronize(output, watch))
         return Result::Failed;
 
     // Somebody else may have taken the temporary file for a left-over.
-    if (watch([&] { return ::fstat(output, &status); }) != 0 || status.st_nlink == 0)
+    if (!FileCalls::status(output, status, watch) || status.st_nlink == 0)
         return Result::Failed;
     if (log.renameToFree(work->temporary, archive + ".gz", watch))
         return Result::Failed;
@@ -229,12 +209,12 @@ bool holdsAllOf(const LogPlace& log, const std::string& gzipped, const std::stri
 {
     struct stat whole = {};
     struct stat part = {};
-    TrackedFile file;
+    ForkClosedFile file;
     std::uint8_t size[4] = {};
-    if (!log.status(plain, whole, watch) || !log.open(gzipped, O_RDONLY | always, file, watch) ||
-        watch([&] { return ::fstat(file.get(), &part); }) != 0 || part.st_size < off_t(sizeof emptyGzip) ||
-        watch([&] { return ::pread(file.get(), size, sizeof size, part.st_size - off_t(sizeof size)); }) !=
-            ssize_t(sizeof size))
+    constexpr auto sizeBytes = ssize_t(sizeof size);
+    if (!log.status(plain, whole, watch) || !log.open(gzipped, O_RDONLY, file, watch) ||
+        !FileCalls::status(file.get(), part, watch) || part.st_size < off_t(sizeof emptyGzip) ||
+        FileCalls::readAt(file.get(), part.st_size - sizeBytes, size, sizeof size, watch) != sizeBytes)
         return false;
     std::uint32_t told = 0;
     for (std::size_t byte = sizeof size; byte-- > 0;)

@@ -1,3 +1,4 @@
+// The names of archives, and what they tell of an archive's age.
 #include "store/archive/ArchiveNames.h"
 
 #include "base/LocalTime.h"

@@ -1,4 +1,7 @@
+// The archives of one log file: the list of them, room for the next one, purging, and what a kill left over.
 #include "store/archive/Archives.h"
+
+#include "system/FileCalls.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -251,7 +254,7 @@ std::error_code Archives::cleanUp(Time now)
     return error;
 }
 
-/// Ends what was ended between the last two steps of compression: the gzipped file got its name when it was complete.
+/// Finishes a compression stopped after the .gz was in place.
 void Archives::removePlainTwins()
 {
     List kept;
@@ -267,7 +270,7 @@ void Archives::removePlainTwins()
     listChanged();
 }
 
-/// Gives the log its name that was exchanged with the next one and did not become an archive any more.
+/// Recovers the log of a rotation stopped between exchange and rename.
 std::error_code Archives::rescueLog(Time now)
 {
     const std::string old = log->hidden(".next");

@@ -11,15 +11,15 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::size_t mostWaiting = 2;
+constexpr std::size_t maxWaiting = 2;
 constexpr std::chrono::seconds firstWait(4);
-constexpr std::chrono::seconds longestWait(256); // a full disk is written to at each attempt
+constexpr std::chrono::seconds maxWait(256); // a full disk is written to at each attempt
 
 } // namespace
 
 bool Archives::mustCompressFirst() const noexcept
 {
-    return settings.compress && waiting > mostWaiting && !failed;
+    return settings.compress && waiting > maxWaiting && !failed;
 }
 
 bool Archives::canCompress(Time now) const noexcept
@@ -75,7 +75,7 @@ void Archives::compressNext(Time now)
         break;
     case ArchiveCompressor::Result::Failed:
         archive->postponed = true;
-        backoff = std::clamp(2 * backoff, firstWait, longestWait);
+        backoff = std::clamp(2 * backoff, firstWait, maxWait);
         putOff(now, backoff);
         break;
     }

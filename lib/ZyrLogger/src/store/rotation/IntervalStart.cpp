@@ -1,4 +1,7 @@
+// The hidden file that keeps when the present log file's interval began.
 #include "store/rotation/IntervalStart.h"
+
+#include "system/FileCalls.h"
 
 #include <charconv>
 #include <cstdint>
@@ -6,7 +9,6 @@
 #include <string_view>
 
 #include <fcntl.h>
-#include <unistd.h>
 
 namespace Zyr {
 
@@ -16,7 +18,7 @@ using std::chrono::seconds;
 using Clock = std::chrono::system_clock;
 
 /// "-9223372036854775808" and a line end fit, and one more that shows that a file is too long.
-constexpr std::size_t longestContent = 22;
+constexpr std::size_t maxContent = 22;
 constexpr auto ending = ".since";
 
 /// A file system may hold times that the clock's type does not.
@@ -43,12 +45,11 @@ std::optional<IntervalStart::Time> parse(std::string_view content)
 
 std::optional<IntervalStart::Time> IntervalStart::read(const LogPlace& log) const
 {
-    // Not blocking, so that a FIFO under that name does not stop the caller.
-    TrackedFile file;
-    if (!log.open(log.hidden(ending), O_RDONLY | O_NONBLOCK | O_NOCTTY, file, watch))
+    ForkClosedFile file;
+    if (!log.open(log.hidden(ending), O_RDONLY, file, watch))
         return {};
-    char content[longestContent];
-    const ssize_t size = watch([&] { return ::read(file.get(), content, sizeof content); });
+    char content[maxContent];
+    const ssize_t size = FileCalls::read(file.get(), content, sizeof content, watch);
     file.close(watch);
     const auto start = size > 0 ? parse({content, static_cast<std::size_t>(size)}) : std::nullopt;
     return start > Clock::now() ? std::nullopt : start;
@@ -58,13 +59,12 @@ bool IntervalStart::write(const LogPlace& log, Time start) const
 {
     const auto second = std::chrono::floor<seconds>(start.time_since_epoch()).count();
     const std::string name = log.hidden(ending), temporary = name + ".new", content = std::to_string(second) + '\n';
-    // What a crash left behind goes, and a link that somebody put there is not followed.
-    log.remove(temporary, watch);
-    TrackedFile file;
-    if (!log.open(temporary, O_WRONLY | O_CREAT | O_EXCL, file, watch, 0644))
+    ForkClosedFile file;
+    // For whoever rotates next to read, perhaps another user; what a crash left behind goes.
+    if (!log.create(temporary, Directory::Existing::Remove, file, watch, 0644))
         return false;
     // Not synchronised, which would wear out storage: what a power cut leaves damaged counts as absent.
-    const ssize_t written = watch([&] { return ::write(file.get(), content.data(), content.size()); });
+    const ssize_t written = FileCalls::write(file.get(), content.data(), content.size(), watch);
     file.close(watch);
     if (written == static_cast<ssize_t>(content.size()) && log.rename(temporary, name, watch))
         return true;

@@ -1,3 +1,4 @@
+// When a file's time is up.
 #include "store/rotation/RotationTimer.h"
 
 #include "store/rotation/TimeOfDay.h"

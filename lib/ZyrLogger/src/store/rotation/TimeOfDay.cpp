@@ -1,3 +1,4 @@
+// The times of day at which the log rotates, on a wall clock that may jump.
 #include "store/rotation/TimeOfDay.h"
 
 #include "base/LocalTime.h"

@@ -8,24 +8,27 @@
 
 namespace Zyr {
 
-/// A file descriptor that a forked child does not keep: a copy there would keep the lock on the file for as long as the
+class TrustedPath;
+
+/// A file descriptor that is closed in a forked child: a copy there would keep the lock on the file for as long as the
 /// child lives, also after its parent has ended.
-class TrackedFile
+class ForkClosedFile
 {
 public:
-    TrackedFile() = default;
-    TrackedFile(TrackedFile&& other) noexcept { swap(other); }
-    TrackedFile& operator=(TrackedFile&& other) noexcept
+    ForkClosedFile() = default;
+    ForkClosedFile(ForkClosedFile&& other) noexcept { swap(other); }
+    ForkClosedFile& operator=(ForkClosedFile&& other) noexcept
     {
         swap(other);
         return *this;
     }
-    ~TrackedFile();
+    ~ForkClosedFile();
 
     /// As openat() does; errno tells what failed.
     bool open(int directory, const char* name, int flags, CallWatch& watch, mode_t mode = 0666);
-    /// Another descriptor of what that one is of.
-    bool duplicate(int descriptor, CallWatch& watch);
+    /// What a path leads to. A path to a descriptor of this process, as /dev/stdout, stands for the descriptor itself
+    /// where that is a socket, which cannot be opened by name.
+    bool open(const TrustedPath& path, int flags, CallWatch& watch);
     void close(CallWatch& watch) noexcept;
 
     int get() const noexcept { return fd; }
@@ -37,15 +40,16 @@ public:
     static void afterForkInChild() noexcept;
 
 private:
+    bool duplicateOwn(const TrustedPath& entry, CallWatch& watch);
     template <typename Call>
     bool take(CallWatch& watch, Call call);
-    void swap(TrackedFile& other) noexcept;
+    void swap(ForkClosedFile& other) noexcept;
     void enlist() noexcept;
     void delist() noexcept;
 
     int fd = -1;
-    TrackedFile* previous = nullptr;
-    TrackedFile* next = nullptr;
+    ForkClosedFile* previous = nullptr;
+    ForkClosedFile* next = nullptr;
 };
 
 } // namespace Zyr

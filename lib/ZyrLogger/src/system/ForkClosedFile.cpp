@@ -1,10 +1,17 @@
-#include "system/TrackedFile.h"
+// File descriptors that are closed in a forked child.
+#include "system/ForkClosedFile.h"
 
 #include "system/Descriptor.h"
+#include "system/FileCalls.h"
+#include "system/TrustedPath.h"
 
+#include <cerrno>
+#include <charconv>
+#include <cstring>
 #include <mutex>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Zyr {
@@ -12,7 +19,7 @@ namespace Zyr {
 namespace {
 
 constinit std::mutex listMutex;
-constinit TrackedFile* first = nullptr;
+constinit ForkClosedFile* first = nullptr;
 constinit unsigned forks = 0; // that this process has made
 
 unsigned forksSoFar() noexcept
@@ -23,20 +30,39 @@ unsigned forksSoFar() noexcept
 
 } // namespace
 
-bool TrackedFile::open(int directory, const char* name, int flags, CallWatch& watch, mode_t mode)
+bool ForkClosedFile::open(int directory, const char* name, int flags, CallWatch& watch, mode_t mode)
 {
     return take(watch, [directory, name, flags, mode](bool again) {
         return ::openat(directory, name, (again ? flags & ~O_EXCL : flags) | O_CLOEXEC, mode);
     });
 }
 
-bool TrackedFile::duplicate(int descriptor, CallWatch& watch)
+bool ForkClosedFile::open(const TrustedPath& path, int flags, CallWatch& watch)
 {
-    return take(watch, [descriptor](bool) { return ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0); });
+    const int follow = path.isKernelLink() ? 0 : O_NOFOLLOW;
+    if (open(path.directory(), path.name(), flags | follow, watch))
+        return true;
+    return path.isKernelLink() && errno == ENXIO && duplicateOwn(path, watch); // which a socket fails with
+}
+
+/// The descriptor whose entry in /proc the path leads to, where it is one of this process. Else errno stays.
+bool ForkClosedFile::duplicateOwn(const TrustedPath& entry, CallWatch& watch)
+{
+    const int error = errno;
+    struct stat found = {};
+    struct stat own = {};
+    const char* const name = entry.name();
+    int number = -1;
+    const bool isNumber = std::from_chars(name, name + std::strlen(name), number).ec == std::errc();
+    if (isNumber && ::fstat(entry.directory(), &found) == 0 && ::stat("/proc/self/fd", &own) == 0 &&
+        isSameFile(found, own))
+        return take(watch, [number](bool) { return ::fcntl(number, F_DUPFD_CLOEXEC, 0); });
+    errno = error;
+    return false;
 }
 
 template <typename Call>
-bool TrackedFile::take(CallWatch& watch, Call call)
+bool ForkClosedFile::take(CallWatch& watch, Call call)
 {
     close(watch);
     for (bool again = false;; again = true) {
@@ -59,13 +85,13 @@ bool TrackedFile::take(CallWatch& watch, Call call)
     }
 }
 
-TrackedFile::~TrackedFile()
+ForkClosedFile::~ForkClosedFile()
 {
     CallWatch unwatched;
     close(unwatched);
 }
 
-void TrackedFile::close(CallWatch& watch) noexcept
+void ForkClosedFile::close(CallWatch& watch) noexcept
 {
     if (fd < 0)
         return;
@@ -76,21 +102,21 @@ void TrackedFile::close(CallWatch& watch) noexcept
     watch([file = std::exchange(fd, -1)] { return ::close(file), 0; });
 }
 
-void TrackedFile::swap(TrackedFile& other) noexcept
+void ForkClosedFile::swap(ForkClosedFile& other) noexcept
 {
     const std::lock_guard lock(listMutex);
-    for (TrackedFile* file : {this, &other}) {
+    for (ForkClosedFile* file : {this, &other}) {
         if (file->fd >= 0)
             file->delist();
     }
     std::swap(fd, other.fd);
-    for (TrackedFile* file : {this, &other}) {
+    for (ForkClosedFile* file : {this, &other}) {
         if (file->fd >= 0)
             file->enlist();
     }
 }
 
-void TrackedFile::enlist() noexcept
+void ForkClosedFile::enlist() noexcept
 {
     previous = nullptr;
     next = first;
@@ -99,28 +125,28 @@ void TrackedFile::enlist() noexcept
     first = this;
 }
 
-void TrackedFile::delist() noexcept
+void ForkClosedFile::delist() noexcept
 {
     (previous ? previous->next : first) = next;
     if (next)
         next->previous = previous;
 }
 
-void TrackedFile::beforeFork() noexcept
+void ForkClosedFile::beforeFork() noexcept
 {
     listMutex.lock();
     ++forks;
 }
 
-void TrackedFile::afterFork() noexcept
+void ForkClosedFile::afterFork() noexcept
 {
     listMutex.unlock();
 }
 
-void TrackedFile::afterForkInChild() noexcept
+void ForkClosedFile::afterForkInChild() noexcept
 {
     while (first) {
-        TrackedFile* const file = first;
+        ForkClosedFile* const file = first;
         file->delist();
         ::close(std::exchange(file->fd, -1));
     }
