@@ -116,7 +116,8 @@ void AppendFile::allowCompression(CallWatch& watch) noexcept
     FileLocks::release(file.get(), watch);
 }
 
-AppendFile::Appended AppendFile::append(const LineBatch& batch, std::size_t from, std::size_t to, CallWatch& watch)
+AppendFile::Appended AppendFile::append(const LineBatch& batch, std::size_t from, std::size_t to,
+                                        CallWatch& watch) noexcept
 {
     Appended result;
     std::array<iovec, LineBatch::mostRuns> pieces;
@@ -143,12 +144,12 @@ ssize_t AppendFile::write(std::span<iovec> pieces, std::chrono::seconds limit, C
                                     : FileCalls::write(file.get(), pieces, limit, watch);
 }
 
-std::error_code AppendFile::endLine(CallWatch& watch)
+std::error_code AppendFile::endLine(CallWatch& watch) noexcept
 {
     return FileCalls::write(file.get(), "\n", 1, watch) == 1 ? std::error_code() : lastError();
 }
 
-bool AppendFile::endsInLine(CallWatch& watch) const
+bool AppendFile::endsInLine(CallWatch& watch) const noexcept
 {
     char last = '\n';
     if (isRegular() && status.st_size > 0)
@@ -157,7 +158,7 @@ bool AppendFile::endsInLine(CallWatch& watch) const
 }
 
 /// Whether somebody else was in the middle of an append when the file was last looked at, or is now.
-bool AppendFile::isBeingWritten(CallWatch& watch) const
+bool AppendFile::isBeingWritten(CallWatch& watch) const noexcept
 {
     struct stat now = {};
     return FileLocks::isShared(file.get(), watch) ||

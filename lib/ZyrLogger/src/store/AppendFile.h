@@ -63,10 +63,10 @@ public:
     };
 
     /// Appends the batch's bytes from offset `from` to `to`, in writes of whole lines: 256 KiB, or one that is longer.
-    Appended append(const LineBatch& batch, std::size_t from, std::size_t to, CallWatch& watch);
-    std::error_code endLine(CallWatch& watch);
+    Appended append(const LineBatch& batch, std::size_t from, std::size_t to, CallWatch& watch) noexcept;
+    std::error_code endLine(CallWatch& watch) noexcept;
     /// Also when somebody else has not ended the last one yet.
-    bool endsInLine(CallWatch& watch) const;
+    bool endsInLine(CallWatch& watch) const noexcept;
 
     /// Takes the last `bytes` written back, unless somebody else has written behind them.
     bool cutBack(std::size_t bytes, CallWatch& watch) noexcept;
@@ -77,7 +77,7 @@ private:
     std::error_code look(CallWatch& watch);
     std::error_code compare(const std::error_code& error, const struct stat& now, CallWatch& watch) noexcept;
     ssize_t write(std::span<iovec> pieces, std::chrono::seconds limit, CallWatch& watch) const noexcept;
-    bool isBeingWritten(CallWatch& watch) const;
+    bool isBeingWritten(CallWatch& watch) const noexcept;
 
     ForkClosedFile file;
     struct stat status = {};

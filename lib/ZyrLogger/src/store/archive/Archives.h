@@ -52,6 +52,7 @@ public:
 
     /// Lets the log go, until configure().
     void leave() noexcept;
+    bool isOf(const std::shared_ptr<const LogPlace>& place) const noexcept { return log && log == place; }
 
 private:
     static constexpr auto temporaryEnding = ".gz-part";

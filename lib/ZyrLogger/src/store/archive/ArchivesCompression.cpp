@@ -118,6 +118,8 @@ void Archives::putOff(Time now, std::chrono::seconds wait) noexcept
 
 void Archives::leave() noexcept
 {
+    if (!log)
+        return;
     abandonCompression();
     log.reset();
 }

@@ -1,0 +1,188 @@
+// Which file the log is now, and who is its first writer.
+#include "store/ActiveFile.h"
+
+#include "store/LogProblem.h"
+#include "system/LockHolder.h"
+#include "system/TrustedPath.h"
+
+#include <chrono>
+#include <utility>
+
+namespace Zyr {
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int maxTries = 5; // to find the file that the first writer has just begun
+
+} // namespace
+
+ActiveFile::ActiveFile(const FileSettings& ofTheLog, CallWatch& itsWatch) noexcept
+    : settings(ofTheLog)
+    , watch(itsWatch)
+    , lines(itsWatch)
+{
+}
+
+std::error_code ActiveFile::makeReady()
+{
+    if (lines.current().isOpen() && !hasPathOfSettings())
+        close();
+    if (!lines.current().isOpen()) {
+        if (const std::error_code error = openPath())
+            return error;
+    } else if (firstWriter) {
+        const auto now = Steady::now();
+        if (now - looked < 1s)
+            return {};
+        looked = now;
+        if (findAgain() == PathError::NotThisFile) { // one that cannot be looked at counts as unchanged
+            if (const std::error_code error = openPath())
+                return error;
+        } else {
+            lines.countOthers();
+        }
+    }
+    return firstWriter ? std::error_code() : joinFirstWriter();
+}
+
+std::error_code ActiveFile::confirm()
+{
+    lookAgain();
+    if (const std::error_code error = makeReady())
+        return error;
+    if (!isRotatedHere() || findInPlace() != PathError::NotThisFile)
+        return {};
+    // It was moved, and a link to it put in its place.
+    if (const std::error_code error = openPath())
+        return error;
+    return firstWriter ? std::error_code() : joinFirstWriter();
+}
+
+void ActiveFile::adopt(AppendFile&& opened)
+{
+    takeUp(std::move(opened));
+}
+
+LineAppender::Written ActiveFile::append(const LineBatch& batch, std::size_t wanted) noexcept
+{
+    const auto written = lines.append(batch, wanted, {settings.flush, firstWriter, place.get()});
+    if (!firstWriter)
+        lines.current().allowCompression(watch);
+    return written;
+}
+
+void ActiveFile::close() noexcept
+{
+    ++closings;
+    lines.close();
+    place.reset();
+}
+
+/// Where the path leads through a link that is not followed, the file that is open stays.
+std::error_code ActiveFile::openPath()
+{
+    for (int tries = 0; tries < maxTries; ++tries) {
+        AppendFile fresh;
+        if (const std::error_code error = fresh.open(settings.path, watch)) {
+            if (error == PathError::ForeignLink && lines.current().isOpen()) {
+                reportLink();
+                return {};
+            }
+            close();
+            return error;
+        }
+        takeUp(std::move(fresh));
+        if (lines.current().isOpen())
+            return {};
+    }
+    return std::make_error_code(std::errc::resource_unavailable_try_again);
+}
+
+/// Looks whether the file is still the one under its path.
+std::error_code ActiveFile::findAgain()
+{
+    const std::error_code error = lines.current().findAgain(openedPath, watch);
+    if (error == PathError::ForeignLink)
+        reportLink();
+    else if (!error)
+        reportedLink = false;
+    return error;
+}
+
+/// Leaves no file open when `fresh` is no longer the one under its path.
+void ActiveFile::takeUp(AppendFile&& fresh)
+{
+    const bool samePath = std::exchange(openedPath, settings.path) == settings.path;
+    looked = Steady::now();
+    const std::shared_ptr<const LogPlace> found = fresh.foundAt();
+    if (lines.current().isSame(fresh)) {
+        fresh.close(watch);
+        if (!samePath || !found || !place || !found->isSame(*place))
+            place = found;
+        return;
+    }
+    firstWriter = !fresh.isRegular() || fresh.lock(watch);
+    close();
+    if (firstWriter && fresh.isRegular() && fresh.findAgain(openedPath, watch) == PathError::NotThisFile) {
+        fresh.close(watch); // whoever let the lock go made an archive of it first
+        return;
+    }
+    lines.begin(std::move(fresh));
+    place = found;
+    if (firstWriter)
+        becomeFirstWriter();
+    else if (!std::exchange(reportedOther, true))
+        reportOther();
+}
+
+void ActiveFile::becomeFirstWriter()
+{
+    firstWriter = true;
+    reportedOther = false;
+    lines.countAll();
+}
+
+/// For a writer that is not the first one. Takes over when there is no first writer any more.
+std::error_code ActiveFile::joinFirstWriter()
+{
+    AppendFile& file = lines.current();
+    for (int tries = 0; tries < maxTries; ++tries) {
+        if (file.isOpen() && file.holdOffCompression(watch)) {
+            if (const std::error_code error = findAgain(); error != PathError::NotThisFile) {
+                // The lock of a file that is no longer in its place, or may not be, says nothing.
+                if (error || !file.lock(watch) || findAgain())
+                    return {};
+                file.allowCompression(watch);
+                becomeFirstWriter();
+                return {};
+            }
+            file.allowCompression(watch);
+        }
+        if (const std::error_code error = openPath())
+            return error;
+        if (firstWriter)
+            return {};
+    }
+    return std::make_error_code(std::errc::resource_unavailable_try_again);
+}
+
+void ActiveFile::reportLink()
+{
+    if (!std::exchange(reportedLink, true))
+        reportLogProblem(openedPath, QString::fromStdString(make_error_code(PathError::ForeignLink).message()) +
+                                         u"; the file that is open goes on"_s);
+}
+
+void ActiveFile::reportOther()
+{
+    const std::string holder = lockHolder(lastStatus());
+    QString problem = u"another logger writes it; this one appends, and leaves rotation and purging to it"_s;
+    if (!holder.empty())
+        problem += u" (its lock is held by %1)"_s.arg(QString::fromStdString(holder));
+    reportLogProblem(openedPath, problem);
+}
+
+} // namespace Zyr

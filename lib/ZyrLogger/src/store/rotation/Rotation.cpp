@@ -1,0 +1,172 @@
+// How the active log file gives way to a new one.
+#include "store/rotation/Rotation.h"
+
+#include "store/LogProblem.h"
+#include "store/rotation/IntervalStart.h"
+#include "system/FileCalls.h"
+
+#include <algorithm>
+#include <cassert>
+#include <chrono>
+#include <utility>
+
+namespace Zyr {
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+
+namespace {
+
+RotationTimer::Time timeOf(const timespec& stamp)
+{
+    using Duration = RotationTimer::Time::duration;
+    constexpr auto latest = std::chrono::duration_cast<std::chrono::seconds>(Duration::max());
+    const std::chrono::seconds seconds(stamp.tv_sec);
+    return RotationTimer::Time(std::chrono::duration_cast<Duration>(std::clamp(seconds, -latest, latest)));
+}
+
+} // namespace
+
+Rotation::Rotation(const FileSettings& ofTheLog, CallWatch& itsWatch)
+    : settings(ofTheLog)
+    , watch(itsWatch)
+    , archives(itsWatch)
+{
+}
+
+void Rotation::follow(const ActiveFile& active, Time now)
+{
+    if (std::exchange(followed, active.generation()) != active.generation()) {
+        leave();
+        wanted = false;
+        failed = false;
+    }
+    if (!active.isRotatedHere())
+        leave();
+    else if (!ready || !archives.isOf(active.foundAt()))
+        begin(active, now);
+}
+
+void Rotation::leave() noexcept
+{
+    ready = false;
+    archives.leave();
+}
+
+void Rotation::request(bool beginAnew) noexcept
+{
+    wanted = beginAnew;
+    nextTry = {};
+}
+
+void Rotation::begin(const ActiveFile& active, Time now)
+{
+    ready = false;
+    const LogPlace& place = *active.foundAt();
+    archives.configure(active.foundAt(), settings);
+    archives.cleanUp(now);
+
+    const bool hasLines = active.size() > 0;
+    const IntervalStart start(watch);
+    Time began = now;
+    if (settings.rotation.kind != RotationRule::Kind::Interval) {
+        start.remove(place);
+    } else if (const auto kept = hasLines ? start.read(place) : std::nullopt) {
+        began = *kept;
+    } else {
+        if (hasLines)
+            began = start.birthOf(place).value_or(now);
+        start.write(place, began);
+    }
+    const Time written = hasLines ? timeOf(active.lastStatus().st_mtim) : now;
+    timer.start(settings.rotation, settings.localTimes, began, written, now);
+    ready = true;
+}
+
+/// For a file without a line.
+void Rotation::restartTimer(const ActiveFile& active, Time now)
+{
+    if (settings.rotation.kind == RotationRule::Kind::Interval)
+        IntervalStart(watch).write(*active.foundAt(), now);
+    timer.start(settings.rotation, settings.localTimes, now, now, now);
+}
+
+bool Rotation::isDue(const ActiveFile& active, Time now)
+{
+    if (!active.isRotatedHere())
+        return false;
+    const bool tooLarge = settings.rotation.kind == RotationRule::Kind::Size && active.size() >= settings.rotation.size;
+    return (tooLarge || wanted || timer.isDue(now)) && Steady::now() >= nextTry;
+}
+
+std::size_t Rotation::linesFitting(const ActiveFile& active, const LineBatch& batch) const noexcept
+{
+    const bool limited = settings.rotation.kind == RotationRule::Kind::Size && active.isRotatedHere() &&
+                         active.size() < settings.rotation.size;
+    return limited ? batch.linesReaching(settings.rotation.size - active.size()) : batch.lines();
+}
+
+std::error_code Rotation::rotateIfDue(ActiveFile& active, Time now)
+{
+    if (!isDue(active, now))
+        return {};
+    const std::error_code gone = active.confirm(); // what is moved away must be the file that is written
+    follow(active, now);
+    if (gone || !isDue(active, now))
+        return gone;
+    if (active.size() == 0) { // an archive without a line would only push another one out
+        wanted = false;
+        restartTimer(active, now);
+        return {};
+    }
+    const std::error_code error = rotate(active, now);
+    wanted = wanted && error;
+    if (error) {
+        nextTry = Steady::now() + 900ms;
+        if (!failed)
+            reportLogProblem(active.path(),
+                             u"grows, since no new one can be begun: "_s + QString::fromStdString(error.message()));
+    }
+    failed = bool(error);
+    return {};
+}
+
+/// The new file is open and ours before the old one is let go, and there is never a moment without a file in its
+/// place, in which another writer would make one.
+std::error_code Rotation::rotate(ActiveFile& active, Time now)
+{
+    assert(ready && active.isRotatedHere() && active.size() > 0);
+    if (const std::error_code error = active.findInPlace())
+        return error;
+    const LogPlace& place = *active.foundAt();
+    const std::string next = place.hidden(".next");
+    AppendFile fresh;
+    std::error_code error = fresh.create(place, next, watch);
+    if (error == std::errc::file_exists) { // left over: perhaps an old log, which is not to be lost
+        archives.cleanUp(now);
+        error = fresh.create(place, next, watch);
+    }
+    if (error)
+        return error;
+
+    fresh.lock(watch); // before others can open it, and lock it
+    FileCalls::copyAccess(active.lastStatus(), fresh.descriptor(), watch);
+
+    std::string archive;
+    error = archives.makeRoom(now, archive);
+    if (!error)
+        error = place.replace(place.name(), next, archive, watch);
+    if (error) {
+        // It may be the old log that could not be brought back, or another writer's lines may be in it by now.
+        if (!fresh.findAgain(place, next, watch) && fresh.lastStatus().st_size == 0)
+            place.remove(next, watch);
+        return error;
+    }
+    active.replaceBy(std::move(fresh));
+    restartTimer(active, now);
+    archives.added(archive, now);
+    archives.purge(now);
+    return {};
+}
+
+} // namespace Zyr
