@@ -161,7 +161,7 @@ bool AppendFile::endsInLine(CallWatch& watch) const noexcept
 bool AppendFile::isBeingWritten(CallWatch& watch) const noexcept
 {
     struct stat now = {};
-    return FileLocks::isShared(file.get(), watch) ||
+    return FileLocks::isHeld(file.get(), watch) ||
            (FileCalls::status(file.get(), now, watch) && now.st_size != status.st_size);
 }
 

@@ -46,7 +46,7 @@ void release(int file, CallWatch& watch) noexcept
     set(file, F_UNLCK, watch);
 }
 
-bool isShared(int file, CallWatch& watch) noexcept
+bool isHeld(int file, CallWatch& watch) noexcept
 {
     struct flock range = wholeFile(F_WRLCK);
     return watch([&] { return ::fcntl(file, F_OFD_GETLK, &range); }) == 0 && range.l_type != F_UNLCK;

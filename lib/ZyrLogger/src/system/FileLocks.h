@@ -16,8 +16,8 @@ bool own(int file, CallWatch& watch) noexcept;
 bool share(int file, CallWatch& watch) noexcept;
 bool exclude(int file, CallWatch& watch) noexcept;
 void release(int file, CallWatch& watch) noexcept;
-/// Whether exclude() would fail now.
-bool isShared(int file, CallWatch& watch) noexcept;
+/// Whether somebody else has one of either kind.
+bool isHeld(int file, CallWatch& watch) noexcept;
 
 } // namespace FileLocks
 

@@ -17,7 +17,7 @@ using namespace std::chrono;
 constexpr std::string_view gzipEnding = ".gz";
 constexpr std::size_t stampDigits = 17;
 constexpr std::size_t wholeSecondDigits = 14;
-constexpr std::size_t mostNumberDigits = 9;
+constexpr std::size_t maxNumberDigits = 9;
 
 /// What a calendar shows, without regard to its time zone.
 using CalendarTime = sys_time<milliseconds>;
@@ -41,7 +41,7 @@ Number toNumber(std::string_view digits)
 
 std::optional<std::int32_t> parseNumber(std::string_view digits)
 {
-    if (digits.empty() || digits.size() > mostNumberDigits || (digits.size() > 1 && digits.front() == '0'))
+    if (digits.empty() || digits.size() > maxNumberDigits || (digits.size() > 1 && digits.front() == '0'))
         return std::nullopt;
     return toNumber<std::int32_t>(digits);
 }

@@ -11,8 +11,6 @@ namespace Zyr {
 /// What tells one archive of a log from another: "app.log.3", "app.log.20260131235959999", both also with ".gz".
 struct ArchiveName
 {
-    static constexpr std::int32_t largestNumber = 999'999'999;
-
     std::uint64_t stamp = 0;   ///< YYYYMMDDHHMMSSmmm read as a number; 0 without one
     std::int32_t number = -1;  ///< -1 without one; behind a stamp it tells archives of one millisecond apart
     bool wholeSeconds = false; ///< the stamp is written in its first 14 digits

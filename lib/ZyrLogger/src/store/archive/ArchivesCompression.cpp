@@ -1,5 +1,4 @@
 // The part of Archives that has them compressed.
-
 #include "store/archive/Archives.h"
 
 #include <algorithm>

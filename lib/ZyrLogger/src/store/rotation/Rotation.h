@@ -33,7 +33,8 @@ namespace Zyr {
 /// Compression comes later, as work in the background: to ".app.log.gz-part", which cleanUp removes; then that gets the
 /// name ".gz" and the plain file goes, which removePlainTwins does when a kill came in between.
 ///
-/// All of that is repaired by Archives::cleanUp, when a writer becomes the first one, and when step 1 finds a ".next".
+/// rescueLog, removePlainTwins and the purge are parts of Archives::cleanUp, which runs when a writer becomes the first
+/// one, and when step 1 finds a ".next".
 class Rotation
 {
 public:
@@ -51,7 +52,8 @@ public:
     /// Lets the log go, until follow().
     void leave() noexcept;
 
-    /// Whether a new file is to be begun, whatever the rule says. It is tried at the next write, also after a failure.
+    /// Has the next write begin a new file, whatever the rule says, or takes that back. Nothing is put off any more
+    /// that has failed before.
     void request(bool beginAnew) noexcept;
 
     /// Begins a new file where it is time to. Where that cannot be done, the old one goes on, and it is tried again
