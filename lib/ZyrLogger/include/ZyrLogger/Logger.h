@@ -26,9 +26,8 @@ class PatternFormatter;
 
 namespace Zyr {
 
-class ChainUse;
+class LoggerPrivate;
 class PocoMessage;
-class SettingsGroup;
 
 /// A logger: completes messages into records and writes them to its log file, as its settings file says.
 ///
@@ -165,38 +164,14 @@ public:
     bool onConfigFileChanged(QSettings& settings, bool firstLoad) override;
 
 private:
-    class State;
-    class ZYRLOGGER_NO_EXPORT ListenerCall;
-    class ZYRLOGGER_NO_EXPORT Main;
-    struct Rules;
-    enum class LoadOutcome;
-    struct RepeatLimits;
+    friend class LoggerPrivate; // what these functions do, in lib/ZyrLogger/src/logger
+    friend class MainLogger;
     struct NotStarted
     {
     };
 
     ZYRLOGGER_NO_EXPORT Logger(QString name, const QString& logFileName, const QString& settingsFileName, NotStarted);
     static Logger& makeInstance();
-    ZYRLOGGER_NO_EXPORT void start(const QString& logFileName);
-    ZYRLOGGER_NO_EXPORT void watchSettings();
-    ZYRLOGGER_NO_EXPORT bool isMainLogger() const;
-    ZYRLOGGER_NO_EXPORT void retire() noexcept;
-    ZYRLOGGER_NO_EXPORT bool closeChain();
-    ZYRLOGGER_NO_EXPORT void releaseIncompleteChain() noexcept;
-    ZYRLOGGER_NO_EXPORT void forgetChain() noexcept;
-
-    ZYRLOGGER_NO_EXPORT void writeRecord(ChainUse& use, const PocoMessage& record);
-    ZYRLOGGER_NO_EXPORT void tellListeners(const PocoMessage& record);
-    ZYRLOGGER_NO_EXPORT bool admit(const PocoMessage& record, const QByteArray& sourceFile, const RepeatLimits& limits);
-    ZYRLOGGER_NO_EXPORT void remember(const PocoMessage& record, const QByteArray& sourceFile);
-    ZYRLOGGER_NO_EXPORT void writeSummary(const PocoMessage& record, int count);
-
-    ZYRLOGGER_NO_EXPORT LoadOutcome applySettings(QSettings& settings, bool& settingsChanged);
-    ZYRLOGGER_NO_EXPORT QString applyFilters(QSettings& settings, bool& keysAdded, bool& accepted);
-    ZYRLOGGER_NO_EXPORT LoadOutcome applyFileChannel(Poco::FileChannel& channel, SettingsGroup& group);
-    ZYRLOGGER_NO_EXPORT bool applyFormat(Poco::PatternFormatter& formatter, bool isNew, SettingsGroup& group);
-    ZYRLOGGER_NO_EXPORT bool applyQueue(SettingsGroup& group);
-    ZYRLOGGER_NO_EXPORT bool completeChain(const QString& level);
 
     QString loggerName;
     QString logFilePath;
@@ -221,7 +196,7 @@ private:
     QMap<PocoMessage, int> repeatCounts; // the repeats of each, suppressed since it was written
     QList<LogListener*> listeners;
 
-    const std::unique_ptr<State> state; // how calls from several threads meet
+    const std::unique_ptr<LoggerPrivate> d;
     const std::atomic<int>& enabledPriority;
 
     static std::atomic<Logger*> mainLogger; // once it is started

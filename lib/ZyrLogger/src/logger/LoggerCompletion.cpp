@@ -5,7 +5,7 @@
 #include "base/VectorRegisters.h"
 #include "caller/CallerThread.h"
 #include "caller/CompletedText.h"
-#include "logger/LoggerState.h"
+#include "logger/LoggerPrivate.h"
 #include "system/StandardOutput.h"
 
 #include <ZyrLogger/PocoMessage.h>
@@ -23,7 +23,7 @@ LogMessage& Logger::out(unsigned char level, const QString& text, const char* fi
 {
     auto message = std::make_unique<LogMessage>(level, text, file, line);
     cleanVectorRegisters();
-    if (state->isUsable())
+    if (d->chain.isUsable())
         message->setCompleter(this);
     else
         StandardOutput::printLine(u"Invalid logger - "_s + text);
@@ -32,16 +32,16 @@ LogMessage& Logger::out(unsigned char level, const QString& text, const char* fi
 
 void Logger::completeMessage(LogMessage& message)
 {
-    ChainUse use(*state->access);
+    ChainUse use(*d->access);
     const Poco::Logger* const target = use.logger();
     if (!target)
         return;
-    const Rules& rules = state->rules();
+    const CompletionRules& rules = d->rules.current();
     const int priority = priorityOf(message.level);
     const bool convertsItself = hasOwnConversions(message);
     if (!rules.suppressRepeats) { // repeats are counted below the level too
         int level = target->getLevel();
-        while (state->access->noteLevel(level))
+        while (d->access->noteLevel(level))
             level = target->getLevel();
         if (priority > level && !convertsItself)
             return;
@@ -63,17 +63,17 @@ void Logger::completeMessage(LogMessage& message)
 
         if (!rules.suppressRepeats) {
             isGiven = true;
-            return writeRecord(use, poco);
+            return d->write(use, poco);
         }
         const RepeatLimits limits = rules.limits;
         use.leave();
-        if (!admit(poco, sourceFile, limits))
+        if (!d->repeats.admit(poco, sourceFile, limits))
             return;
         isGiven = true;
         writeMsgToLog(poco);
     } catch (const std::bad_alloc&) {
         if (!isGiven)
-            state->loseRecord(priority);
+            d->loseRecord(priority);
         throw;
     }
 }

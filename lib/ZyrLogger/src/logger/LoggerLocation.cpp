@@ -2,7 +2,7 @@
 
 #include <ZyrLogger/Logger.h>
 
-#include "logger/LoggerState.h"
+#include "logger/LoggerPrivate.h"
 
 #include <ZyrLogger/PocoMessage.h>
 #include <ZyrTools/Misc.h>
@@ -15,13 +15,13 @@ namespace Zyr {
 
 QString Logger::getLogFilePath()
 {
-    auto channel = state->share(fileChannel);
+    auto channel = d->chain.share(fileChannel);
     return channel ? QString::fromStdString(channel->getProperty(Poco::FileChannel::PROP_PATH)) : QString();
 }
 
 void Logger::setLogFilePath(QString path)
 {
-    if (!state->isUsable())
+    if (!d->chain.isUsable())
         return;
     Misc::checkDirectory(QFileInfo(path).path());
     setLogFileProperty(QString::fromStdString(Poco::FileChannel::PROP_PATH), path);
@@ -29,11 +29,11 @@ void Logger::setLogFilePath(QString path)
 
 void Logger::setLogFileProperty(QString name, QString value)
 {
-    if (state->isChainGone())
+    if (d->chain.isGone())
         return;
-    watchSettings();
-    const std::lock_guard turn(state->reload);
-    auto channel = state->shareFile();
+    d->watchSettings();
+    const std::lock_guard lock(d->reloadMutex);
+    auto channel = d->chain.shareFile();
     if (!channel)
         return;
     const LogFileChannel::Change change(*channel);

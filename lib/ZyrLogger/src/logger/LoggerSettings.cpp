@@ -2,9 +2,7 @@
 
 #include <ZyrLogger/Logger.h>
 
-#include "chain/LineFormatter.h"
-#include "chain/LineFormattingChannel.h"
-#include "logger/LoggerState.h"
+#include "logger/LoggerPrivate.h"
 #include "logger/OwnEntries.h"
 #include "settings/ByteSize.h"
 #include "settings/ChainSettings.h"
@@ -17,8 +15,7 @@
 
 #include <QtCore/QFileInfo>
 
-#include <Poco/Exception.h>
-#include <Poco/Logger.h>
+#include <Poco/PatternFormatter.h>
 
 #include <limits>
 #include <memory>
@@ -49,7 +46,7 @@ private:
 };
 
 /// The setting that is being handed to the chain, for a report when it is refused.
-struct Attempt
+struct CurrentKey
 {
     QLatin1StringView key;
     QString value;
@@ -70,62 +67,90 @@ std::optional<LogWriter::Overflow> queueOverflow(const QString& text)
     return text == "drop"_L1 ? std::optional(LogWriter::Overflow::Drop) : std::nullopt;
 }
 
-void configure(Poco::Configurable& link, std::span<const ChainSetting> settings, SettingsGroup& group, Attempt& attempt)
+void configure(Poco::Configurable& link, std::span<const ChainSetting> settings, SettingsGroup& group,
+               CurrentKey& current)
 {
     for (const ChainSetting& setting : settings) {
-        attempt = {setting.key, {}};
-        attempt.value = group.readText(setting);
-        link.setProperty(setting.property, attempt.value.toStdString());
+        current = {setting.key, {}};
+        current.value = group.readText(setting);
+        link.setProperty(setting.property, current.value.toStdString());
     }
 }
 
 } // namespace
 
-enum class Logger::LoadOutcome { Applied, ValueRefused, FileNotOpened };
-
 bool Logger::onConfigFileChanged(QSettings& settings, bool firstLoad)
 {
-    if (state->isChainGone())
+    if (d->chain.isGone())
         return false;
     bool settingsChanged = false;
-    switch (applySettings(settings, settingsChanged)) {
-    case LoadOutcome::Applied:
+    switch (d->applySettings(settings, settingsChanged)) {
+    case LoggerPrivate::LoadOutcome::Applied:
         break;
-    case LoadOutcome::ValueRefused:
+    case LoggerPrivate::LoadOutcome::ValueRefused:
         configFileLoadFailed();
         break;
-    case LoadOutcome::FileNotOpened:
+    case LoggerPrivate::LoadOutcome::FileNotOpened:
         configFileLoadFailed(
             [path = getLogFilePath(), trial = std::make_shared<OpenTrial>()] { return trial->succeeds(path); });
         break;
     }
-    if (isMainLogger() && !firstLoad)
+    if (d->isMainLogger() && !firstLoad)
         out(System, u"Logger configuration changed"_s, OwnEntries::file, OwnEntries::configurationChangedLine).endl();
     return settingsChanged;
 }
 
 bool Logger::createLoggerBySettings(QSettings& settings)
 {
-    if (!state->isChainGone())
-        watchSettings();
+    if (!d->chain.isGone())
+        d->watchSettings();
     bool settingsChanged = false;
-    applySettings(settings, settingsChanged);
+    d->applySettings(settings, settingsChanged);
     return settingsChanged;
 }
 
-/// `settingsChanged` stays false when the pass ends early.
-Logger::LoadOutcome Logger::applySettings(QSettings& settings, bool& settingsChanged)
+/// One load: its steps, in the order in which they take effect.
+class LoggerPrivate::SettingsLoad
 {
-    if (state->isChainGone())
+public:
+    SettingsLoad(LoggerPrivate& itsPrivate, QSettings& itsSettings)
+        : d(itsPrivate)
+        , logger(itsPrivate.logger)
+        , chain(itsPrivate.chain)
+        , settings(itsSettings)
+    {
+    }
+
+    LoadOutcome apply(bool& settingsChanged);
+
+private:
+    QString applyFilters(bool& keysAdded, bool& accepted);
+    LoadOutcome applyFileChannel(Poco::FileChannel& channel, SettingsGroup& group);
+    bool applyFormat(Poco::PatternFormatter& formatter, bool isNew, SettingsGroup& group);
+    bool applyQueue(SettingsGroup& group);
+
+    LoggerPrivate& d;
+    Logger& logger;
+    LoggerChain& chain;
+    QSettings& settings;
+};
+
+LoggerPrivate::LoadOutcome LoggerPrivate::applySettings(QSettings& settings, bool& settingsChanged)
+{
+    if (chain.isGone())
         return LoadOutcome::Applied;
-    const std::lock_guard turn(state->reload);
+    const std::lock_guard lock(reloadMutex);
+    return SettingsLoad(*this, settings).apply(settingsChanged);
+}
+
+LoggerPrivate::LoadOutcome LoggerPrivate::SettingsLoad::apply(bool& settingsChanged)
+{
     bool keysAdded = false;
     bool counted = true;
-    const QString level = applyFilters(settings, keysAdded, counted);
-    SettingsGroup group(settings, "LoggerFileChannel"_L1, keysAdded, configFilePath());
+    const QString level = applyFilters(keysAdded, counted);
+    SettingsGroup group(settings, "LoggerFileChannel"_L1, keysAdded, logger.configFilePath());
 
-    state->link(fileChannel, [] { return new LogFileChannel; });
-    auto channel = state->shareFile();
+    auto channel = chain.ensureFile();
     if (!channel)
         return LoadOutcome::Applied; // shut down meanwhile
     const LogFileChannel::Change change(*channel);
@@ -133,52 +158,53 @@ Logger::LoadOutcome Logger::applySettings(QSettings& settings, bool& settingsCha
     if (outcome != LoadOutcome::Applied)
         return outcome;
 
-    const bool isNew = !state->share(patternFormatter);
-    auto formatter = state->link(patternFormatter, [] { return new LineFormatter; });
+    const bool isNew = !chain.share(chain.links.formatter);
+    auto formatter = chain.ensureFormatter();
     const bool formatted = formatter && applyFormat(*formatter, isNew, group);
     const bool queued = applyQueue(group);
-    if (!state->isChainGone()) // which keeps keys from being read
+    if (!chain.isGone()) // which keeps keys from being read
         group.reportUnknown();
-    const bool complete = completeChain(level);
+    const bool complete = chain.complete(logger.loggerName, level, logger.configFilePath());
     settingsChanged = keysAdded;
     return counted && formatted && queued && complete ? LoadOutcome::Applied : LoadOutcome::ValueRefused;
 }
 
 /// The group "Logger". Returns the level, which is applied last; a refused count leaves what was in force, and
 /// `accepted` becomes false.
-QString Logger::applyFilters(QSettings& settings, bool& keysAdded, bool& accepted)
+QString LoggerPrivate::SettingsLoad::applyFilters(bool& keysAdded, bool& accepted)
 {
-    SettingsGroup group(settings, "Logger"_L1, keysAdded, configFilePath());
+    SettingsGroup group(settings, "Logger"_L1, keysAdded, logger.configFilePath());
     QString level = group.readText("level"_L1, u"information"_s);
     const QStringList filters = group.readText("textFilters"_L1, u""_s).split(u'|', Qt::SkipEmptyParts);
     const bool check = group.readSwitch("checkRepeatedMsg"_L1, false);
-    const bool isFirst = !state->shareFile();
+    const bool isFirst = !chain.shareFile();
     const auto readCount = [&](QLatin1StringView key, int usual, quint32 most, quint32 current) {
         const auto count = group.readCount(key, usual, most);
         accepted = accepted && count;
         return count.value_or(isFirst ? static_cast<quint32>(usual) : current);
     };
-    const quint32 amount = readCount("amountRepeatedMsg"_L1, 1, mostRemembered, amountRepeatedMsg);
+    const quint32 amount = readCount("amountRepeatedMsg"_L1, 1, mostRemembered, logger.amountRepeatedMsg);
     const quint32 maximum =
-        readCount("maxRepeatedMsgCounter"_L1, 10, std::numeric_limits<quint32>::max(), maxRepeatedMsgCounter);
+        readCount("maxRepeatedMsgCounter"_L1, 10, std::numeric_limits<quint32>::max(), logger.maxRepeatedMsgCounter);
     group.reportUnknown();
 
-    const std::lock_guard lock(state->guard);
-    textFilters = filters;
-    checkRepeatedMsg = check;
-    amountRepeatedMsg = amount;
-    maxRepeatedMsgCounter = maximum;
-    state->publishRules();
+    const std::lock_guard lock(d.fieldsMutex);
+    logger.textFilters = filters;
+    logger.checkRepeatedMsg = check;
+    logger.amountRepeatedMsg = amount;
+    logger.maxRepeatedMsgCounter = maximum;
+    d.publishRules();
     return level;
 }
 
 /// Where it fails, the channel stays closed until a record or the next load opens it.
-Logger::LoadOutcome Logger::applyFileChannel(Poco::FileChannel& channel, SettingsGroup& group)
+LoggerPrivate::LoadOutcome LoggerPrivate::SettingsLoad::applyFileChannel(Poco::FileChannel& channel,
+                                                                         SettingsGroup& group)
 {
     channel.close();
 
     const bool hasPath = group.contains("path"_L1);
-    const QString path = hasPath ? group.storedText("path"_L1, logFilePath) : logFilePath;
+    const QString path = hasPath ? group.storedText("path"_L1, logger.logFilePath) : logger.logFilePath;
     if (hasPath)
         Misc::checkDirectory(QFileInfo(path).absolutePath());
     channel.setProperty(Poco::FileChannel::PROP_PATH, path.toStdString());
@@ -186,34 +212,34 @@ Logger::LoadOutcome Logger::applyFileChannel(Poco::FileChannel& channel, Setting
         group.read("-path"_L1, path); // only tells the operator which path is in use
 
     LoadOutcome failure = LoadOutcome::ValueRefused;
-    Attempt attempt;
+    CurrentKey current;
     try {
-        configure(channel, fileChannelSettings(), group, attempt);
-        attempt = {"path"_L1, path};
+        configure(channel, fileChannelSettings(), group, current);
+        current = {"path"_L1, path};
         if (!path.isEmpty()) // no repair of the disk opens that one
             failure = LoadOutcome::FileNotOpened;
         channel.open();
         return LoadOutcome::Applied;
     } catch (...) {
         StandardOutput::printParagraph(u"Exception on creating logger"_s);
-        group.report(attempt.key, attempt.value, Misc::currentExceptionText());
+        group.report(current.key, current.value, Misc::currentExceptionText());
         return failure;
     }
 }
 
 /// A refused value ends this stage only, and leaves what was in force; a new formatter has no pattern yet, so it gets
 /// the default. Returns whether none was refused.
-bool Logger::applyFormat(Poco::PatternFormatter& formatter, bool isNew, SettingsGroup& group)
+bool LoggerPrivate::SettingsLoad::applyFormat(Poco::PatternFormatter& formatter, bool isNew, SettingsGroup& group)
 {
-    Attempt attempt;
+    CurrentKey current;
     try {
-        configure(formatter, formatterSettings(), group, attempt);
+        configure(formatter, formatterSettings(), group, current);
         return true;
     } catch (...) {
-        group.report(attempt.key, attempt.value, Misc::currentExceptionText());
+        group.report(current.key, current.value, Misc::currentExceptionText());
     }
     for (const ChainSetting& setting : formatterSettings()) {
-        if (isNew && setting.key == attempt.key && setting.property == Poco::PatternFormatter::PROP_PATTERN)
+        if (isNew && setting.key == current.key && setting.property == Poco::PatternFormatter::PROP_PATTERN)
             formatter.setProperty(setting.property, setting.defaultValue.toString().toStdString());
         group.contains(setting.key); // also those behind it, which are known
     }
@@ -222,9 +248,9 @@ bool Logger::applyFormat(Poco::PatternFormatter& formatter, bool isNew, Settings
 
 /// The two keys that are read only when they are there. Returns whether none was refused; a refused one leaves what was
 /// in force.
-bool Logger::applyQueue(SettingsGroup& group)
+bool LoggerPrivate::SettingsLoad::applyQueue(SettingsGroup& group)
 {
-    auto channel = state->shareFile();
+    auto channel = chain.shareFile();
     if (!channel)
         return true;
     LogWriter::Limits limits = channel->writer().limits();
@@ -247,62 +273,6 @@ bool Logger::applyQueue(SettingsGroup& group)
     apply("queueOverflow"_L1, queueOverflow, limits.overflow, LogWriter::Limits().overflow, u"wait or drop"_s);
     channel->writer().setLimits(limits);
     return accepted;
-}
-
-/// Makes the links that are still missing, each of which takes over the logger's references to the ones below it, and
-/// sets the level. Returns whether the logger is complete now.
-bool Logger::completeChain(const QString& level)
-{
-    // Each link gets a reference of its own before ours is released, so that a failure in between loses nothing.
-    state->link(asyncChannel, [this] {
-        auto* made =
-            new LineQueueChannel(Poco::AutoPtr<LogFileChannel>(static_cast<LogFileChannel*>(fileChannel), true));
-        fileChannel->release();
-        return made;
-    });
-    state->link(formattingChannel, [this] {
-        const Poco::AutoPtr formatter(static_cast<LineFormatter*>(patternFormatter), true);
-        auto& file = static_cast<LogFileChannel&>(*fileChannel);
-        file.writer().setLossFormat(loggerName.toStdString(), formatter->patterns());
-        auto* made = new LineFormattingChannel(
-            formatter, Poco::AutoPtr(static_cast<LineQueueChannel*>(asyncChannel), true), state->access);
-        patternFormatter->release();
-        asyncChannel->release();
-        return made;
-    });
-
-    const std::string levelName = level.toStdString();
-    const QString setting = describeSetting("Logger"_L1, "level"_L1, level);
-    if (auto registered = state->share(pocoLogger)) {
-        try {
-            registered->setLevel(levelName);
-        } catch (const Poco::Exception& error) {
-            throw Poco::InvalidArgumentException(setting.toStdString(), error.message());
-        }
-        const std::lock_guard lock(state->guard);
-        state->publishChain();
-        return true;
-    }
-    try {
-        state->link(pocoLogger, [&] {
-            const int parsed = Poco::Logger::parseLevel(levelName);
-            auto& made = State::callRegistry([&]() -> Poco::Logger& {
-                return Poco::Logger::create(loggerName.toStdString(), Poco::Channel::Ptr(formattingChannel, true),
-                                            parsed);
-            });
-            formattingChannel->release();
-            return &made;
-        });
-        return true;
-    } catch (const Poco::ExistsException&) {
-        Misc::reportProblem(configFilePath(),
-                            u"another logger is named '"_s + loggerName + u"': this one writes nothing"_s);
-        return false;
-    } catch (...) {
-        Misc::reportProblem(configFilePath(), u"no logger '"_s + loggerName + u"' with "_s + setting + u": "_s +
-                                                  Misc::currentExceptionText());
-        return false;
-    }
 }
 
 } // namespace Zyr

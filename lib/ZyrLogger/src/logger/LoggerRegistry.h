@@ -1,0 +1,124 @@
+// What the loggers of the process have in common: the list of them, fork(), and the shutdown of POCO's logging.
+
+#pragma once
+
+#include <QtCore/qglobal.h>
+
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace Zyr {
+
+class ChainAccess;
+class LoggerPrivate;
+
+/// The loggers that live, what happens to them when the process forks, and when its logging ends.
+///
+/// **Fork.** A child has the forking thread alone, and every lock as it was at that moment. So the handlers see to it
+/// that no lock that a child needs is copied while another thread is inside, or make it anew.
+///
+/// - Before: beforeFork() takes constructionMutex, then listMutex, so that no logger is half made or half listed; then
+///   of each logger Logger::mutex, the lock of its fields, its file channel's and its writer's; then pocoRegistryMutex,
+///   so that POCO's own lock is free; last the list of open files, which code under the writers' locks takes. ZyrTools
+///   registers its handlers when the first logger is made, later than these: they run earlier here and later
+///   afterwards, and hold the watcher's lock and that of QSettings.
+/// - In the parent: afterFork() releases in the opposite order.
+/// - In the child: first its files are closed, so that their locks stay the parent's; then standard output, the time
+///   zone and the calling thread's record are made usable again; then each logger gets a new writer with an empty
+///   queue, forgets its parent's repeats, and gets new locks where the old ones may have been held for long: that of
+///   loads, which may wait for the file system, and Logger::mutex, which knows its owner by number.
+///
+/// A lock that is held while the application's code or a system call runs is not waited for before: a fork would hang.
+/// Nobody takes such a one in the child before it is made anew; a main logger that was just being started stays as it
+/// is there (LoggerPrivate::isInherited()). The child never releases a chain, since a thread that uses POCO without
+/// this library may have held POCO's lock.
+///
+/// **Shutdown.** shutPocoDown(), called by Logger::flushFinal() and at the end of the main logger:
+///
+/// 1. takes a reference to every queue and file, so that no chain ends while POCO holds its lock;
+/// 2. sets the flag, then closes every ChainAccess under the lock of that logger's fields: whoever asked before the
+///    flag has a reference when that lock is free, whoever asks later finds no chain;
+/// 3. waits for the uses under way, of all loggers together ChainAccess::patience, with no lock, for they may want any;
+/// 4. keeps for good the chains that somebody is still inside;
+/// 5. has every queue written, or given up where the store does not take it;
+/// 6. calls Poco::Logger::shutdown(), in a forked child not, and then drops the references, which ends the chains.
+///
+/// The main logger's end sets the flag also where its own chain was never complete, and so does the end of the first
+/// static object of this class, for loggers that nobody destroys. A logger made later loads and watches nothing; it and
+/// the others print what is logged as invalid, and touch no chain.
+///
+/// **Locks**, outermost first. A thread may hold several, in this order only; those of one line never together, except
+/// that a fork holds every one that it takes.
+///
+/// 1. startMutex (MainLogger.cpp): the first load of the main logger's settings, so all below.
+/// 2. QtSettings' lock of loads: a load on the watcher's thread, so all below.
+/// 3. LoggerPrivate::reloadMutex: a load's or a location call's changes, so those from 6 on. It is recursive, and only
+///    as long as settings are read may the application run in it: Qt's message handler, which may log, so 4 as well.
+/// 4. constructionMutex: the main logger's construction, with listMutex.
+/// 5. listMutex: the fields' lock of each logger, one after the other.
+/// 6. Logger::mutex (POCO's): nothing. Only a fork goes on to the next with it.
+/// 7. LoggerPrivate::fieldsMutex: making a link takes the writer's lock and pocoRegistryMutex.
+/// 8. LogFileChannel's lock of its properties: the writer's.
+/// 9. LogWriter's lock: ForkClosedFile's list.
+/// 10. pocoRegistryMutex: POCO's lock of its registry.
+/// 11. ForkClosedFile's list, StandardOutput, LinePatterns' lock for writers: nothing.
+///
+/// Listeners are called and records are written with none of 4 to 11. POCO's lock alone may come before 9: where the
+/// application has POCO release a logger, the chain ends under it. This library keeps references meanwhile.
+///
+/// ZyrTools has three more, below 1 and 2, never taken with 3 to 11: the watcher's for walks, its one for clients, and
+/// the one for the life of QSettings objects, in which Qt's message handler may log. A fork takes the last two first.
+class LoggerRegistry
+{
+public:
+    /// Adds a logger that has its rules. The first one brings what ends logging at the end of the process.
+    static void add(LoggerPrivate& logger);
+    static void remove(LoggerPrivate& logger);
+
+    /// Whether POCO's logging counts as shut down, for every logger of the process. Takes no lock.
+    static bool isShutDown() noexcept;
+
+    /// Makes it count as shut down. When it returns, no logger is about to use its chain without a reference of its
+    /// own.
+    static void markShutDown();
+
+    /// The same, and shuts POCO's logging down after every logger's queue was written.
+    static void shutPocoDown();
+
+    /// How many forks lie between the first logger's process and this one.
+    static unsigned forksSoFar() noexcept;
+
+    /// Calls POCO's registry, which has a lock that a forked child must not find locked.
+    template <typename Call>
+    static decltype(auto) callPocoRegistry(Call call)
+    {
+        const std::lock_guard lock(pocoRegistryMutex);
+        return call();
+    }
+
+    /// Calls what makes the main logger, which a fork does not interrupt: a child would wait for the rest of it for
+    /// ever.
+    template <typename Call>
+    static void callWithoutFork(Call call)
+    {
+        const std::lock_guard lock(constructionMutex);
+        call();
+    }
+
+private:
+    class ProcessLife;
+
+    static std::vector<LoggerPrivate*>& loggers();
+    static std::vector<std::shared_ptr<ChainAccess>> accesses();
+    static void beforeFork();
+    static void afterFork() noexcept;
+    static void afterForkInChild() noexcept;
+
+    static const int forkHandlers;
+    static std::mutex constructionMutex;
+    static std::mutex listMutex;
+    static std::mutex pocoRegistryMutex;
+};
+
+} // namespace Zyr
