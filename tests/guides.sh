@@ -1,7 +1,7 @@
 #!/bin/sh
-# guides.sh <build directory>: every block of C++ in README.md and doc/*.md compiles against the library, and every link
-# there leads to something. A block with an #include is a source file; the others become functions that know the names
-# below. What is not ours belongs into blocks marked c++ or text.
+# guides.sh <build directory>: every block of C++ in README.md and doc/*.md, and every \code block in the public headers,
+# compiles against the library, and every link in the guides leads to something. A block with an #include is a source
+# file; the others become functions that know the names below. What is not ours belongs into blocks marked c++ or text.
 set -eu
 
 build=$(cd "$1" && pwd)
@@ -21,8 +21,11 @@ END
 names="Zyr::Logger& log, Zyr::ClassLogger& valve, QString name, int number, int litres, double pressure"
 
 awk -v names="$names" -v to="$scratch/" '
-    inside && /^```$/ {
+    FNR == 1 { header = FILENAME ~ /\.h$/ }
+    header { sub(/^ *\/\/\/ ?/, "") }
+    inside && /^(```|[\\@]endcode)$/ {
         inside = 0
+        fromHeaders += header
         block = "#line " start " \"" FILENAME "\"\n" block
         if (whole)
             printf "%s", block >(to "block" ++blocks ".cpp")
@@ -31,8 +34,8 @@ awk -v names="$names" -v to="$scratch/" '
     }
     inside && /^#include/ { whole = 1 }
     inside { block = block $0 "\n" }
-    /^```cpp$/ { inside = 1; whole = 0; block = ""; start = FNR + 1 }
-    END { exit blocks == 0 }' README.md doc/*.md
+    /^```cpp$/ || (header && /^[\\@]code$/) { inside = 1; whole = 0; block = ""; start = FNR + 1 }
+    END { exit inside || blocks == fromHeaders || !fromHeaders }' README.md doc/*.md lib/*/include/*/*.h
 
 # shellcheck disable=SC2046 # the flags are words
 for source in "$scratch"/*.cpp; do

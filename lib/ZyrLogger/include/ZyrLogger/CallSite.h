@@ -28,12 +28,11 @@ class ZYRLOGGER_EXPORT AtMostPerSecond
 public:
     static constexpr int most = 0xffff;
 
-    /// Sixteenths of a second of a clock that never goes back; wraps around.
-    using Clock = std::uint32_t (*)() noexcept;
-    static std::uint32_t steadyClock() noexcept;
-
     /// An `n` below 1 lets no call pass, one above `most` counts as that. `n` may differ from call to call.
-    bool pass(int n, Clock clock = steadyClock) noexcept;
+    bool pass(int n, std::uint32_t (*clock)() noexcept = steadyClock) noexcept;
+
+    /// What tests replace: sixteenths of a second of a clock that never goes back; wraps around.
+    static std::uint32_t steadyClock() noexcept;
 
 private:
     std::atomic<std::uint32_t> start{0};  ///< of the second, by the clock

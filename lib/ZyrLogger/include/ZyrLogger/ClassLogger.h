@@ -12,6 +12,17 @@ class Logger;
 /// A logger of its own for one class of the application: class Valve of the application pump writes pump_Valve.log and
 /// reads pump_Valve_Log.ini, in the directories that Logger::Logger() tells.
 ///
+/// \code
+/// class Valve
+/// {
+/// public:
+///     void open(int percent) { log.cLogInfo(u"opens to %1 percent"_s).arg(percent).endl(); }
+///
+/// private:
+///     Zyr::ClassLogger log{u"Valve"_s};
+/// };
+/// \endcode
+///
 /// The calls may be used from any thread; construction and destruction must not overlap with them. Two class loggers of
 /// one name get the same files, and only the first one writes.
 class ZYRLOGGER_EXPORT ClassLogger

@@ -60,25 +60,6 @@ public:
     LogMessage(const LogMessage&) = delete;
     LogMessage& operator=(const LogMessage&) = delete;
 
-    /// @name Memory
-    /// @{
-
-    /// The memory of messages that were deleted serves the next ones of the same thread; of derived classes and with an
-    /// alignment, none is kept.
-    static void* operator new(std::size_t size);
-    static void* operator new(std::size_t, void* place) noexcept { return place; }
-    static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept
-    {
-        return ::operator new(size, tag);
-    }
-    static void* operator new(std::size_t size, std::align_val_t alignment) { return ::operator new(size, alignment); }
-    static void operator delete(void* memory, std::size_t size) noexcept;
-    static void operator delete(void* memory, std::align_val_t alignment) noexcept
-    {
-        ::operator delete(memory, alignment);
-    }
-    /// @}
-
     /// Drops the entry without completing it.
     virtual ~LogMessage();
 
@@ -159,6 +140,25 @@ public:
     QString file;                              ///< as the caller named it, path included; may be empty
     int line;                                  ///< 0 where the caller gave none
     Poco::Timestamp timestamp;                 ///< when the message was made, not when it was ended
+
+    /// @name Memory
+    /// @{
+
+    /// The memory of messages that were deleted serves the next ones of the same thread; of derived classes and with an
+    /// alignment, none is kept.
+    static void* operator new(std::size_t size);
+    static void* operator new(std::size_t, void* place) noexcept { return place; }
+    static void* operator new(std::size_t size, const std::nothrow_t& tag) noexcept
+    {
+        return ::operator new(size, tag);
+    }
+    static void* operator new(std::size_t size, std::align_val_t alignment) { return ::operator new(size, alignment); }
+    static void operator delete(void* memory, std::size_t size) noexcept;
+    static void operator delete(void* memory, std::align_val_t alignment) noexcept
+    {
+        ::operator delete(memory, alignment);
+    }
+    /// @}
 
 private:
     LogMessage& append(int value);

@@ -31,6 +31,12 @@ class PocoMessage;
 
 /// A logger: completes messages into records and writes them to its log file, as its settings file says.
 ///
+/// \code
+/// Zyr::Logger& log = Zyr::Logger::instance();
+/// log.out(Zyr::Error, u"Tank %1 holds %2 litres"_s, __FILE__, __LINE__).arg(name).arg(litres).endl();
+/// log.flushFinal(); // once, when the program ends
+/// \endcode
+///
 /// Applications use instance(), or a ClassLogger for one class; out() and the macros of Macros.h begin an entry.
 ///
 /// A record's road: out() makes a LogMessage; its endl() brings it back to completeMessage(), which renders, filters
@@ -47,6 +53,18 @@ class ZYRLOGGER_EXPORT Logger : public LogMessage::Completer, private ConfigFile
 public:
     /// Gets each record that passes filters, repeat suppression and level, on the thread that logs it, possibly from
     /// several threads at once. It may log, and register and unregister listeners, itself included.
+    ///
+    /// \code
+    /// class ErrorCount : public Zyr::Logger::LogListener
+    /// {
+    /// public:
+    ///     void handleMessage(QString priority, QString, QString) override { count += priority == u"error"_s; }
+    ///     std::atomic<int> count = 0;
+    /// };
+    /// ErrorCount errors;
+    /// log.registerLogListener(&errors);
+    /// log.unregisterLogListener(&errors); // before `errors` goes
+    /// \endcode
     ///
     /// The listener is its owner's, who unregisters it before it is destroyed. An exception keeps the record from the
     /// listeners that were registered later; LogMessage::endl() discards it.
@@ -148,8 +166,17 @@ public:
     /// opens it.
     void setLogFilePath(QString path);
 
-    /// Sets a property of the file channel by POCO's name, such as `rotation`, with the values that the settings file
-    /// takes, until the next load of the settings. Otherwise as setLogFilePath(), but creates no directory.
+    /// Sets a property of the file channel until the next load of the settings; the values are those of the settings
+    /// file. Otherwise as setLogFilePath(), but creates no directory: what is refused is thrown as POCO's exception.
+    ///
+    /// - `path`: the log file
+    /// - `rotation`: `never`; a size, `N`, `N K` or `N M`; an interval, `daily`, `weekly`, `monthly` or `N` with
+    ///   `seconds`, `minutes`, `hours`, `days`, `weeks` or `months`; a time, `[day,][hh]:mm`
+    /// - `archive`: `number` or `timestamp`
+    /// - `times`: `local` or `utc`, for rotation at a time and for stamps in names; the settings file's `rotateTimes`
+    /// - `compress`, `flush`, `rotateOnOpen`: `true` or `false`
+    /// - `purgeAge`: `none`, or `N` with `seconds` (also without), `minutes`, `hours`, `days`, `weeks` or `months`
+    /// - `purgeCount`: `none`, or how many archives are kept
     void setLogFileProperty(QString name, QString value);
 
     /// Applies the settings, building the output chain or what is missing of it. For onConfigFileChanged(): what is

@@ -12,7 +12,9 @@
 /// @file
 /// Statements that log and cost next to nothing while their level is off:
 ///
-///     ZYR_ERROR("Tank %1 holds %2 litres").arg(name()).arg(measure()).endl();
+/// \code
+/// ZYR_ERROR("Tank %1 holds %2 litres").arg(name).arg(measure()).endl();
+/// \endcode
 ///
 /// The level is asked first, and while it is off, nothing of the statement is evaluated: no argument, no topic. With
 /// the setting `checkRepeatedMsg` no level is off, since repeats below it are counted too. The entry carries source
@@ -47,19 +49,19 @@
 
 namespace Zyr::Detail {
 
-/// The logger, if it wants the level.
-inline Logger* wanting(Logger& logger, unsigned char level) noexcept
+/// The logger where the level is on, for the loop of a statement; null elsewhere.
+inline Logger* ifEnabled(Logger& logger, unsigned char level) noexcept
 {
     return logger.isEnabled(level) ? &logger : nullptr;
 }
 
-inline Logger* wanting(const ClassLogger& logger, unsigned char level)
+inline Logger* ifEnabled(const ClassLogger& logger, unsigned char level)
 {
-    return wanting(logger.getLogger(), level);
+    return ifEnabled(logger.getLogger(), level);
 }
 
 /// Would be gone before the entry is made.
-void wanting(const ClassLogger&& temporary, unsigned char level) = delete;
+void ifEnabled(const ClassLogger&& temporary, unsigned char level) = delete;
 
 /// Logger::out() with a string literal. Not inline: the statements shall be small.
 [[nodiscard]] ZYRLOGGER_EXPORT LogMessage& out(Logger& logger, unsigned char level, const char16_t* text,
@@ -80,7 +82,7 @@ template <std::size_t size>
 #define ZYR_DETAIL_KEPT(level) \
     (::std::bool_constant<(::Zyr::priorityOf(level) <= ::Zyr::priorityOf(ZYR_LOG_FLOOR))>::value)
 #define ZYR_DETAIL_NAMED(name, level, logger, refused, text) \
-    for (::Zyr::Logger* name = ZYR_DETAIL_KEPT(level) ? ::Zyr::Detail::wanting(logger, level) : nullptr; \
+    for (::Zyr::Logger* name = ZYR_DETAIL_KEPT(level) ? ::Zyr::Detail::ifEnabled(logger, level) : nullptr; \
          ZYR_DETAIL_KEPT(level) && name && !(false refused); name = nullptr) \
         ::Zyr::Detail::out(*name, level, u"" text, __FILE__, __LINE__)
 

@@ -1,3 +1,5 @@
+// What rate-limited statements count, without a lock.
+
 #include <ZyrLogger/CallSite.h>
 
 #include <algorithm>
@@ -14,6 +16,9 @@ constexpr std::uint32_t lowHalf = 0xffff;
 
 static_assert(std::atomic<std::uint32_t>::is_always_lock_free);
 static_assert(std::is_trivially_destructible_v<EveryNth> && std::is_trivially_destructible_v<AtMostPerSecond>);
+// Programs that were built with an earlier 2.x hold these, on every processor.
+static_assert(sizeof(EveryNth) == 4 && alignof(EveryNth) == 4);
+static_assert(sizeof(AtMostPerSecond) == 8 && alignof(AtMostPerSecond) == 4);
 
 } // namespace
 
@@ -43,9 +48,9 @@ std::uint32_t AtMostPerSecond::steadyClock() noexcept
 /// a new start alone, by which the old count becomes void.
 ///
 /// Each round reads the count, then the start, which is therefore not older than the count's, and then the clock, which
-/// is therefore not behind the start: the difference is right across the clock's wrap-around. That a start is taken for
-/// a present one takes a place in the source that was silent for eight years, to the second.
-bool AtMostPerSecond::pass(int n, Clock clock) noexcept
+/// is therefore not behind the start: the difference is right across the clock's wrap-around. Only a site silent for
+/// exactly 2^32 ticks, eight years, mistakes an old start for a present one.
+bool AtMostPerSecond::pass(int n, std::uint32_t (*clock)() noexcept) noexcept
 {
     if (n < 1)
         return false;

@@ -15,6 +15,25 @@ namespace Zyr {
 
 /// Loads a settings file in INI form, watches it, and loads it again after every change.
 ///
+/// \code
+/// class PumpSettings : public Zyr::ConfigFileListener
+/// {
+/// public:
+///     PumpSettings() : ConfigFileListener(u"_Pump"_s, u""_s) { startConfigFileWatcher(); }
+///     ~PumpSettings() override { stopConfigFileWatcher(); }
+///
+///     bool onConfigFileChanged(QSettings& settings, bool) override
+///     {
+///         const bool isMissing = !settings.contains(u"speed"_s);
+///         if (isMissing)
+///             settings.setValue(u"speed"_s, 100);
+///         speed = settings.value(u"speed"_s).toInt();
+///         return isMissing;
+///     }
+///     std::atomic<int> speed = 0; // which other threads read
+/// };
+/// \endcode
+///
 /// Derive from it, take the values over in onConfigFileChanged(), and call startConfigFileWatcher() when the object is
 /// complete. One thread serves all listeners of the process; it needs no application object, has every signal blocked
 /// and sleeps while no file changes. In a forked child nothing is watched.
