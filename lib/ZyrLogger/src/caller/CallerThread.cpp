@@ -1,3 +1,5 @@
+// When what a thread keeps is made, and when it is deleted.
+
 #include "caller/CallerThread.h"
 
 #include "chain/ReaderSlot.h"
@@ -18,8 +20,8 @@ constinit pthread_key_t key = {};
 
 } // namespace
 
-/// Has CallerThread objects deleted with their threads: behind all thread_local objects, whose destructors may log, and
-/// again where other keys' destructors do. Not that of the main thread, which static objects log from.
+/// Deletes a thread's object after all thread_local destructors, which may log; and once more where the destructors of
+/// other keys log. The main thread keeps its object, since static objects log from there.
 class CallerThread::KeyLife
 {
 public:

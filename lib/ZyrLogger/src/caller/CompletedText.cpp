@@ -1,3 +1,5 @@
+// From a message to the text of its record: rendering, filters, and what its level adds.
+
 #include "caller/CompletedText.h"
 
 #include "base/LineBuffer.h"

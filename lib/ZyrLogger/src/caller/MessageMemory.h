@@ -32,7 +32,7 @@ public:
     /// False when there are enough: then it stays the caller's.
     bool keepBlock(void* block) noexcept
     {
-        if (blockCount == most)
+        if (blockCount == maxKept)
             return false;
         blocks[blockCount++] = block;
         return true;
@@ -53,7 +53,7 @@ public:
         const bool isOwn = list->isDetached();
         if (isOwn)
             list->clear(); // the values' destructors may be the application's, and end messages
-        if (!isOwn || listCount == most || list->capacity() > mostArguments) {
+        if (!isOwn || listCount == maxKept || list->capacity() > maxArguments) {
             delete list;
             return;
         }
@@ -61,12 +61,12 @@ public:
     }
 
 private:
-    static constexpr std::size_t most = 8;
+    static constexpr std::size_t maxKept = 8;
     static constexpr qsizetype usualArguments = 8;
-    static constexpr qsizetype mostArguments = 32;
+    static constexpr qsizetype maxArguments = 32;
 
-    void* blocks[most];
-    QList<QVariant>* lists[most];
+    void* blocks[maxKept];
+    QList<QVariant>* lists[maxKept];
     std::size_t blockCount = 0;
     std::size_t listCount = 0;
 };

@@ -1,3 +1,5 @@
+// How the record that a thread keeps is lent to an entry.
+
 #include "caller/Record.h"
 
 #include "caller/CallerThread.h"
@@ -10,7 +12,7 @@ namespace Zyr {
 
 namespace {
 
-constexpr std::size_t longestKeptText = 16 * 1024;
+constexpr std::size_t maxKeptText = 16 * 1024;
 
 } // namespace
 
@@ -38,7 +40,7 @@ Record::Record(CallerThread* thread, const std::string& source)
 Record::~Record()
 {
     used->lent = false;
-    if (used->text.capacity() > longestKeptText) {
+    if (used->text.capacity() > maxKeptText) {
         used->message.reset();
         used->text = std::string();
     }

@@ -9,9 +9,9 @@ namespace Zyr {
 
 class CallerThread;
 
-/// The record of the entry that a thread is completing. It is one that the thread keeps: to make a Poco::Message asks
-/// the system for the process's number, and allocates. A new one is made where that one is in use, by an entry whose
-/// way through the library led to this one.
+/// The record of the entry that a thread is completing. It is one that the thread keeps, since making a Poco::Message
+/// asks the system for the process's number, and allocates. A new one is made where that one is in use: an argument's
+/// conversion, a channel or a listener of the application has logged this entry while it was completing that one.
 class Record
 {
 public:
@@ -19,7 +19,7 @@ public:
     class Kept
     {
     public:
-        /// The child has another number.
+        /// The child has another process number.
         void afterForkInChild() noexcept { outdated = true; }
 
     private:

@@ -1,3 +1,5 @@
+// The names of source files, decoded once for the process and found again by each thread.
+
 #include "caller/SourceName.h"
 
 #include <QtCore/QHash>
@@ -11,7 +13,7 @@ namespace Zyr {
 
 namespace {
 
-constexpr unsigned mostNames = 4096; // beyond which they are not those of a program's source files
+constexpr unsigned maxNames = 4096; // beyond which they are not those of a program's source files
 
 // Lists that only grow at their beginnings, so that a fork cannot catch one half changed.
 constinit std::array<std::atomic<const SourceName*>, 256> lists = {};
@@ -24,9 +26,9 @@ const SourceName* findIn(const SourceName* list, const char* utf8) noexcept
     return list;
 }
 
-std::size_t placeOf(const char* address, std::size_t places) noexcept
+std::size_t slotOf(const char* address, std::size_t slots) noexcept
 {
-    return (std::uint32_t(reinterpret_cast<std::uintptr_t>(address)) * 2654435769U >> 16) % places;
+    return (std::uint32_t(reinterpret_cast<std::uintptr_t>(address)) * 2654435769U >> 16) % slots;
 }
 
 } // namespace
@@ -36,8 +38,8 @@ try {
     auto& list = lists[qHash(QByteArrayView(utf8)) % lists.size()];
     if (const SourceName* known = findIn(list.load(), utf8))
         return known;
-    if (count.fetch_add(1) >= mostNames) {
-        count.store(mostNames);
+    if (count.fetch_add(1) >= maxNames) {
+        count.store(maxNames);
         return nullptr;
     }
     auto made = std::make_unique<SourceName>();
@@ -56,7 +58,7 @@ try {
 
 QString RecentSourceNames::decode(const char* utf8)
 {
-    const SourceName*& name = names[placeOf(utf8, names.size())];
+    const SourceName*& name = names[slotOf(utf8, names.size())];
     if (!name || std::strcmp(name->given.constData(), utf8) != 0) {
         const SourceName* const found = SourceName::find(utf8);
         if (!found)

@@ -1,3 +1,5 @@
+// The files of a class logger, and its call for each level.
+
 #include <ZyrLogger/ClassLogger.h>
 
 #include <ZyrLogger/Logger.h>

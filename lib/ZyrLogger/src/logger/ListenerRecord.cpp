@@ -3,6 +3,8 @@
 #include "logger/ListenerRecord.h"
 
 #include "base/LineBuffer.h"
+#include "line/CalendarText.h"
+#include "line/FieldWriter.h"
 #include "line/LinePattern.h"
 
 #include <ZyrLogger/PocoMessage.h>
@@ -45,23 +47,39 @@ QString formatted(const PocoMessage& record, const LinePattern& pattern)
     return toQString(line.view());
 }
 
-/// Local, as Qt writes it in ISO 8601 with milliseconds. Qt itself takes longer than all the rest of a record.
-QString timeText(const PocoMessage& record)
+/// Local, as Qt writes it in ISO 8601 with milliseconds. Qt itself takes longer than all the rest of a record. Made of
+/// a pattern's fields, but no pattern, which would take the place of the file's in what a thread keeps of a second.
+QString timeText(const Poco::Timestamp& time)
 {
-    // Never destroyed: static objects log while they are.
-    static const auto& isoTime = *new LinePattern({.pattern = "%Y-%m-%dT%H:%M:%S.%i", .localTime = true});
-    const qint64 milliseconds = record.getTime().epochMicroseconds() / 1000;
+    const qint64 milliseconds = time.epochMicroseconds() / 1000;
     constexpr qint64 fourDigitYears = std::numeric_limits<std::int32_t>::max();
     if (milliseconds < 0 || milliseconds / 1000 > fourDigitYears)
         return QDateTime::fromMSecsSinceEpoch(milliseconds).toString(Qt::ISODateWithMs);
-    return formatted(record, isoTime);
+    const CalendarText& second = CalendarText::of(milliseconds / 1000, true);
+    LineBuffer text;
+    FieldWriter out(text, sizeof "yyyy-mm-ddThh:mm:ss.zzz" + FieldWriter::copiedAtOnce);
+    out.fixed(second.year());
+    const struct
+    {
+        char before;
+        const char (&digits)[2];
+    } pairs[] = {
+        {'-', second.month}, {'-', second.day}, {'T', second.hour}, {':', second.minute}, {':', second.secondOfMinute}};
+    for (const auto& pair : pairs) {
+        out.fixed({&pair.before, 1});
+        out.digits(pair.digits);
+    }
+    out.fixed(".");
+    out.fraction(std::uint32_t(milliseconds % 1000), 3);
+    out.finish();
+    return QString::fromLatin1(text.view().data(), static_cast<qsizetype>(text.view().size()));
 }
 
 } // namespace
 
 ListenerRecord::ListenerRecord(const PocoMessage& record, const LinePattern& pattern)
     : priority(priorityName(pattern.source().priorityNames, record.getPriority()))
-    , time(timeText(record))
+    , time(timeText(record.getTime()))
     , text(toQString(record.getText()))
     , line(formatted(record, pattern))
 {

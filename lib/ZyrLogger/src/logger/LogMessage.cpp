@@ -1,3 +1,5 @@
+// How an entry is filled, and how its memory and its lists are kept for the next ones.
+
 #include <ZyrLogger/LogMessage.h>
 
 #include "caller/CallerThread.h"

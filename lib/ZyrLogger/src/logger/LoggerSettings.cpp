@@ -27,7 +27,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 /// Each is a copy of its record, text included: all that a logger ever wrote must not be kept.
-constexpr quint32 mostRemembered = 100'000;
+constexpr quint32 maxRemembered = 100'000;
 
 /// Tries whether a log file can be opened again, and keeps it open for the load that follows: the reader of a pipe
 /// would otherwise find its end before the logger writes.
@@ -169,7 +169,7 @@ LoggerPrivate::LoadOutcome LoggerPrivate::SettingsLoad::apply(bool& settingsChan
     return counted && formatted && queued && complete ? LoadOutcome::Applied : LoadOutcome::ValueRefused;
 }
 
-/// The group "Logger". Returns the level, which is applied last; a refused count leaves what was in force, and
+/// The group "Logger". Returns the level, which is applied last; a refused count leaves the current one, and
 /// `accepted` becomes false.
 QString LoggerPrivate::SettingsLoad::applyFilters(bool& keysAdded, bool& accepted)
 {
@@ -183,7 +183,7 @@ QString LoggerPrivate::SettingsLoad::applyFilters(bool& keysAdded, bool& accepte
         accepted = accepted && count;
         return count.value_or(isFirst ? static_cast<quint32>(usual) : current);
     };
-    const quint32 amount = readCount("amountRepeatedMsg"_L1, 1, mostRemembered, logger.amountRepeatedMsg);
+    const quint32 amount = readCount("amountRepeatedMsg"_L1, 1, maxRemembered, logger.amountRepeatedMsg);
     const quint32 maximum =
         readCount("maxRepeatedMsgCounter"_L1, 10, std::numeric_limits<quint32>::max(), logger.maxRepeatedMsgCounter);
     group.reportUnknown();
@@ -227,7 +227,7 @@ LoggerPrivate::LoadOutcome LoggerPrivate::SettingsLoad::applyFileChannel(Poco::F
     }
 }
 
-/// A refused value ends this stage only, and leaves what was in force; a new formatter has no pattern yet, so it gets
+/// A refused value ends this stage only, and leaves the current one; a new formatter has no pattern yet, so it gets
 /// the default. Returns whether none was refused.
 bool LoggerPrivate::SettingsLoad::applyFormat(Poco::PatternFormatter& formatter, bool isNew, SettingsGroup& group)
 {
@@ -246,8 +246,8 @@ bool LoggerPrivate::SettingsLoad::applyFormat(Poco::PatternFormatter& formatter,
     return false;
 }
 
-/// The two keys that are read only when they are there. Returns whether none was refused; a refused one leaves what was
-/// in force.
+/// The two keys that are read only when they are there. Returns whether none was refused; a refused one leaves the
+/// current one.
 bool LoggerPrivate::SettingsLoad::applyQueue(SettingsGroup& group)
 {
     auto channel = chain.shareFile();

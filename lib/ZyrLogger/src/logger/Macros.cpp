@@ -1,3 +1,5 @@
+// The part of a logging statement that is not inline.
+
 #include <ZyrLogger/Macros.h>
 
 namespace Zyr::Detail {
