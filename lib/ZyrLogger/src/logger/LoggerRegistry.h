@@ -44,17 +44,18 @@ class LoggerPrivate;
 /// 5. has every queue written, or given up where the store does not take it;
 /// 6. calls Poco::Logger::shutdown(), in a forked child not, and then drops the references, which ends the chains.
 ///
-/// The main logger's end sets the flag also where its own chain was never complete, and so does the end of the first
-/// static object of this class, for loggers that nobody destroys. A logger made later loads and watches nothing; it and
-/// the others print what is logged as invalid, and touch no chain.
+/// The main logger's end sets the flag also where its own chain was never complete, and so does the end of the static
+/// object that the first logger brings, for loggers that nobody destroys. A logger made later loads and watches
+/// nothing; it and the others print what is logged as invalid, and touch no chain.
 ///
 /// **Locks**, outermost first. A thread may hold several, in this order only; those of one line never together, except
 /// that a fork holds every one that it takes.
 ///
-/// 1. startMutex (MainLogger.cpp): the first load of the main logger's settings, so all below.
-/// 2. QtSettings' lock of loads: a load on the watcher's thread, so all below.
+/// 1. QtSettings' lock of loads: a load on the watcher's thread, so all below.
+/// 2. startMutex (MainLogger.cpp): the first load of the main logger's settings, so all below.
 /// 3. LoggerPrivate::reloadMutex: a load's or a location call's changes, so those from 6 on. It is recursive, and only
-///    as long as settings are read may the application run in it: Qt's message handler, which may log, so 4 as well.
+///    as long as settings are read may the application run in it: Qt's message handler, which may log, and so make the
+///    main logger. 2 and 4 then come behind that of another logger, which the main logger's start never takes.
 /// 4. constructionMutex: the main logger's construction, with listMutex.
 /// 5. listMutex: the fields' lock of each logger, one after the other.
 /// 6. Logger::mutex (POCO's): nothing. Only a fork goes on to the next with it.
