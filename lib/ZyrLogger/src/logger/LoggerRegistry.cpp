@@ -5,8 +5,8 @@
 #include "base/LocalTime.h"
 #include "caller/CallerThread.h"
 #include "logger/LoggerPrivate.h"
-#include "system/StandardOutput.h"
 #include "system/ForkClosedFile.h"
+#include "system/StandardOutput.h"
 
 #include <QtCore/QDateTime>
 #include <QtCore/QLocale>
@@ -151,6 +151,7 @@ void LoggerRegistry::beforeFork()
     ForkClosedFile::beforeFork();
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): unlocking throws nothing
 void LoggerRegistry::afterFork() noexcept
 {
     ForkClosedFile::afterFork();

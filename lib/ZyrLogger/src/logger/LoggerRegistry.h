@@ -113,7 +113,7 @@ private:
     static std::vector<LoggerPrivate*>& loggers();
     static std::vector<std::shared_ptr<ChainAccess>> accesses();
     static void beforeFork();
-    static void afterFork() noexcept;
+    static void afterFork() noexcept; // NOLINT(bugprone-exception-escape): unlocking throws nothing
     static void afterForkInChild() noexcept;
 
     static const int forkHandlers;
