@@ -33,12 +33,6 @@ constinit thread_local std::ptrdiff_t mostTaken = 0;
 constinit std::atomic<long> workerAllowed = any;
 constinit std::atomic<long> workerRefused = 0;
 
-bool isWorker() noexcept
-{
-    char name[16] = {};
-    return ::prctl(PR_GET_NAME, name) == 0 && std::strcmp(name, "LogWriter") == 0;
-}
-
 } // namespace
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
@@ -50,6 +44,12 @@ void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* memory, std::size_t size);
 void __libc_free(void* memory);
+
+static bool isWorker() noexcept
+{
+    char name[16] = {};
+    return ::prctl(PR_GET_NAME, name) == 0 && std::strcmp(name, "LogWriter") == 0;
+}
 
 static bool isAllowed() noexcept
 {

@@ -115,7 +115,9 @@ std::error_code ActiveFile::findAgain()
 /// Leaves no file open when `fresh` is no longer the one under its path.
 void ActiveFile::takeUp(AppendFile&& fresh)
 {
-    const bool samePath = std::exchange(openedPath, settings.path) == settings.path;
+    const bool samePath = hasPathOfSettings();
+    if (!samePath)
+        openedPath = settings.path;
     looked = Steady::now();
     const std::shared_ptr<const LogPlace> found = fresh.foundAt();
     if (lines.current().isSame(fresh)) {

@@ -17,16 +17,14 @@ namespace Zyr {
 ///
 /// - First writer is who has the file's flock() lock, for as long as the file is open. It alone rotates, purges,
 ///   compresses and cuts back. A forked child closes its copy of the file, so the lock ends with its owner.
-/// - The others append whole lines. Around each append they hold a shared lock on the contents (holdOffCompression),
-/// and
-///   look under it whether the path still leads to this file. The compressor takes that lock exclusively once: then no
+/// - The others append whole lines. Around each append they share a lock on the contents (holdOffCompression), and look
+///   under it whether the path still leads to this file. The compressor takes that lock exclusively once: then no
 ///   append is under way, and whoever comes later finds that the file is not the log any more. An archive that is being
 ///   compressed is never written again.
 /// - They follow a rotation as the path leads to another file then. The first writer locks the new file before it has
 ///   the log's name, so it stays the first one. It looks once a second itself whether somebody has moved its file.
-/// - Before each append they also try for the first writer's lock. Who gets it looks once more whether the file is
-/// still
-///   in its place, since the former owner may have made an archive of it first, and takes over.
+/// - Before each append they also try for the first writer's lock. Who gets it looks once more whether the file is in
+///   its place still, since the former owner may have made an archive of it first, and takes over.
 ///
 /// Where the file system has no locks, each one counts as the first writer.
 class ActiveFile
@@ -57,7 +55,8 @@ public:
     /// Whether it was opened under the path that the settings name by now.
     bool hasPathOfSettings() const noexcept { return openedPath == settings.path; }
 
-    /// Another number tells that the file was closed, or another one opened, but by replaceBy().
+    /// Another number tells that the file was closed (but for a pipe, after a failed write), or another
+    /// one opened, but by replaceBy().
     unsigned generation() const noexcept { return closings; }
     const std::string& path() const noexcept { return openedPath; }
     /// Null when the file is not to be moved from where it lies.

@@ -33,7 +33,7 @@ public:
     virtual void apply(Change& change) = 0;
 
     /// Appends lines from the batch's beginning, as many as the store takes now. Where it fails, nothing of the rest is
-    /// in the file. Few lines and no error: the next write goes on.
+    /// in the file, or it is in a line of its own. Few lines and no error: the next write goes on.
     virtual Written write(const LineBatch& batch) = 0;
 
     /// Whether the last write ended within a line, which the next batch has to begin with.

@@ -42,7 +42,8 @@ void LogFile::adopt(AppendFile&& opened, bool beginAnew)
 {
     if (opened.isOpen())
         active.adopt(std::move(opened));
-    rotation.follow(active, Clock::now());
+    if (active.hasPathOfSettings())
+        rotation.follow(active, Clock::now());
     rotation.request(beginAnew && active.isFirstWriter());
 }
 

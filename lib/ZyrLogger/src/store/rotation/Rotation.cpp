@@ -162,10 +162,12 @@ std::error_code Rotation::rotate(ActiveFile& active, Time now)
             place.remove(next, watch);
         return error;
     }
+    ready = false; // should memory be lacking from here on, follow() takes it up
     active.replaceBy(std::move(fresh));
     restartTimer(active, now);
     archives.added(archive, now);
     archives.purge(now);
+    ready = true;
     return {};
 }
 

@@ -17,8 +17,7 @@ namespace Zyr {
 ///
 /// The steps of a rotation, for "app.log", and what a kill after each of them leaves:
 ///
-/// 1. ".app.log.next" is made: empty, locked, with the log's owner and rights. Left: that file, which rescueLog
-/// removes.
+/// 1. ".app.log.next" is made: empty, locked, with the log's owner and rights. Left: that file, removed by rescueLog.
 /// 2. Room is made: the numbers of the archives are counted up, the last one first. Left: a hole in the numbers, which
 ///    the next rotation fills.
 /// 3. Log and ".next" change places. Left: the old log under the name ".next", which rescueLog makes an archive.
@@ -34,7 +33,7 @@ namespace Zyr {
 /// name ".gz" and the plain file goes, which removePlainTwins does when a kill came in between.
 ///
 /// rescueLog, removePlainTwins and the purge are parts of Archives::cleanUp, which runs when a writer becomes the first
-/// one, and when step 1 finds a ".next".
+/// one or gets other settings, and when step 1 finds a ".next".
 class Rotation
 {
 public:
