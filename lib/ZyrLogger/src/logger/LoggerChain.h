@@ -94,7 +94,7 @@ public:
 
     // Around fork(); the caller holds the lock of the fields.
     void lockFile();
-    /// Returns the last reference, perhaps: to be released without any lock.
+    /// Returns the last reference, perhaps: to be released without a lock of this logger.
     [[nodiscard]] Poco::AutoPtr<LogFileChannel> unlockFile();
     void renewInChild();
 

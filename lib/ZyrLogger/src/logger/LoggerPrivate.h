@@ -17,8 +17,8 @@ namespace Zyr {
 
 /// What Logger does behind its public functions. Its fields stay the public class's, under the names that are fixed.
 ///
-/// A thread that logs takes no lock but that of repeat suppression: it uses the chain through `access` and goes by the
-/// current rules. LoggerRegistry.h tells the order of the locks.
+/// A thread that logs takes no lock to reach the chain, but that of repeat suppression where that is on: it uses the
+/// chain through `access` and goes by the current rules. LoggerRegistry.h tells the order of the locks.
 class LoggerPrivate
 {
 public:

@@ -18,11 +18,11 @@ class LoggerPrivate;
 /// **Fork.** A child has the forking thread alone, and every lock as it was at that moment. So the handlers see to it
 /// that no lock that a child needs is copied while another thread is inside, or make it anew.
 ///
-/// - Before: beforeFork() takes constructionMutex, then listMutex, so that no logger is half made or half listed; then
-///   of each logger Logger::mutex, the lock of its fields, its file channel's and its writer's; then pocoRegistryMutex,
-///   so that POCO's own lock is free; last the list of open files, which code under the writers' locks takes. ZyrTools
-///   registers its handlers when the first logger is made, later than these: they run earlier here and later
-///   afterwards, and hold the watcher's lock and that of QSettings.
+/// - Before: beforeFork() takes constructionMutex, then listMutex, so that the main logger is not half made and none
+///   half listed; then of each logger Logger::mutex, the lock of its fields, its file channel's and its writer's; then
+///   pocoRegistryMutex, so that POCO's own lock is free; last the list of open files, which code under the writers'
+///   locks takes. ZyrTools registers its handlers at the first listener, normally later than these: they run earlier
+///   here and later afterwards, and hold the watcher's lock and that of QSettings.
 /// - In the parent: afterFork() releases in the opposite order.
 /// - In the child: first its files are closed, so that their locks stay the parent's; then standard output, the time
 ///   zone and the calling thread's record are made usable again; then each logger gets a new writer with an empty
@@ -68,8 +68,9 @@ class LoggerPrivate;
 /// Listeners are called and records are written with none of 4 to 11. POCO's lock alone may come before 9: where the
 /// application has POCO release a logger, the chain ends under it. This library keeps references meanwhile.
 ///
-/// ZyrTools has three more, below 1 and 2, never taken with 3 to 11: the watcher's for walks, its one for clients, and
-/// the one for the life of QSettings objects, in which Qt's message handler may log. A fork takes the last two first.
+/// ZyrTools has three more, which the first load takes under 3: the watcher's for walks, its one for clients, and the
+/// one for the life of QSettings objects. Qt's message handler may log under the last of them, but not make the main
+/// logger, whose first load would take it once more. A fork takes the last two first, where a listener was used before.
 class LoggerRegistry
 {
 public:

@@ -44,7 +44,9 @@ void LogWriter::run()
                 if (!lock.owns_lock())
                     lock.lock();
                 settle(std::make_error_code(std::errc::not_enough_memory), lock);
-                work.wait_until(lock, retryAt);
+                goesOn = hasWork() || !stopping; // what is requested waits for the next thread
+                if (goesOn && !abandoned)
+                    work.wait_until(lock, retryAt);
             }
         }
         lock.unlock();
@@ -122,6 +124,7 @@ void LogWriter::takeRequests(Lock& lock)
     } catch (...) { // out of memory
         lock.lock();
         putBack(std::move(taken));
+        lock.unlock(); // `taken` may close a file yet
         throw;
     }
     lock.lock();
@@ -137,6 +140,7 @@ void LogWriter::putBack(Requests&& taken) noexcept
     requests.adopt = true;
     requests.beginAnew = taken.beginAnew;
     requests.opened = std::move(taken.opened);
+    requests.close = taken.close;
 }
 
 void LogWriter::writeLines(Lock& lock)
