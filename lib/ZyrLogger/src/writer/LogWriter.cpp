@@ -3,13 +3,12 @@
 #include "writer/LogWriter.h"
 
 #include "store/LogProblem.h"
+#include "system/BlockedSignals.h"
 
 #include <cerrno>
 #include <cstring>
 #include <new>
 #include <utility>
-
-#include <signal.h>
 
 namespace Zyr {
 
@@ -219,13 +218,12 @@ void LogWriter::start(Lock& lock)
     pthread_attr_t attributes;
     ::pthread_attr_init(&attributes);
     ::pthread_attr_setstacksize(&attributes, stackSize);
-    sigset_t all;
-    sigset_t before;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &before);
     pthread_t started = {};
-    const int error = self ? ::pthread_create(&started, &attributes, &enter, self) : ENOMEM;
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    int error = ENOMEM;
+    if (self) {
+        const BlockedSignals blocked;
+        error = ::pthread_create(&started, &attributes, &enter, self);
+    }
     ::pthread_attr_destroy(&attributes);
     if (error != 0)
         delete self;
