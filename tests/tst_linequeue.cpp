@@ -56,7 +56,7 @@ public:
         while (!lines.appendLocked(line)) {
             const std::size_t bytes = lines.chunkBytes(line);
             if (lines.mayGrow(bytes)) {
-                lines.announce(bytes);
+                lines.reserve(bytes);
                 lock.unlock();
                 Zyr::LineChunk* const chunk = Zyr::LineChunk::map(bytes, false);
                 lock.lock();
@@ -74,13 +74,13 @@ public:
     std::string take(Random& random)
     {
         std::unique_lock lock(mutex);
-        lines.shut(random() % 4 == 0);
+        lines.openFastPath(random() % 4 != 0);
         if (random() % 100 == 0)
             lines.setBound(random() % 2 == 0 ? bound : bound / 4);
         const Zyr::LineBatch batch = lines.front(random() % 65536);
         lock.unlock();
         const std::size_t count = random() % 2 == 0 ? batch.lines() : random() % (batch.lines() + 1);
-        std::array<iovec, Zyr::LineBatch::mostRuns> pieces;
+        std::array<iovec, Zyr::LineBatch::maxRuns> pieces;
         const std::size_t used = batch.pieces(0, batch.bytesOf(count), pieces);
         std::string text;
         for (std::size_t i = 0; i < used; ++i)

@@ -132,7 +132,7 @@ private Q_SLOTS:
         const Pipe pipe;
         QVERIFY(pipe.isThere());
         const std::string line(1023, 'x'); // so that all of them have five times the space
-        pipe.writer->setLimits({Zyr::LogWriter::mostBound, Zyr::LogWriter::Overflow::Wait});
+        pipe.writer->setLimits({Zyr::QueueLimits::maxBytes, Zyr::QueueLimits::Overflow::Wait});
         pipe.writer->push(line);
         QVERIFY(pipe.read(line.size() + 1));
         std::optional<FullAddressSpace> full;
@@ -162,7 +162,7 @@ private Q_SLOTS:
         settings.path = directory.filePath(u"log"_s).toStdString();
         const auto writer = std::make_shared<Zyr::LogWriter>();
         writer->configure(settings);
-        writer->setLimits({Zyr::LogWriter::mostBound, Zyr::LogWriter::Overflow::Wait});
+        writer->setLimits({Zyr::QueueLimits::maxBytes, Zyr::QueueLimits::Overflow::Wait});
         const auto size = [&] { return QFileInfo(directory.filePath(u"log"_s)).size(); };
         writer->push("begun");
         QTRY_COMPARE(size(), 6);                                     // now the worker has all memory of its own
@@ -194,7 +194,7 @@ private Q_SLOTS:
             QSKIP("Sanitizers need address space of their own.");
         const Pipe pipe;
         QVERIFY(pipe.isThere());
-        pipe.writer->setLimits({Zyr::LogWriter::mostBound, Zyr::LogWriter::Overflow::Wait});
+        pipe.writer->setLimits({Zyr::QueueLimits::maxBytes, Zyr::QueueLimits::Overflow::Wait});
         const std::string small(100, 'x'), large(2 * FullAddressSpace::hole, 'x');
         std::atomic<bool> ends = false, isBack = false;
         std::thread logs([&] {

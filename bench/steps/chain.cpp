@@ -65,14 +65,14 @@ const std::string line(130, 'x');
 
 void queue(State& state)
 {
-    Zyr::LineQueue lines(Zyr::LogWriter::Limits().bytes);
-    lines.shut(false);
+    Zyr::LineQueue lines(Zyr::QueueLimits().bytes);
+    lines.openFastPath(true);
     int queued = 0;
     for (auto _ : state) {
         Bench::leaveVectorRegistersDirty();
         if (!lines.append(line) && !lines.appendLocked(line)) {
             const std::size_t bytes = lines.chunkBytes(line);
-            lines.announce(bytes);
+            lines.reserve(bytes);
             if (!lines.add(Zyr::LineChunk::map(bytes, false), bytes, line))
                 return state.SkipWithError("no memory");
         }

@@ -4,7 +4,7 @@
 
 #include "logger/LoggerPrivate.h"
 #include "logger/OwnEntries.h"
-#include "writer/Patience.h"
+#include "writer/ShutdownDeadline.h"
 
 #include <ZyrLogger/PocoMessage.h>
 #include <ZyrTools/Misc.h>
@@ -50,7 +50,7 @@ void Logger::flushFinal()
         channel->close();
     if (d->isMainLogger() || LoggerRegistry::isShutDown())
         return;
-    Patience::programEnds();
+    ShutdownDeadline::programEnds();
     LoggerRegistry::shutPocoDown();
 }
 

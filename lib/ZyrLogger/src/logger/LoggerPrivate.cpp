@@ -4,7 +4,7 @@
 
 #include "logger/MainLogger.h"
 #include "logger/OwnEntries.h"
-#include "writer/Patience.h"
+#include "writer/ShutdownDeadline.h"
 
 #include <ZyrLogger/PocoMessage.h>
 #include <ZyrTools/Misc.h>
@@ -30,7 +30,7 @@ LoggerPrivate::LoggerPrivate(Logger& itsLogger)
     , logger(itsLogger)
     , forks(LoggerRegistry::forksSoFar())
 {
-    Patience::watchMainThread();
+    ShutdownDeadline::watchMainThread();
     publishRules();
     LoggerRegistry::add(*this);
 }

@@ -55,16 +55,16 @@ struct CurrentKey
 std::optional<std::size_t> queueBound(const QString& text)
 {
     const auto bytes = parseByteSize(text.toStdString());
-    return bytes && *bytes >= LogWriter::leastBound && *bytes <= LogWriter::mostBound
+    return bytes && *bytes >= QueueLimits::minBytes && *bytes <= QueueLimits::maxBytes
                ? std::optional(static_cast<std::size_t>(*bytes))
                : std::nullopt;
 }
 
-std::optional<LogWriter::Overflow> queueOverflow(const QString& text)
+std::optional<QueueLimits::Overflow> queueOverflow(const QString& text)
 {
     if (text == "wait"_L1)
-        return LogWriter::Overflow::Wait;
-    return text == "drop"_L1 ? std::optional(LogWriter::Overflow::Drop) : std::nullopt;
+        return QueueLimits::Overflow::Wait;
+    return text == "drop"_L1 ? std::optional(QueueLimits::Overflow::Drop) : std::nullopt;
 }
 
 void configure(Poco::Configurable& link, std::span<const ChainSetting> settings, SettingsGroup& group,
@@ -253,7 +253,7 @@ bool LoggerPrivate::SettingsLoad::applyQueue(SettingsGroup& group)
     auto channel = chain.shareFile();
     if (!channel)
         return true;
-    LogWriter::Limits limits = channel->writer().limits();
+    QueueLimits limits = channel->writer().limits();
     bool accepted = true;
     const auto apply = [&](QLatin1StringView key, auto read, auto& limit, auto usual, const QString& legal) {
         if (!group.contains(key)) {
@@ -268,9 +268,9 @@ bool LoggerPrivate::SettingsLoad::applyQueue(SettingsGroup& group)
             accepted = false;
         }
     };
-    apply("queueSize"_L1, queueBound, limits.bytes, LogWriter::Limits().bytes,
+    apply("queueSize"_L1, queueBound, limits.bytes, QueueLimits().bytes,
           u"<n>, <n> K or <n> M, from 64 K to 1024 M"_s);
-    apply("queueOverflow"_L1, queueOverflow, limits.overflow, LogWriter::Limits().overflow, u"wait or drop"_s);
+    apply("queueOverflow"_L1, queueOverflow, limits.overflow, QueueLimits().overflow, u"wait or drop"_s);
     channel->writer().setLimits(limits);
     return accepted;
 }

@@ -3,7 +3,7 @@
 #include "logger/MainLogger.h"
 
 #include "logger/LoggerPrivate.h"
-#include "writer/Patience.h"
+#include "writer/ShutdownDeadline.h"
 
 #include <QtCore/QScopedValueRollback>
 
@@ -23,7 +23,7 @@ MainLogger::MainLogger()
 
 MainLogger::~MainLogger()
 {
-    Patience::programEnds();
+    ShutdownDeadline::programEnds();
     logger().d->retire();
     LoggerRegistry::markShutDown();
 }

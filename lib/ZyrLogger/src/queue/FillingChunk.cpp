@@ -4,7 +4,7 @@ namespace Zyr {
 
 bool FillingChunk::append(std::string_view line) noexcept
 {
-    return append(line, shutMark);
+    return append(line, closedMark);
 }
 
 bool FillingChunk::appendAnyway(std::string_view line) noexcept
@@ -28,12 +28,12 @@ bool FillingChunk::append(std::string_view line, std::uint64_t obstacles) noexce
     return true;
 }
 
-void FillingChunk::shut(bool isShut) noexcept
+void FillingChunk::openFastPath(bool isOpen) noexcept
 {
-    if (isShut)
-        state.fetch_or(shutMark);
+    if (isOpen)
+        state.fetch_and(~closedMark);
     else
-        state.fetch_and(~shutMark);
+        state.fetch_or(closedMark);
 }
 
 std::uint64_t FillingChunk::whenEmpty(const LineChunk& chunk) noexcept
@@ -58,13 +58,13 @@ bool FillingChunk::restart(std::uint32_t lines) noexcept
     const std::uint64_t full = whenEmpty(*chunk.load(std::memory_order_relaxed));
     std::uint64_t now = state.load();
     return placesIn(full) - placesIn(now) == lines &&
-           state.compare_exchange_strong(now, (now & (shutMark | chunkMask)) | full);
+           state.compare_exchange_strong(now, (now & (closedMark | chunkMask)) | full);
 }
 
 std::uint32_t FillingChunk::close() noexcept
 {
     const std::uint64_t now = state.load(std::memory_order_relaxed); // others change neither mark nor number
-    const std::uint64_t last = state.exchange((now & shutMark) | ((now + oneChunk) & chunkMask));
+    const std::uint64_t last = state.exchange((now & closedMark) | ((now + oneChunk) & chunkMask));
     return LineChunk::linesIn(chunk.load(std::memory_order_relaxed)->bytes) - placesIn(last);
 }
 

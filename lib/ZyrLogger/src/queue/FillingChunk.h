@@ -20,8 +20,8 @@ public:
 
     /// Also where the way is shut.
     bool appendAnyway(std::string_view line) noexcept;
-    /// Has append() refuse all lines. Shut in the beginning.
-    void shut(bool isShut) noexcept;
+    /// Whether append() takes lines; not in the beginning.
+    void openFastPath(bool isOpen) noexcept;
 
     /// With its first line, so that no other takes the room for that. After close().
     void open(LineChunk* next, std::string_view line) noexcept;
@@ -37,9 +37,9 @@ private:
     // space for them. The number comes again after two million chunks: a thread would have to stop between two
     // instructions for as long as they take, and to find the same space and places left, to take one for the other.
     static constexpr std::uint64_t onePlace = std::uint64_t(1) << 31;
-    static constexpr std::uint64_t oneChunk = onePlace * 2 * LineChunk::mostLines;
-    static constexpr std::uint64_t shutMark = std::uint64_t(1) << 63;
-    static constexpr std::uint64_t chunkMask = shutMark - oneChunk;
+    static constexpr std::uint64_t oneChunk = onePlace * 2 * LineChunk::maxLines;
+    static constexpr std::uint64_t closedMark = std::uint64_t(1) << 63;
+    static constexpr std::uint64_t chunkMask = closedMark - oneChunk;
 
     static std::uint32_t placesIn(std::uint64_t state) noexcept
     {
@@ -49,7 +49,7 @@ private:
     static std::uint64_t whenEmpty(const LineChunk& chunk) noexcept;
     bool append(std::string_view line, std::uint64_t obstacles) noexcept;
 
-    std::atomic<std::uint64_t> state = shutMark;
+    std::atomic<std::uint64_t> state = closedMark;
     static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
     std::atomic<LineChunk*> chunk = nullptr; ///< open while the state has the same number
 };

@@ -24,9 +24,9 @@ public:
         std::size_t bytes() const noexcept { return count == 0 ? 0 : end(count - 1); }
     };
 
-    static constexpr std::size_t mostRuns = 64;
+    static constexpr std::size_t maxRuns = 64;
 
-    bool isFull() const noexcept { return runs == mostRuns; }
+    bool isFull() const noexcept { return runs == maxRuns; }
     void add(const Run& run) noexcept;
 
     std::size_t lines() const noexcept { return lineCount; }
@@ -42,7 +42,7 @@ public:
     std::size_t pieces(std::size_t from, std::size_t to, std::span<iovec> pieces) const noexcept;
 
 private:
-    std::array<Run, mostRuns> all;
+    std::array<Run, maxRuns> all;
     std::size_t runs = 0;
     std::size_t lineCount = 0;
     std::size_t byteCount = 0;

@@ -14,7 +14,7 @@ namespace Zyr {
 /// thread that has reserved its place.
 struct LineChunk
 {
-    static constexpr std::size_t mostLines = 1024;
+    static constexpr std::size_t maxLines = 1024;
 
     /// The system gives the memory page by page as it is used, or at once, which takes less time in all; and gets it
     /// back at once. Null when there is none.
@@ -27,7 +27,7 @@ struct LineChunk
     static constexpr std::uint32_t linesIn(std::size_t bytes) noexcept
     {
         constexpr std::size_t bytesPerLine = 64;
-        return static_cast<std::uint32_t>(std::min(bytes / bytesPerLine, mostLines));
+        return static_cast<std::uint32_t>(std::min(bytes / bytesPerLine, maxLines));
     }
     /// The space for lines and their line ends.
     static constexpr std::size_t spaceIn(std::size_t bytes) noexcept

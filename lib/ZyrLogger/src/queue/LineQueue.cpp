@@ -9,8 +9,8 @@ namespace Zyr {
 
 namespace {
 
-constexpr std::size_t largestUsualChunk = 64 * 1024;
-constexpr std::size_t mostSpares = 16;
+constexpr std::size_t maxUsualChunk = 64 * 1024;
+constexpr std::size_t maxSpares = 16;
 
 std::size_t inPages(std::size_t bytes) noexcept
 {
@@ -30,7 +30,7 @@ LineQueue::~LineQueue()
 void LineQueue::setBound(std::size_t bytes) noexcept
 {
     most = bytes;
-    usualChunk = inPages(std::min(bytes / 16, largestUsualChunk));
+    usualChunk = inPages(std::min(bytes / 16, maxUsualChunk));
     trim(); // they may have another size
 }
 
@@ -67,17 +67,17 @@ bool LineQueue::mayGrow(std::size_t bytes) noexcept
 bool LineQueue::add(LineChunk* chunk, std::size_t bytes, std::string_view line) noexcept
 {
     if (!chunk || filling.appendAnyway(line)) { // others may have made room meanwhile
-        takeBack(chunk, bytes);
+        cancel(chunk, bytes);
     } else {
-        announced -= bytes;
+        reserved -= bytes;
         link(chunk, line);
     }
     return chunk;
 }
 
-void LineQueue::takeBack(LineChunk* chunk, std::size_t bytes) noexcept
+void LineQueue::cancel(LineChunk* chunk, std::size_t bytes) noexcept
 {
-    announced -= bytes;
+    reserved -= bytes;
     if (chunk)
         keep(chunk);
     else
@@ -111,7 +111,7 @@ std::uint32_t LineQueue::linesOf(const LineChunk& chunk) const noexcept
     return &chunk == tail && !closed ? filling.lines() : chunk.written;
 }
 
-LineBatch LineQueue::front(std::size_t mostBytes) const noexcept
+LineBatch LineQueue::front(std::size_t maxBytes) const noexcept
 {
     LineBatch batch;
     for (LineChunk* chunk = head; chunk && !batch.isFull(); chunk = chunk->next) {
@@ -119,7 +119,7 @@ LineBatch LineQueue::front(std::size_t mostBytes) const noexcept
         const std::uint32_t there = chunk->linesThere(lines);
         const LineBatch::Run run = {chunk->data() + chunk->begin, chunk->ends() + chunk->taken, chunk->begin,
                                     there - chunk->taken};
-        if (batch.lines() > 0 && batch.bytes() + run.bytes() > mostBytes)
+        if (batch.lines() > 0 && batch.bytes() + run.bytes() > maxBytes)
             break;
         if (run.count > 0)
             batch.add(run);
@@ -172,7 +172,7 @@ void LineQueue::leaveFirst() noexcept
 
 void LineQueue::keep(LineChunk* chunk) noexcept
 {
-    const bool isSpare = chunk->bytes == usualChunk && spares < mostSpares;
+    const bool isSpare = chunk->bytes == usualChunk && spares < maxSpares;
     LineChunk*& list = isSpare ? spare : freed;
     chunk->next = list;
     list = chunk;

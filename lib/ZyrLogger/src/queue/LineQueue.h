@@ -19,7 +19,7 @@ class LineQueue
 {
 public:
     static constexpr std::size_t fillingChunks = 5; ///< of the sixteen or more usual ones that the bound allows
-    static constexpr std::size_t longestLine = std::size_t(1) << 30;
+    static constexpr std::size_t maxLine = std::size_t(1) << 30;
 
     explicit LineQueue(std::size_t itsBound) noexcept { setBound(itsBound); }
     ~LineQueue();
@@ -30,39 +30,39 @@ public:
     /// chunk, or the queue is shut.
     bool append(std::string_view line) noexcept { return filling.append(line); }
 
-    /// From now on lines are added with the lock only; shut in the beginning.
-    void shut(bool isShut) noexcept { filling.shut(isShut); }
+    /// Whether append() takes lines; not in the beginning.
+    void openFastPath(bool isOpen) noexcept { filling.openFastPath(isOpen); }
     /// The same with the lock. False when one more chunk is needed, of chunkBytes(), if mayGrow().
     bool appendLocked(std::string_view line) noexcept;
     std::size_t chunkBytes(std::string_view line) const noexcept;
     bool mayGrow(std::size_t bytes) noexcept;
 
     /// Counts the chunk before it is mapped, so that several threads that map at a time keep the bound together.
-    void announce(std::size_t bytes) noexcept
+    void reserve(std::size_t bytes) noexcept
     {
-        announced += bytes;
+        reserved += bytes;
         held += bytes;
     }
-    /// Adds the line with the chunk that was announced for it. False if that is null.
+    /// Adds the line with the chunk that was reserved for it. False if that is null.
     bool add(LineChunk* chunk, std::size_t bytes, std::string_view line) noexcept;
     /// Instead of add().
-    void takeBack(LineChunk* chunk, std::size_t bytes) noexcept;
+    void cancel(LineChunk* chunk, std::size_t bytes) noexcept;
 
     /// In bytes. What is queued already stays.
     void setBound(std::size_t bytes) noexcept;
     std::size_t bound() const noexcept { return most; }
 
     bool isEmpty() const noexcept { return size() == 0; }
-    /// Whether there are lines, or a chunk for one has been announced.
-    bool isUsed() const noexcept { return !isEmpty() || announced > 0; }
+    /// Whether there are lines, or a chunk for one has been reserved.
+    bool isUsed() const noexcept { return !isEmpty() || reserved > 0; }
     /// Those that are just being copied included.
     std::size_t size() const noexcept { return closedLines + (closed ? 0 : filling.lines()); }
     /// Whether they take the better part of the memory of a usual write, or of the bound.
     bool isFilling() const noexcept { return linked > fillingChunks * usualChunk; }
 
-    /// The first lines, of at most `mostBytes` together unless the first chunk alone has more, up to one that is just
+    /// The first lines, of at most `maxBytes` together unless the first chunk alone has more, up to one that is just
     /// being copied. They stay where they are until pop(), also when more are appended meanwhile.
-    LineBatch front(std::size_t mostBytes) const noexcept;
+    LineBatch front(std::size_t maxBytes) const noexcept;
     void pop(std::size_t count) noexcept;
     /// Drops the lines, up to one that is just being copied.
     void clear() noexcept;
@@ -84,7 +84,7 @@ private:
     std::size_t most = 0;
     std::size_t usualChunk = 0;
     std::size_t held = 0; ///< spare chunks included
-    std::size_t announced = 0;
+    std::size_t reserved = 0;
     std::size_t closedLines = 0; ///< of chunks that are no longer filled, less all lines that have left; may wrap
     LineChunk* head = nullptr;
     LineChunk* tail = nullptr;

@@ -120,7 +120,7 @@ AppendFile::Appended AppendFile::append(const LineBatch& batch, std::size_t from
                                         CallWatch& watch) noexcept
 {
     Appended result;
-    std::array<iovec, LineBatch::mostRuns> pieces;
+    std::array<iovec, LineBatch::maxRuns> pieces;
     while (from < to) {
         // Only whole lines, also where one is longer: another process may write in between.
         const std::size_t fitting = batch.bytesOf(batch.linesWithin(from + maxPerWrite));

@@ -1,9 +1,7 @@
 // The writer as the threads that log and configure see it.
-
 #include "writer/LogWriter.h"
 
 #include "store/LogProblem.h"
-#include "system/BlockedSignals.h"
 
 #include <cerrno>
 #include <cstring>
@@ -16,12 +14,11 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto patienceWhenFull = 2s;
-constexpr auto longestHold = 2s;
-constexpr std::size_t stackSize = 512 * 1024;
-constexpr int looksAtGate = 100;
-constexpr std::size_t longestReason = 256; // of the system, in any language
-constexpr auto quietTime = 10s;            // between two reports of failures
+constexpr auto maxHold = 2s; // of a change, before it counts as stuck
+constexpr auto maxMemoryWait = 2s;
+constexpr auto lookInterval = 500ms; // at which a caller that waits for room looks whether the store hangs
+constexpr int maxSpins = 100;
+constexpr std::string_view queueIsFull = "the queue is full";
 
 void pauseProcessor() noexcept
 {
@@ -32,341 +29,292 @@ void pauseProcessor() noexcept
 #endif
 }
 
+enum class OnRefusal { Retry, Wait, Lose };
+
+/// What becomes of a line that the system refuses memory for. Others give theirs back when their lines are written, so
+/// it waits while they hold some; but not for long, for they may take it again and again.
+OnRefusal onRefusedMemory(bool othersHold, bool othersHeld, LogWriter::Clock::time_point now,
+                          std::optional<LogWriter::Clock::time_point>& limit)
+{
+    if (!limit)
+        limit = now + maxMemoryWait;
+    if (now >= *limit || !(othersHold || othersHeld))
+        return OnRefusal::Lose;
+    return othersHold ? OnRefusal::Wait : OnRefusal::Retry; // in the latter case it was given back meanwhile
+}
+
 } // namespace
 
-LogWriter::LogWriter()
-{
-    lossReason.reserve(longestReason);
-    failure.reserve(longestReason);
-}
+LogWriter::LogWriter() = default;
 
 LogWriter::~LogWriter() = default;
 
 void LogWriter::push(std::string_view line)
 {
-    if (!queue.append(line))
-        return pushLocked(line);
-    // In one order with sleep(), as is the line's place in the queue: either that is seen there or this here.
-    if (asleep) {
-        Lock lock(gate);
-        wake(lock);
+    bool wake = false;
+    if (queue.append(line)) {
+        if (!worker.isSleeping())
+            return;
+        const Guard guard(mutex);
+        wake = shouldWake();
+    } else {
+        lockSoon();
+        wake = pushLocked(line);
+        mutex.unlock();
     }
+    if (wake)
+        work.notifyOne();
 }
 
 void LogWriter::loseForWantOfMemory()
 {
-    Lock lock = lockSoon();
-    lose(abandoned ? stuckReason() : std::strerror(ENOMEM));
-    if (!abandoned)
-        wake(lock);
+    lockSoon();
+    const bool wake = loseLine(worker.hasGivenUp() ? stuckReason() : std::strerror(ENOMEM));
+    mutex.unlock();
+    if (wake)
+        work.notifyOne();
 }
 
-/// Locks `gate`, which is held for so short a time that it is cheaper to look again a few times than to sleep.
-LogWriter::Lock LogWriter::lockSoon()
+/// The mutex is held for so short a time that it is cheaper to try a few times than to sleep.
+void LogWriter::lockSoon() const
 {
-    for (int i = 0; i < looksAtGate; ++i) {
-        if (gate.try_lock())
-            return Lock(gate, std::adopt_lock);
+    for (int i = 0; i < maxSpins; ++i) {
+        if (mutex.tryLock())
+            return;
         pauseProcessor();
     }
-    return Lock(gate);
+    mutex.lock();
 }
 
-void LogWriter::pushLocked(std::string_view line)
+bool LogWriter::pushLocked(std::string_view line)
 {
-    Lock lock = lockSoon();
-    std::optional<Clock::time_point> memoryBy; // is waited for
+    std::optional<Clock::time_point> memoryLimit;
     for (;;) {
-        if (abandoned)
-            return lose(stuckReason());
-        if (line.size() > LineQueue::longestLine) {
-            lose(std::strerror(EMSGSIZE));
-            return wake(lock);
-        }
-        if (lineLimit > 0 && queue.size() >= lineLimit) {
-            lose("the queue is full");
-            return wake(lock);
-        }
+        if (worker.hasGivenUp())
+            return loseLine(stuckReason());
+        if (line.size() > LineQueue::maxLine)
+            return loseLine(std::strerror(EMSGSIZE));
+        if (lineLimit > 0 && queue.size() >= lineLimit)
+            return loseLine(queueIsFull);
         if (queue.appendLocked(line))
-            return wake(lock);
-        bool mayWait = overflow == Overflow::Wait;
-        const char* reason = "the queue is full";
-        const std::size_t bytes = queue.chunkBytes(line);
-        if (queue.mayGrow(bytes)) {
-            const bool othersHadSome = queue.isUsed() || givingBack > 0;
-            queue.announce(bytes);
-            const bool fillsUp = !queue.isEmpty(); // so that all of it will be needed
-            LineChunk* const freed = queue.takeFreed();
-            lock.unlock();
-            LineChunk::unmap(freed);
-            LineChunk* const chunk = LineChunk::map(bytes, fillsUp);
-            lock.lock();
-            if (abandoned) {
-                queue.takeBack(chunk, bytes);
+            return shouldWake();
+        if (queue.mayGrow(queue.chunkBytes(line))) {
+            bool othersHeld = false;
+            const Growth growth = growFor(line, othersHeld);
+            if (growth == Growth::Queued)
+                return shouldWake();
+            if (growth == Growth::Again)
                 continue;
-            }
-            if (queue.add(chunk, bytes, line))
-                return wake(lock);
-            // Lines of others give memory back when they are written; but others may take it again and again.
-            const auto now = Clock::now();
-            if (!memoryBy)
-                memoryBy = now + patienceWhenFull;
-            const bool othersHaveSome = queue.isUsed() || givingBack > 0;
-            mayWait = mayWait && (othersHaveSome || othersHadSome) && now < *memoryBy;
-            if (mayWait && !othersHaveSome)
-                continue; // it was given back meanwhile
-            reason = std::strerror(ENOMEM);
+            const bool othersHold = queue.isUsed() || returningMemory > 0;
+            const OnRefusal next = onRefusedMemory(othersHold, othersHeld, Clock::now(), memoryLimit);
+            if (overflow == QueueLimits::Overflow::Drop || next == OnRefusal::Lose)
+                return loseLine(std::strerror(ENOMEM));
+            if (next == OnRefusal::Retry)
+                continue;
+        } else if (overflow == QueueLimits::Overflow::Drop) {
+            return loseLine(queueIsFull);
         }
-        if (!mayWait) {
-            lose(reason);
-            return wake(lock);
-        }
-        if (!waitForRoom(lock))
-            return;
+        if (!waitForRoom())
+            return false;
     }
 }
 
-/// False when the line is lost.
-bool LogWriter::waitForRoom(Lock& lock)
+/// Queues the line with a chunk of its own. Both system calls are made without the mutex.
+LogWriter::Growth LogWriter::growFor(std::string_view line, bool& othersHeld)
+{
+    const std::size_t bytes = queue.chunkBytes(line);
+    othersHeld = queue.isUsed() || returningMemory > 0;
+    queue.reserve(bytes);
+    const bool fillsUp = !queue.isEmpty(); // so that all of it will be needed
+    LineChunk* const freed = queue.takeFreed();
+    LineChunk* chunk = nullptr;
+    {
+        const Unlocked unlocked(mutex);
+        LineChunk::unmap(freed);
+        chunk = LineChunk::map(bytes, fillsUp);
+    }
+    if (worker.hasGivenUp()) {
+        queue.cancel(chunk, bytes);
+        return Growth::Again;
+    }
+    return queue.add(chunk, bytes, line) ? Growth::Queued : Growth::NoMemory;
+}
+
+bool LogWriter::loseLine(std::string_view reason)
+{
+    loss.lose(reason);
+    return !worker.hasGivenUp() && shouldWake();
+}
+
+/// False when there will be none: the caller's line counts as lost.
+bool LogWriter::waitForRoom()
 {
     const auto now = Clock::now();
+    const auto limit = health.waitLimit(now);
     auto until = now + lookInterval;
-    if (!fullSince) // a write that succeeds resets it
-        fullSince = now;
     if (isStuck(now)) {
-        until = *fullSince + patienceWhenFull;
-        if (now >= until) {
-            lose(stuckReason());
+        if (now >= limit) {
+            loss.lose(stuckReason());
             return false;
         }
+        until = limit;
     }
-    if (!running)
-        start(lock);
-    if (std::exchange(gathering, false))
-        work.notify_one();
+    if (!worker.isAlive())
+        start();
+    if (worker.rest() == Rest::Gathering) {
+        worker.enter(Rest::Busy);
+        work.notifyOne();
+    }
     ++waiting;
     ++wantingRoom;
-    progress.wait_until(lock, until);
+    progress.waitUntil(mutex, until);
     --wantingRoom;
     --waiting;
-    if (abandoned)
-        progress.notify_all(); // whoever gives up counts what is lost here
+    if (worker.hasGivenUp())
+        progress.notifyAll(); // whoever gives up counts what is lost here
     return true;
 }
 
 bool LogWriter::isStuck(Clock::time_point now) const
 {
-    return failing || now >= watch.limit() || (changes > 0 && now >= heldSince + longestHold);
+    return health.isFailing() || now >= watch.limit() || (changes > 0 && now >= heldSince + maxHold);
 }
 
 std::string_view LogWriter::stuckReason() const
 {
-    return failing ? std::string_view(failure) : "no answer from the file system";
+    return health.isFailing() ? health.reason() : "no answer from the file system";
 }
 
-/// Without an allocation, for the lack of memory may be the reason.
-void LogWriter::lose(std::string_view reason) noexcept
+/// Opens the lock-free fast path, unless every line needs a check under the mutex.
+void LogWriter::updateFastPath()
 {
-    ++lost;
-    lossReason = reason.substr(0, longestReason);
+    queue.openFastPath(worker.thread() == Thread::Running && !worker.hasGivenUp() && lineLimit == 0);
 }
 
-/// Lines take the short way, past the lock, where there is nothing that each of them has to be asked for.
-void LogWriter::setShortWay()
+/// Sees to it that the worker thread looks at the queue. True when it has to be notified for that.
+bool LogWriter::shouldWake()
 {
-    queue.shut(!running || abandoned || lineLimit > 0);
+    if (!worker.isAlive()) {
+        start();
+        return false;
+    }
+    const Rest rest = worker.rest();
+    const bool wake = rest == Rest::Sleeping || (rest == Rest::Gathering && hasGathered());
+    if (wake)
+        worker.enter(Rest::Busy);
+    return wake;
 }
 
-/// Has the worker thread look at the queue.
-void LogWriter::wake(Lock& lock)
-{
-    if (!running)
-        return start(lock);
-    const bool notify = asleep || (gathering && hasGathered());
-    if (notify)
-        asleep = gathering = false;
-    lock.unlock();
-    if (notify)
-        work.notify_one();
-}
-
-void LogWriter::request(Lock& lock)
+void LogWriter::request()
 {
     requested = true;
-    retryAt = {};
-    asleep = gathering = false;
-    lock.unlock();
-    work.notify_one();
-}
-
-/// Starts the thread, which may have ended again when this returns.
-void LogWriter::start(Lock& lock)
-{
-    ++waiting;
-    progress.wait(lock, [this] { return !starting; });
-    --waiting;
-    if (running)
-        return;
-    auto* const self = new (std::nothrow) std::shared_ptr<LogWriter>(shared_from_this()); // the thread's
-    running = starting = true;
-    const pthread_t former = thread;
-    const bool hasFormer = std::exchange(joinable, false);
-    lock.unlock();
-    if (hasFormer)
-        ::pthread_join(former, nullptr);
-
-    pthread_attr_t attributes;
-    ::pthread_attr_init(&attributes);
-    ::pthread_attr_setstacksize(&attributes, stackSize);
-    pthread_t started = {};
-    int error = ENOMEM;
-    if (self) {
-        const BlockedSignals blocked;
-        error = ::pthread_create(&started, &attributes, &enter, self);
-    }
-    ::pthread_attr_destroy(&attributes);
-    if (error != 0)
-        delete self;
-
-    lock.lock();
-    starting = false;
-    if (waiting > 0)
-        progress.notify_all();
-    if (error == 0) {
-        thread = started;
-        joinable = true;
-        return;
-    }
-    running = false;
-    setShortWay(); // which others may have opened meanwhile
-    fail({error, std::system_category()});
-    if (isToBeTold())
-        report("no thread to write it, records wait: ", lock);
-}
-
-/// The reason is kept without an allocation, for the lack of memory may be it.
-void LogWriter::fail(const std::error_code& error) noexcept
-{
-    if (!std::exchange(failing, true))
-        fullSince.reset();
-    try {
-        failure = std::string_view(error.message()).substr(0, longestReason);
-    } catch (const std::bad_alloc&) {
-        failure = std::string_view(std::strerror(ENOMEM)).substr(0, longestReason);
-    }
-}
-
-/// Once in each failure that goes on, and not when another one was told only just now.
-bool LogWriter::isToBeTold()
-{
-    const auto now = Clock::now();
-    if (told || (reported && now - *reported <= quietTime))
-        return false;
-    told = true;
-    reported = now;
-    return true;
+    health.retryNow();
+    worker.enter(Rest::Busy);
+    work.notifyOne();
 }
 
 /// Says the problem and the present failure on standard error, as far as there is memory for that.
-void LogWriter::report(const char* problem, Lock& lock) noexcept
+void LogWriter::report(const char* problem) noexcept
 {
     try {
         const std::string path = settings.path;
-        const std::string text = problem + failure;
-        lock.unlock();
+        const std::string text = problem + std::string(health.reason());
+        const Unlocked unlocked(mutex);
         reportLogProblem(path, QString::fromStdString(text));
     } catch (const std::bad_alloc&) {
+        // Then not.
     }
-    if (!lock.owns_lock())
-        lock.lock();
 }
 
-LogWriter::Limits LogWriter::limits() const
+QueueLimits LogWriter::limits() const
 {
-    const Lock lock(gate);
+    const Guard guard(mutex);
     return {queue.bound(), overflow};
 }
 
-void LogWriter::setLimits(const Limits& wanted)
+void LogWriter::setLimits(const QueueLimits& wanted)
 {
-    Lock lock(gate);
+    const Guard guard(mutex);
     queue.setBound(wanted.bytes);
     overflow = wanted.overflow;
-    giveBackMemory(lock);
-    progress.notify_all();
+    returnMemory();
+    progress.notifyAll();
 }
 
-/// The chunks that are no longer needed. False when there are none; else the lock was released meanwhile.
-bool LogWriter::giveBackMemory(Lock& lock)
+/// The chunks that are no longer needed. False when there are none; else the mutex was released meanwhile.
+bool LogWriter::returnMemory()
 {
     LineChunk* const freed = queue.takeFreed();
     if (!freed)
         return false;
-    ++givingBack;
-    lock.unlock();
-    LineChunk::unmap(freed);
-    lock.lock();
-    --givingBack;
+    ++returningMemory;
+    {
+        const Unlocked unlocked(mutex);
+        LineChunk::unmap(freed);
+    }
+    --returningMemory;
     return true;
 }
 
 void LogWriter::setLineLimit(std::size_t lines)
 {
-    const Lock lock(gate);
+    const Guard guard(mutex);
     lineLimit = lines;
-    setShortWay();
+    updateFastPath();
 }
 
 void LogWriter::setLossFormat(std::string source, std::shared_ptr<const LinePatterns> format)
 {
-    const Lock lock(gate);
+    const Guard guard(mutex);
     lossSource = std::move(source);
     lossFormat = std::move(format);
 }
 
 void LogWriter::configure(FileSettings wanted)
 {
-    Lock lock(gate);
+    const Guard guard(mutex);
     settings = std::move(wanted);
     requests.configure = true;
-    request(lock);
+    request();
 }
 
 void LogWriter::adopt(AppendFile&& opened, bool beginAnew)
 {
-    Lock lock(gate);
-    std::swap(requests.opened, opened); // the one that waited is closed by the caller
-    requests.adopt = true;
-    requests.beginAnew = beginAnew;
+    AppendFile waited; // the one that waited is closed after the mutex is released
+    const Guard guard(mutex);
+    if (requests.change.opened)
+        waited = std::move(*requests.change.opened);
+    requests.change.opened = std::move(opened);
+    requests.change.beginAnew = beginAnew;
     requests.close = false;
-    request(lock);
+    request();
 }
 
 void LogWriter::close()
 {
     AppendFile waited;
-    Lock lock(gate);
-    if (changes > 0 || !running) {
-        std::swap(requests.opened, waited);
-        requests.adopt = false;
+    const Guard guard(mutex);
+    if ((changes > 0 || !worker.isAlive()) && requests.change.opened) {
+        waited = std::move(*requests.change.opened);
+        requests.change.opened.reset();
     }
-    requests.look = true;
+    requests.change.lookAgain = true;
     requests.close = changes == 0; // whoever changes something goes on with the file
-    request(lock);
+    request();
 }
 
 void LogWriter::beginChange()
 {
-    const Lock lock(gate);
+    const Guard guard(mutex);
     if (changes++ == 0)
         heldSince = Clock::now();
 }
 
 void LogWriter::endChange()
 {
-    Lock lock(gate);
+    const Guard guard(mutex);
     if (changes > 0 && --changes == 0) // none in a child that was forked in between
-        request(lock);
+        request();
 }
 
 std::shared_ptr<LogWriter> LogWriter::copyForChild() const

@@ -1,5 +1,4 @@
 // The writer's worker thread.
-
 #include "writer/LogWriter.h"
 
 #include "base/LineBuffer.h"
@@ -17,10 +16,8 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr std::size_t batchBytes = 256 * 1024;
-constexpr auto shortestBackoff = 2ms;
-constexpr std::chrono::milliseconds longestBackoff = 1s;
-constexpr auto shortestCopyingTime = 50us;
-constexpr auto longestCopyingTime = 10ms;
+constexpr auto minCopyWait = 50us;
+constexpr auto maxCopyWait = 10ms;
 
 } // namespace
 
@@ -34,66 +31,70 @@ void* LogWriter::enter(void* self)
 
 void LogWriter::run()
 {
-    Lock lock(gate);
+    const Guard guard(mutex);
+    while (worker.thread() == Thread::Starting) { // whoever starts it is just about to say so
+        ++waiting;
+        progress.wait(mutex);
+        --waiting;
+    }
     do {
-        setShortWay();
-        for (bool goesOn = true; goesOn && !abandoned;) {
+        updateFastPath();
+        for (bool goesOn = true; goesOn && !worker.hasGivenUp();) {
             try {
-                goesOn = turn(lock);
+                goesOn = step();
             } catch (...) { // out of memory: nothing may be done here that needs some
-                if (!lock.owns_lock())
-                    lock.lock();
-                settle(std::make_error_code(std::errc::not_enough_memory), lock);
+                afterWrite(std::make_error_code(std::errc::not_enough_memory));
                 goesOn = hasWork() || !stopping; // what is requested waits for the next thread
-                if (goesOn && !abandoned)
-                    work.wait_until(lock, retryAt);
+                if (goesOn && !worker.hasGivenUp())
+                    wait(health.retryTime());
             }
         }
-        lock.unlock();
-        file.close();
-        lock.lock();
-        queue.shut(true);
-    } while (hasWork() && !abandoned); // what was queued meanwhile woke nobody
-    running = false;
-    if (std::exchange(leftBehind, false)) { // it came back after all: what was queued then was counted as given up
+        {
+            const Unlocked unlocked(mutex);
+            file.close();
+        }
+        queue.openFastPath(false);
+    } while (hasWork() && !worker.hasGivenUp()); // lines that came meanwhile woke nobody
+    if (worker.thread() == Thread::Detached) { // it came back after all: what was queued was counted as given up
         queue.clear();
-        abandoned = false;
+        worker.enter(Thread::None);
+        worker.enter(Duty::Working);
+    } else {
+        worker.enter(Thread::Ended);
     }
-    progress.notify_all();
+    progress.notifyAll();
 }
 
 /// One step of the work, or a rest until there is more. False when the thread is to end.
-bool LogWriter::turn(Lock& lock)
+bool LogWriter::step()
 {
     const bool held = changes > 0;
     if (requested && !held) {
-        takeRequests(lock);
+        takeRequests();
         return true;
     }
     if (hasWork()) {
-        if (held || Clock::now() < retryAt) {
-            rest(lock, held ? std::nullopt : std::optional(retryAt));
+        if (held || Clock::now() < health.retryTime()) {
+            wait(held ? std::nullopt : std::optional(health.retryTime()));
             return true;
         }
-        if (!file.mustCompressFirst())
-            isLossDue() ? writeLoss(lock) : writeLines(lock);
-    } else if (stopping && (!file.canCompress() || Clock::now() >= stopBy)) {
+        if (file.upkeep() != LineStore::Upkeep::GoesFirst)
+            isLossDue() ? writeLoss() : writeLines();
+    } else if (stopping && (file.upkeep() == LineStore::Upkeep::None || Clock::now() >= stopBy)) {
         return false;
     }
 
-    if (file.canCompress()) {
-        lock.unlock();
-        file.compressSlice();
-        lock.lock();
-    } else if (closing && !hasWork()) { // in the midst of lines, a pipe's reader would find a broken one and the end
+    if (file.upkeep() != LineStore::Upkeep::None) {
+        const Unlocked unlocked(mutex);
+        file.keepUp();
+    } else if (closing && !hasWork()) { // mid-line, a pipe's reader would see a torn line and the end
         closing = false;
-        lock.unlock();
+        const Unlocked unlocked(mutex);
         file.close();
-        lock.lock();
     } else if (mayGather()) {
-        gather(lock);
-    } else if (mayRest()) { // what was said while a line was written woke nobody
-        sleep(lock);
+        gather();
+    } else if (maySleep()) { // requests that came during the write did not wake this thread
+        sleep();
     }
     return true;
 }
@@ -101,168 +102,167 @@ bool LogWriter::turn(Lock& lock)
 /// A line that a pipe has taken in part goes on first.
 bool LogWriter::isLossDue() const
 {
-    if (!lossLine.empty() || queue.isEmpty())
-        return true;
-    return lossAfter && written >= *lossAfter && !file.isInLine();
+    return !lossLine.empty() || queue.isEmpty() || (loss.isDue(written) && !file.isInLine());
 }
 
-void LogWriter::takeRequests(Lock& lock)
+void LogWriter::takeRequests()
 {
-    FileSettings wanted = requests.configure ? settings : FileSettings();
-    Requests taken;
-    std::swap(taken, requests);
+    LineStore::Change change;
+    if (requests.configure)
+        change.settings = settings; // may throw: nothing is taken yet
+    change.opened = std::exchange(requests.change.opened, std::nullopt);
+    change.beginAnew = requests.change.beginAnew;
+    change.lookAgain = requests.change.lookAgain;
+    const bool closes = requests.close;
+    closing = closes || (closing && !change.opened);
+    requests = {};
     requested = false;
-    closing = taken.close || (closing && !taken.adopt);
-    lock.unlock();
-    if (taken.look)
-        file.lookAgain();
     try {
-        if (taken.configure)
-            file.configure(std::move(wanted));
-        if (taken.adopt)
-            file.adopt(std::move(taken.opened), taken.beginAnew);
+        const Unlocked unlocked(mutex);
+        file.apply(change);
     } catch (...) { // out of memory
-        lock.lock();
-        putBack(std::move(taken));
-        lock.unlock(); // `taken` may close a file yet
+        putBack(change, closes);
+        const Unlocked unlocked(mutex); // `change` may close a file yet
+        change = {};
         throw;
     }
-    lock.lock();
 }
 
-/// To be taken again, but for what newer ones have replaced.
-void LogWriter::putBack(Requests&& taken) noexcept
+/// To be taken again, but for what newer requests have replaced.
+void LogWriter::putBack(LineStore::Change& change, bool closes) noexcept
 {
     requested = true;
-    requests.configure |= taken.configure;
-    if (!taken.adopt || requests.adopt || requests.close)
+    requests.configure = requests.configure || change.settings;
+    if (!change.opened || requests.change.opened || requests.close)
         return;
-    requests.adopt = true;
-    requests.beginAnew = taken.beginAnew;
-    requests.opened = std::move(taken.opened);
-    requests.close = taken.close;
+    requests.change.opened = std::move(change.opened);
+    requests.change.beginAnew = change.beginAnew;
+    requests.close = closes;
 }
 
-void LogWriter::writeLines(Lock& lock)
+void LogWriter::writeLines()
 {
     const LineBatch batch = queue.front(batchBytes);
-    if (batch.lines() == 0) { // whoever copies the first one has lost its processor in between
-        copyingTime = std::clamp<Clock::duration>(copyingTime * 2, shortestCopyingTime, longestCopyingTime);
-        work.wait_until(lock, Clock::now() + copyingTime);
+    if (batch.lines() == 0) { // the first line's thread was preempted between reserving and copying
+        copyWait = std::clamp<Clock::duration>(copyWait * 2, minCopyWait, maxCopyWait);
+        wait(Clock::now() + copyWait);
         return;
     }
-    copyingTime = {};
-    lock.unlock();
-    const LogFile::Written result = file.write(batch);
-    lock.lock();
+    copyWait = {};
+    LineStore::Written result;
+    {
+        const Unlocked unlocked(mutex);
+        result = file.write(batch);
+    }
     queue.pop(result.lines);
-    pace.wrote(result.lines, Clock::now());
     written += result.lines;
+    pace.wrote(result.lines, Clock::now());
     // A store that takes some lines works, however few: a pipe never takes more at a time. The next write tells.
-    settle(result.lines > 0 ? std::error_code() : result.error, lock);
+    afterWrite(result.lines > 0 ? std::error_code() : result.error);
 }
 
-void LogWriter::writeLoss(Lock& lock)
+void LogWriter::writeLoss()
 {
-    const std::uint64_t count = lost;
-    const std::string text = std::to_string(count) + (count == 1 ? " record lost: " : " records lost: ") + lossReason;
+    const std::uint64_t records = loss.count();
+    const std::string text = loss.text();
     const std::string source = lossSource;
     const std::shared_ptr<const LinePatterns> format = lossFormat;
-    lock.unlock();
-
-    if (lossLine.empty()) {
-        LineBuffer line;
-        if (format)
-            format->inForce().format(Poco::Message(source, text, Poco::Message::PRIO_WARNING), line);
-        else
-            line.append(text);
-        line.append("\n");
-        lossLine = line.view();
-        lossTold = count;
+    LineStore::Written result;
+    {
+        const Unlocked unlocked(mutex);
+        if (lossLine.empty()) {
+            LineBuffer line;
+            if (format)
+                format->inForce().format(Poco::Message(source, text, Poco::Message::PRIO_WARNING), line);
+            else
+                line.append(text);
+            line.append("\n");
+            lossLine = line.view();
+            lossLineRecords = records;
+        }
+        const auto end = static_cast<std::uint32_t>(lossLine.size());
+        LineBatch batch;
+        batch.add({lossLine.data(), &end, 0, 1});
+        result = file.write(batch);
     }
-    const auto end = static_cast<std::uint32_t>(lossLine.size());
-    LineBatch batch;
-    batch.add({lossLine.data(), &end, 0, 1});
-    const LogFile::Written result = file.write(batch);
-
-    lock.lock();
-    if (result.lines == 1) {
-        lost -= std::min(lost, lossTold); // nothing when it was given up meanwhile
-        lossAfter.reset();
-    }
+    if (result.lines == 1)
+        loss.recorded(lossLineRecords);
     if (!file.isInLine())
         lossLine.clear();
-    settle(result.error, lock);
+    afterWrite(result.error);
 }
 
 /// What a write that failed or not means for those who wait.
-void LogWriter::settle(const std::error_code& error, Lock& lock) noexcept
+void LogWriter::afterWrite(const std::error_code& error) noexcept
 {
-    giveBackMemory(lock); // before those are told who wait for it
+    returnMemory(); // before those are notified who wait for it
     const auto now = Clock::now();
-    bool isDue = false; // the report
+    bool reports = false;
     if (!error) {
-        failing = told = false;
-        backoff = 0ms;
-        fullSince.reset();
-        if (lost > 0 && !lossAfter)
-            lossAfter = pushed();
+        health.succeeded();
+        loss.schedule(pushed());
     } else {
-        fail(error);
+        health.failed(error, now);
+        loss.postpone(); // first what is held now
         // A pipe that is full has a slow reader, which is no trouble to tell of.
-        isDue = error != std::errc::resource_unavailable_try_again && isToBeTold();
-        lossAfter.reset(); // first what is held now
-        backoff = std::clamp(backoff * 2, std::chrono::milliseconds(shortestBackoff), longestBackoff);
-        retryAt = now + backoff;
+        reports = error != std::errc::resource_unavailable_try_again && health.shouldReport(now);
     }
     if (waiting > 0)
-        progress.notify_all();
-    if (isDue)
-        report("cannot be written, records wait: ", lock);
+        progress.notifyAll();
+    if (reports)
+        report("cannot be written, records wait: ");
 }
 
 /// Whether lines may wait for the next write: nobody waits for them.
 bool LogWriter::mayGather() const
 {
     return pace.gatheringTime() > Clock::duration::zero() && !requested && changes == 0 && waiting == 0 && !stopping &&
-           !abandoned && !failing && lost == 0 && !settings.flush && !hasGathered();
+           !worker.hasGivenUp() && !health.isFailing() && loss.isEmpty() && !settings.flush && !hasGathered();
 }
 
 /// Lets lines gather, without having each of them wake this thread.
-void LogWriter::gather(Lock& lock)
+void LogWriter::gather()
 {
-    gathering = true;
-    work.wait_until(lock, Clock::now() + pace.gatheringTime());
-    gathering = false;
+    worker.enter(Rest::Gathering);
+    work.waitUntil(mutex, Clock::now() + pace.gatheringTime());
+    worker.enter(Rest::Busy);
     pace.gathered(queue.size());
 }
 
-void LogWriter::sleep(Lock& lock)
+void LogWriter::sleep()
 {
-    asleep = true;
-    if (mayRest()) // still, now that lines wake this thread
-        rest(lock, std::nullopt);
-    asleep = false;
+    if (returnSpareMemory() && !maySleep())
+        return;
+    worker.enter(Rest::Sleeping);
+    if (maySleep()) // still, now that lines wake this thread
+        work.wait(mutex);
+    worker.enter(Rest::Busy);
     pace.woken(Clock::now());
 }
 
-bool LogWriter::mayRest() const
+bool LogWriter::maySleep() const
 {
-    return !hasWork() && !stopping && !abandoned && (!requested || changes > 0);
+    return !hasWork() && !stopping && !worker.hasGivenUp() && (!requested || changes > 0);
 }
 
-/// Gives back what memory it can, and sleeps until woken.
-void LogWriter::rest(Lock& lock, std::optional<Clock::time_point> until)
+/// Not woken by lines.
+void LogWriter::wait(std::optional<Clock::time_point> until)
 {
-    if (queue.isEmpty()) {
-        queue.trim();
-        if (giveBackMemory(lock) && !mayRest())
-            return;
-    }
+    worker.enter(Rest::Waiting);
     if (until)
-        work.wait_until(lock, *until);
+        work.waitUntil(mutex, *until);
     else
-        work.wait(lock);
+        work.wait(mutex);
+    worker.enter(Rest::Busy);
+}
+
+/// False when there is none to return; else the mutex was released meanwhile.
+bool LogWriter::returnSpareMemory()
+{
+    if (!queue.isEmpty())
+        return false;
+    queue.trim();
+    return returnMemory();
 }
 
 } // namespace Zyr

@@ -1,10 +1,10 @@
-#include "writer/Patience.h"
+#include "writer/ShutdownDeadline.h"
 
 #include <atomic>
 
 #include <unistd.h>
 
-namespace Zyr::Patience {
+namespace Zyr::ShutdownDeadline {
 
 using namespace std::chrono_literals;
 
@@ -49,4 +49,4 @@ Clock::time_point limit(Clock::time_point now) noexcept
     return Clock::time_point(Clock::duration(budgetEnd.compare_exchange_strong(end, mine) ? mine : end));
 }
 
-} // namespace Zyr::Patience
+} // namespace Zyr::ShutdownDeadline

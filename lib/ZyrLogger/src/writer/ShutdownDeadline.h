@@ -3,7 +3,7 @@
 #include <chrono>
 
 /// How long the end of a logger waits for a store that fails or hangs.
-namespace Zyr::Patience {
+namespace Zyr::ShutdownDeadline {
 
 using Clock = std::chrono::steady_clock;
 
@@ -17,4 +17,4 @@ void watchMainThread() noexcept;
 /// When whoever finds now that the store fails gives up.
 Clock::time_point limit(Clock::time_point now) noexcept;
 
-} // namespace Zyr::Patience
+} // namespace Zyr::ShutdownDeadline
