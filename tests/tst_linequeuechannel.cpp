@@ -32,7 +32,7 @@ private Q_SLOTS:
         QTest::newRow("refused") << u"7 many"_s << 7;
     }
 
-    // A limit that is not looked at by lines that take the short way past the lock, or lets one more or one less in, or
+    // A limit that is not looked at by lines that take the fast path, or lets one more or one less in, or
     // stays when it is lifted; lines lost that nobody tells of, or a line that waits for room.
     void losesLinesBeyondTheLimit()
     {
@@ -50,7 +50,7 @@ private Q_SLOTS:
         {
             const Zyr::LogFileChannel::Change held(*file); // all lines are in the queue at a time
             log(1);
-            QTest::qSleep(20); // until there is a thread, and so the short way
+            QTest::qSleep(20); // until there is a thread, and so the fast path
             for (const QString& limit : limits.split(u' ')) {
                 try {
                     queue->setProperty("queueSize", limit.toStdString());

@@ -1,3 +1,4 @@
+// How threads reserve the place for a line, and the owner opens, closes and recycles the chunk.
 #include "queue/FillingChunk.h"
 
 namespace Zyr {
@@ -20,10 +21,10 @@ bool FillingChunk::append(std::string_view line, std::uint64_t obstacles) noexce
     do {
         if ((now & obstacles) || placesIn(now) == 0 || spaceIn(now) < space)
             return false;
-        open = chunk.load(std::memory_order_relaxed); // it is, if the next step succeeds
+        open = chunk.load(std::memory_order_relaxed); // the state's one, or the swap fails
     } while (!state.compare_exchange_weak(now, now - onePlace - space, std::memory_order_seq_cst,
                                           std::memory_order_acquire));
-    // Nobody takes the chunk away before this line is there.
+    // The owner recycles a chunk only after committedLines() counts this line.
     open->put(line, LineChunk::linesIn(open->bytes) - placesIn(now), LineChunk::spaceIn(open->bytes) - spaceIn(now));
     return true;
 }

@@ -8,24 +8,39 @@
 
 namespace Zyr {
 
-/// The chunk that lines are added to, and how far it is filled. Threads reserve the place for a line in one atomic
-/// step, which decides the order of lines, and copy it there at the same time, all without a lock.
+/// The chunk that lines are added to, by all threads at once and without a lock. A line takes three steps, its chunk a
+/// fourth:
+///
+/// 1. Reserve: a compare-and-swap of `state` takes a place in the table of ends and space for the bytes. This decides
+///    the order of lines. `state` is loaded with acquire, which pairs with open(): the thread sees at least the chunk
+///    of the number that it has read, and if the owner has gone on to another, the number differs and the swap fails.
+///    The swap itself is sequentially consistent: it comes before the caller's look at WorkerState::isSleeping(), as
+///    the worker goes to sleep before it looks at `state` once more, so one of the two sees the other. It acquires as
+///    well: it may find a state that restart() has brought back since the load.
+/// 2. Copy: no other thread writes to that place, and the chunk stays: the owner recycles one only when it has consumed
+///    every line that has a place there.
+/// 3. Commit: the end of the line is stored with release (LineChunk::put()), the owner loads it with acquire
+///    (LineChunk::committedLines()), and sees the bytes. It consumes lines up to the first that is not committed.
+/// 4. Recycle: the owner zeroes the table and then either brings the empty state back with the same number (restart(),
+/// a
+///    swap that fails if a line was reserved since), or has closed the chunk before, which changes the number. Both
+///    release the zeroes to whoever reserves next.
 class alignas(64) FillingChunk
 {
 public:
-    /// From any thread. False where there is no room, or no chunk, or the way is shut.
+    /// From any thread. False where there is no room, or no chunk, or the fast path is closed.
     bool append(std::string_view line) noexcept;
 
     // The rest is for the owner of the chunks, one thread at a time.
 
-    /// Also where the way is shut.
+    /// Also while the fast path is closed.
     bool appendAnyway(std::string_view line) noexcept;
     /// Whether append() takes lines; not in the beginning.
     void openFastPath(bool isOpen) noexcept;
 
     /// With its first line, so that no other takes the room for that. After close().
     void open(LineChunk* next, std::string_view line) noexcept;
-    /// How many lines have a place in the open chunk; they need not be there yet.
+    /// How many lines have a place in the open chunk; they need not be committed yet.
     std::uint32_t lines() const noexcept;
     /// Begins the open chunk anew, if it has no more than those lines, which have left it.
     bool restart(std::uint32_t lines) noexcept;
@@ -33,9 +48,10 @@ public:
     std::uint32_t close() noexcept;
 
 private:
-    // From the top: whether the way is shut, the number of the chunk, for how many more lines it has places, and the
-    // space for them. The number comes again after two million chunks: a thread would have to stop between two
-    // instructions for as long as they take, and to find the same space and places left, to take one for the other.
+    // From the top: whether the fast path is closed, the chunk's number, how many places it has left, and how much
+    // space. The number is an ABA guard of 21 bits: it comes again after two million chunks, and only a thread that was
+    // preempted between two instructions for as long as they take, and then finds the same space and places left, would
+    // take one chunk for the other.
     static constexpr std::uint64_t onePlace = std::uint64_t(1) << 31;
     static constexpr std::uint64_t oneChunk = onePlace * 2 * LineChunk::maxLines;
     static constexpr std::uint64_t closedMark = std::uint64_t(1) << 63;
@@ -51,7 +67,7 @@ private:
 
     std::atomic<std::uint64_t> state = closedMark;
     static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
-    std::atomic<LineChunk*> chunk = nullptr; ///< open while the state has the same number
+    std::atomic<LineChunk*> chunk = nullptr; ///< the one whose number the state has
 };
 
 } // namespace Zyr

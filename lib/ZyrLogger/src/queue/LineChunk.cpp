@@ -1,3 +1,4 @@
+// The memory of a chunk, and a line on its way into it.
 #include "queue/LineChunk.h"
 
 #include "base/ShortCopy.h"
@@ -40,16 +41,16 @@ void LineChunk::put(std::string_view line, std::uint32_t number, std::size_t off
     std::atomic_ref(ends()[number]).store(end, std::memory_order_release);
 }
 
-std::uint32_t LineChunk::linesThere(std::uint32_t placed) noexcept
+std::uint32_t LineChunk::committedLines(std::uint32_t reserved) noexcept
 {
-    while (there < placed && std::atomic_ref(ends()[there]).load(std::memory_order_acquire) != 0)
-        ++there;
-    return there;
+    while (committed < reserved && std::atomic_ref(ends()[committed]).load(std::memory_order_acquire) != 0)
+        ++committed;
+    return committed;
 }
 
-void LineChunk::forget(std::uint32_t lines) noexcept
+void LineChunk::forget(std::uint32_t count) noexcept
 {
-    std::memset(ends(), 0, lines * sizeof(std::uint32_t));
+    std::memset(ends(), 0, count * sizeof(std::uint32_t));
 }
 
 } // namespace Zyr

@@ -10,7 +10,7 @@ namespace Zyr {
 /// A piece of memory for lines, which lie behind each other as they are written, and for the offsets of their ends, in
 /// a table before them.
 ///
-/// An end is zero until its line is there. The fields are the owner's, the bytes and the end of a line those of the
+/// An end is zero until its line is committed. The fields are the owner's, the bytes and the end of a line those of the
 /// thread that has reserved its place.
 struct LineChunk
 {
@@ -38,19 +38,19 @@ struct LineChunk
     std::uint32_t* ends() noexcept { return reinterpret_cast<std::uint32_t*>(this + 1); }
     char* data() noexcept { return reinterpret_cast<char*>(ends() + linesIn(bytes)); }
 
-    /// Copies a line and its line end to the place that is reserved for it, and shows that it is there.
+    /// Copies a line and its line end to the place that is reserved for it, and commits it.
     void put(std::string_view line, std::uint32_t number, std::size_t offset) noexcept;
-    /// How many lines are there without a gap, of those that have a place.
-    std::uint32_t linesThere(std::uint32_t placed) noexcept;
-    /// Before other lines are put in the place of those, which have left.
-    void forget(std::uint32_t lines) noexcept;
+    /// How many of so many reserved lines are committed, up to the first that is not.
+    std::uint32_t committedLines(std::uint32_t reserved) noexcept;
+    /// Before other lines are put in the place of the first `count`, which have left.
+    void forget(std::uint32_t count) noexcept;
 
     LineChunk* next;
-    std::size_t bytes;     ///< of the mapping, this header and the table included
-    std::uint32_t begin;   ///< offset of the first line that is still queued
-    std::uint32_t taken;   ///< number of lines that have left
-    std::uint32_t there;   ///< number of lines that were found there
-    std::uint32_t written; ///< number of lines in all, once no more are added
+    std::size_t bytes;       ///< of the mapping, this header and the table included
+    std::uint32_t begin;     ///< offset of the first line that is still queued
+    std::uint32_t consumed;  ///< number of lines that have left
+    std::uint32_t committed; ///< number of lines found to be committed, without a gap; the consumed ones included
+    std::uint32_t lines;     ///< number of lines in all, once no more are added
 };
 
 } // namespace Zyr

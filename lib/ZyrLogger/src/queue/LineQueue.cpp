@@ -1,3 +1,4 @@
+// The list of chunks: how it grows, is consumed and gives memory back.
 #include "queue/LineQueue.h"
 
 #include <algorithm>
@@ -29,7 +30,7 @@ LineQueue::~LineQueue()
 
 void LineQueue::setBound(std::size_t bytes) noexcept
 {
-    most = bytes;
+    limit = bytes;
     usualChunk = inPages(std::min(bytes / 16, maxUsualChunk));
     trim(); // they may have another size
 }
@@ -61,7 +62,7 @@ std::size_t LineQueue::chunkBytes(std::string_view line) const noexcept
 bool LineQueue::mayGrow(std::size_t bytes) noexcept
 {
     trim(); // they are of the wrong size
-    return held + bytes <= most || !isUsed();
+    return held + bytes <= limit || !isUsed();
 }
 
 bool LineQueue::add(LineChunk* chunk, std::size_t bytes, std::string_view line) noexcept
@@ -87,7 +88,7 @@ void LineQueue::cancel(LineChunk* chunk, std::size_t bytes) noexcept
 void LineQueue::link(LineChunk* chunk, std::string_view line) noexcept
 {
     close();
-    if (tail && tail == head && tail->taken == tail->written)
+    if (tail && tail == head && tail->consumed == tail->lines)
         leaveFirst();
     chunk->next = nullptr;
     (tail ? tail->next : head) = chunk;
@@ -102,13 +103,13 @@ void LineQueue::close() noexcept
     if (closed)
         return;
     closed = true;
-    tail->written = filling.close();
-    closedLines += tail->written;
+    tail->lines = filling.close();
+    closedLines += tail->lines;
 }
 
 std::uint32_t LineQueue::linesOf(const LineChunk& chunk) const noexcept
 {
-    return &chunk == tail && !closed ? filling.lines() : chunk.written;
+    return &chunk == tail && !closed ? filling.lines() : chunk.lines;
 }
 
 LineBatch LineQueue::front(std::size_t maxBytes) const noexcept
@@ -116,14 +117,14 @@ LineBatch LineQueue::front(std::size_t maxBytes) const noexcept
     LineBatch batch;
     for (LineChunk* chunk = head; chunk && !batch.isFull(); chunk = chunk->next) {
         const std::uint32_t lines = linesOf(*chunk);
-        const std::uint32_t there = chunk->linesThere(lines);
-        const LineBatch::Run run = {chunk->data() + chunk->begin, chunk->ends() + chunk->taken, chunk->begin,
-                                    there - chunk->taken};
+        const std::uint32_t committed = chunk->committedLines(lines);
+        const LineBatch::Run run = {chunk->data() + chunk->begin, chunk->ends() + chunk->consumed, chunk->begin,
+                                    committed - chunk->consumed};
         if (batch.lines() > 0 && batch.bytes() + run.bytes() > maxBytes)
             break;
         if (run.count > 0)
             batch.add(run);
-        if (there < lines)
+        if (committed < lines)
             break;
     }
     return batch;
@@ -134,11 +135,11 @@ void LineQueue::pop(std::size_t count) noexcept
     closedLines -= count;
     while (count > 0) {
         LineChunk& chunk = *head;
-        const auto leave = static_cast<std::uint32_t>(std::min<std::size_t>(count, linesOf(chunk) - chunk.taken));
+        const auto leave = static_cast<std::uint32_t>(std::min<std::size_t>(count, linesOf(chunk) - chunk.consumed));
         count -= leave;
-        chunk.taken += leave;
-        chunk.begin = chunk.ends()[chunk.taken - 1];
-        if (chunk.taken < linesOf(chunk))
+        chunk.consumed += leave;
+        chunk.begin = chunk.ends()[chunk.consumed - 1];
+        if (chunk.consumed < linesOf(chunk))
             return;
         leaveFirst();
     }
@@ -150,23 +151,23 @@ void LineQueue::leaveFirst() noexcept
     LineChunk* const chunk = head;
     if (chunk == tail && !closed) {
         if (chunk->bytes == usualChunk) {
-            chunk->forget(chunk->taken);
-            if (filling.restart(chunk->taken)) {
-                closedLines += chunk->taken;
-                chunk->begin = chunk->taken = chunk->there = 0;
+            chunk->forget(chunk->consumed);
+            if (filling.restart(chunk->consumed)) {
+                closedLines += chunk->consumed;
+                chunk->begin = chunk->consumed = chunk->committed = 0;
             }
             return;
         }
         close();
-        if (chunk->taken < chunk->written)
+        if (chunk->consumed < chunk->lines)
             return;
     }
     head = chunk->next;
     if (!head)
         tail = nullptr;
     linked -= chunk->bytes;
-    chunk->forget(chunk->written);
-    chunk->begin = chunk->taken = chunk->there = chunk->written = 0;
+    chunk->forget(chunk->lines);
+    chunk->begin = chunk->consumed = chunk->committed = chunk->lines = 0;
     keep(chunk);
 }
 

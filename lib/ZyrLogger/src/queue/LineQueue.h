@@ -27,10 +27,10 @@ public:
     LineQueue& operator=(const LineQueue&) = delete;
 
     /// Adds the line and a line end, without the lock and from any thread. False when there is no room in the last
-    /// chunk, or the queue is shut.
+    /// chunk, or the fast path is closed.
     bool append(std::string_view line) noexcept { return filling.append(line); }
 
-    /// Whether append() takes lines; not in the beginning.
+    /// Whether append() takes lines: the fast path, closed in the beginning.
     void openFastPath(bool isOpen) noexcept { filling.openFastPath(isOpen); }
     /// The same with the lock. False when one more chunk is needed, of chunkBytes(), if mayGrow().
     bool appendLocked(std::string_view line) noexcept;
@@ -50,7 +50,7 @@ public:
 
     /// In bytes. What is queued already stays.
     void setBound(std::size_t bytes) noexcept;
-    std::size_t bound() const noexcept { return most; }
+    std::size_t bound() const noexcept { return limit; }
 
     bool isEmpty() const noexcept { return size() == 0; }
     /// Whether there are lines, or a chunk for one has been reserved.
@@ -81,7 +81,7 @@ private:
 
     FillingChunk filling; ///< the last one, unless it is closed
 
-    std::size_t most = 0;
+    std::size_t limit = 0; ///< bound()
     std::size_t usualChunk = 0;
     std::size_t held = 0; ///< spare chunks included
     std::size_t reserved = 0;
