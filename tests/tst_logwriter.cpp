@@ -2,6 +2,7 @@
 
 #include "TestPlace.h"
 
+#include "store/LogFile.h"
 #include "writer/LogWriter.h"
 
 #include <QtCore/QFileInfo>
@@ -60,7 +61,7 @@ public:
         return true;
     }
 
-    const std::shared_ptr<Zyr::LogWriter> writer = std::make_shared<Zyr::LogWriter>();
+    const std::shared_ptr<Zyr::LogWriter> writer = std::make_shared<Zyr::LogWriter>(&Zyr::LogFile::make);
 
 private:
     const QTemporaryDir directory;
@@ -160,7 +161,7 @@ private Q_SLOTS:
         const QTemporaryDir directory;
         Zyr::FileSettings settings;
         settings.path = directory.filePath(u"log"_s).toStdString();
-        const auto writer = std::make_shared<Zyr::LogWriter>();
+        const auto writer = std::make_shared<Zyr::LogWriter>(&Zyr::LogFile::make);
         writer->configure(settings);
         writer->setLimits({Zyr::QueueLimits::maxBytes, Zyr::QueueLimits::Overflow::Wait});
         const auto size = [&] { return QFileInfo(directory.filePath(u"log"_s)).size(); };
@@ -231,7 +232,7 @@ private Q_SLOTS:
         constexpr qint64 size = 3LL << 30;
         QVERIFY(QFile(log).open(QIODevice::WriteOnly));
         QVERIFY(QFile::resize(log, size)); // without a block on the disk
-        const auto writer = std::make_shared<Zyr::LogWriter>();
+        const auto writer = std::make_shared<Zyr::LogWriter>(&Zyr::LogFile::make);
         Zyr::FileSettings settings;
         settings.path = log.toStdString();
         writer->configure(settings);

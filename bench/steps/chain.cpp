@@ -4,6 +4,7 @@
 
 #include "line/LinePatterns.h"
 #include "queue/LineQueue.h"
+#include "store/LogFile.h"
 #include "writer/LogWriter.h"
 
 #include <Poco/Message.h>
@@ -88,7 +89,7 @@ BENCHMARK(queue)->Name("Queue alone, 130 bytes in and out");
 void push(State& state)
 {
     static const auto writer = [] {
-        auto made = std::make_shared<Zyr::LogWriter>();
+        auto made = std::make_shared<Zyr::LogWriter>(&Zyr::LogFile::make);
         Zyr::FileSettings settings;
         settings.path = "/dev/null";
         settings.flush = false;

@@ -1,5 +1,7 @@
 #include "chain/LogFileChannel.h"
 
+#include "store/LogFile.h"
+
 #include <Poco/Exception.h>
 #include <Poco/Message.h>
 
@@ -21,7 +23,7 @@ std::string absolute(const std::string& path)
 } // namespace
 
 LogFileChannel::LogFileChannel()
-    : lines(std::make_shared<Lines>(Lines{std::make_shared<LogWriter>()}))
+    : lines(std::make_shared<Lines>(Lines{std::make_shared<LogWriter>(&LogFile::make)}))
 {
     inForce = properties.settings();
     writer().configure(inForce);

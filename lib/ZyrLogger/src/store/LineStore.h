@@ -4,10 +4,12 @@
 #include "store/AppendFile.h"
 #include "store/LineAppender.h"
 
+#include <memory>
 #include <optional>
 
 namespace Zyr {
 
+class CallWatch;
 class LineBatch;
 
 /// What the worker thread writes the lines to. For one thread.
@@ -47,5 +49,8 @@ public:
 
     virtual void close() noexcept = 0;
 };
+
+/// Makes a store whose system calls go through the watch, which outlives it.
+using MakeStore = std::unique_ptr<LineStore> (*)(CallWatch& watch);
 
 } // namespace Zyr

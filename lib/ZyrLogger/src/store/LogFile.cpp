@@ -17,7 +17,7 @@ LogFile::LogFile(CallWatch& watch)
 void LogFile::apply(Change& change)
 {
     if (std::exchange(change.lookAgain, false))
-        lookAgain();
+        active.lookAgain();
     if (change.settings) {
         configure(*change.settings);
         change.settings.reset();
@@ -64,7 +64,7 @@ LogFile::Written LogFile::write(const LineBatch& batch)
     if (!error)
         written = active.append(batch, rotation.linesFitting(active, batch));
     if (written.error)
-        lookAgain();
+        active.lookAgain();
     return written;
 }
 
@@ -75,7 +75,7 @@ LineStore::Upkeep LogFile::upkeep() const noexcept
     return rotation.mustCompressFirst() ? Upkeep::GoesFirst : Upkeep::Yields;
 }
 
-void LogFile::compressSlice() noexcept
+void LogFile::keepUp() noexcept
 {
     rotation.compressSlice(Clock::now());
 }

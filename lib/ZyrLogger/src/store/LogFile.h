@@ -5,6 +5,8 @@
 #include "store/LineStore.h"
 #include "store/rotation/Rotation.h"
 
+#include <memory>
+
 namespace Zyr {
 
 /// The log file and its archives, as the worker thread keeps them.
@@ -12,6 +14,7 @@ class LogFile final : public LineStore
 {
 public:
     explicit LogFile(CallWatch& watch);
+    static std::unique_ptr<LineStore> make(CallWatch& watch) { return std::make_unique<LogFile>(watch); }
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
 
@@ -19,21 +22,14 @@ public:
     Written write(const LineBatch& batch) override;
     bool isInLine() const noexcept override { return active.isInLine(); }
     Upkeep upkeep() const noexcept override;
-    void keepUp() noexcept override { compressSlice(); }
+    void keepUp() noexcept override;
     void close() noexcept override;
 
-    // The parts of apply().
+private:
     void configure(FileSettings wanted);
     /// What is not open any more was adopted by a call that threw.
     void adopt(AppendFile&& opened, bool beginAnew);
-    void lookAgain() noexcept { active.lookAgain(); }
 
-    // The parts of upkeep() and keepUp().
-    bool canCompress() const noexcept { return upkeep() != Upkeep::None; }
-    bool mustCompressFirst() const noexcept { return upkeep() == Upkeep::GoesFirst; }
-    void compressSlice() noexcept;
-
-private:
     FileSettings settings;
     ActiveFile active;
     Rotation rotation;

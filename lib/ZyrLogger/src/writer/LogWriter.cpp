@@ -45,7 +45,11 @@ OnRefusal onRefusedMemory(bool othersHold, bool othersHeld, LogWriter::Clock::ti
 
 } // namespace
 
-LogWriter::LogWriter() = default;
+LogWriter::LogWriter(MakeStore makeItsStore)
+    : makeStore(makeItsStore)
+    , store(makeStore(watch))
+{
+}
 
 LogWriter::~LogWriter() = default;
 
@@ -205,14 +209,6 @@ bool LogWriter::shouldWake()
     return wake;
 }
 
-void LogWriter::request()
-{
-    requested = true;
-    health.retryNow();
-    worker.enter(Rest::Busy);
-    work.notifyOne();
-}
-
 /// Says the problem and the present failure on standard error, as far as there is memory for that.
 void LogWriter::report(const char* problem) noexcept
 {
@@ -224,21 +220,6 @@ void LogWriter::report(const char* problem) noexcept
     } catch (const std::bad_alloc&) {
         // Then not.
     }
-}
-
-QueueLimits LogWriter::limits() const
-{
-    const Guard guard(mutex);
-    return {queue.bound(), overflow};
-}
-
-void LogWriter::setLimits(const QueueLimits& wanted)
-{
-    const Guard guard(mutex);
-    queue.setBound(wanted.bytes);
-    overflow = wanted.overflow;
-    returnMemory();
-    progress.notifyAll();
 }
 
 /// The chunks that are no longer needed. False when there are none; else the mutex was released meanwhile.
@@ -254,81 +235,6 @@ bool LogWriter::returnMemory()
     }
     --returningMemory;
     return true;
-}
-
-void LogWriter::setLineLimit(std::size_t lines)
-{
-    const Guard guard(mutex);
-    lineLimit = lines;
-    updateFastPath();
-}
-
-void LogWriter::setLossFormat(std::string source, std::shared_ptr<const LinePatterns> format)
-{
-    const Guard guard(mutex);
-    lossSource = std::move(source);
-    lossFormat = std::move(format);
-}
-
-void LogWriter::configure(FileSettings wanted)
-{
-    const Guard guard(mutex);
-    settings = std::move(wanted);
-    requests.configure = true;
-    request();
-}
-
-void LogWriter::adopt(AppendFile&& opened, bool beginAnew)
-{
-    AppendFile waited; // the one that waited is closed after the mutex is released
-    const Guard guard(mutex);
-    if (requests.change.opened)
-        waited = std::move(*requests.change.opened);
-    requests.change.opened = std::move(opened);
-    requests.change.beginAnew = beginAnew;
-    requests.close = false;
-    request();
-}
-
-void LogWriter::close()
-{
-    AppendFile waited;
-    const Guard guard(mutex);
-    if ((changes > 0 || !worker.isAlive()) && requests.change.opened) {
-        waited = std::move(*requests.change.opened);
-        requests.change.opened.reset();
-    }
-    requests.change.lookAgain = true;
-    requests.close = changes == 0; // whoever changes something goes on with the file
-    request();
-}
-
-void LogWriter::beginChange()
-{
-    const Guard guard(mutex);
-    if (changes++ == 0)
-        heldSince = Clock::now();
-}
-
-void LogWriter::endChange()
-{
-    const Guard guard(mutex);
-    if (changes > 0 && --changes == 0) // none in a child that was forked in between
-        request();
-}
-
-std::shared_ptr<LogWriter> LogWriter::copyForChild() const
-{
-    auto copy = std::make_shared<LogWriter>();
-    copy->queue.setBound(queue.bound());
-    copy->overflow = overflow;
-    copy->lineLimit = lineLimit;
-    copy->settings = settings;
-    copy->requests.configure = true;
-    copy->requested = true;
-    copy->lossSource = lossSource;
-    copy->lossFormat = lossFormat;
-    return copy;
 }
 
 } // namespace Zyr

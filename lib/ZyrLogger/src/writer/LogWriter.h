@@ -4,7 +4,7 @@
 #include "queue/LineQueue.h"
 #include "settings/FileSettings.h"
 #include "settings/QueueLimits.h"
-#include "store/LogFile.h"
+#include "store/LineStore.h"
 #include "system/CallWatch.h"
 #include "writer/LossLedger.h"
 #include "writer/StoreHealth.h"
@@ -32,7 +32,7 @@ class LogWriter : public std::enable_shared_from_this<LogWriter>
 public:
     using Clock = CallWatch::Clock;
 
-    LogWriter();
+    explicit LogWriter(MakeStore makeItsStore);
     ~LogWriter();
     LogWriter(const LogWriter&) = delete;
     LogWriter& operator=(const LogWriter&) = delete;
@@ -126,8 +126,8 @@ private:
     }
 
     mutable Mutex mutex;
-    Condition work;                               ///< for the worker thread
-    Condition progress;                           ///< for those who wait for it
+    Condition work;                                 ///< for the worker thread
+    Condition progress;                             ///< for those who wait for it
     unsigned waiting ZYR_GUARDED_BY(mutex) = 0;     ///< for `progress`
     unsigned wantingRoom ZYR_GUARDED_BY(mutex) = 0; ///< of those, to queue a line
     unsigned returningMemory ZYR_GUARDED_BY(mutex) = 0;
@@ -156,9 +156,10 @@ private:
     std::string lossSource ZYR_GUARDED_BY(mutex);
     std::shared_ptr<const LinePatterns> lossFormat ZYR_GUARDED_BY(mutex);
 
-    CallWatch watch;     ///< atomic
-    LogFile file{watch}; ///< the thread's own, as are the next two
-    std::string lossLine; ///< one that a pipe has taken in part
+    CallWatch watch; ///< atomic
+    const MakeStore makeStore;
+    const std::unique_ptr<LineStore> store; ///< the worker thread's own, as are the next two
+    std::string lossLine;                   ///< one that a pipe has taken in part
     std::uint64_t lossLineRecords = 0;
 };
 

@@ -51,11 +51,11 @@ void LogWriter::run()
         }
         {
             const Unlocked unlocked(mutex);
-            file.close();
+            store->close();
         }
         queue.openFastPath(false);
     } while (hasWork() && !worker.hasGivenUp()); // lines that came meanwhile woke nobody
-    if (worker.thread() == Thread::Detached) { // it came back after all: what was queued was counted as given up
+    if (worker.thread() == Thread::Detached) {   // it came back after all: what was queued was counted as given up
         queue.clear();
         worker.enter(Thread::None);
         worker.enter(Duty::Working);
@@ -78,19 +78,19 @@ bool LogWriter::step()
             wait(held ? std::nullopt : std::optional(health.retryTime()));
             return true;
         }
-        if (file.upkeep() != LineStore::Upkeep::GoesFirst)
+        if (store->upkeep() != LineStore::Upkeep::GoesFirst)
             isLossDue() ? writeLoss() : writeLines();
-    } else if (stopping && (file.upkeep() == LineStore::Upkeep::None || Clock::now() >= stopBy)) {
+    } else if (stopping && (store->upkeep() == LineStore::Upkeep::None || Clock::now() >= stopBy)) {
         return false;
     }
 
-    if (file.upkeep() != LineStore::Upkeep::None) {
+    if (store->upkeep() != LineStore::Upkeep::None) {
         const Unlocked unlocked(mutex);
-        file.keepUp();
+        store->keepUp();
     } else if (closing && !hasWork()) { // mid-line, a pipe's reader would see a torn line and the end
         closing = false;
         const Unlocked unlocked(mutex);
-        file.close();
+        store->close();
     } else if (mayGather()) {
         gather();
     } else if (maySleep()) { // requests that came during the write did not wake this thread
@@ -102,42 +102,7 @@ bool LogWriter::step()
 /// A line that a pipe has taken in part goes on first.
 bool LogWriter::isLossDue() const
 {
-    return !lossLine.empty() || queue.isEmpty() || (loss.isDue(written) && !file.isInLine());
-}
-
-void LogWriter::takeRequests()
-{
-    LineStore::Change change;
-    if (requests.configure)
-        change.settings = settings; // may throw: nothing is taken yet
-    change.opened = std::exchange(requests.change.opened, std::nullopt);
-    change.beginAnew = requests.change.beginAnew;
-    change.lookAgain = requests.change.lookAgain;
-    const bool closes = requests.close;
-    closing = closes || (closing && !change.opened);
-    requests = {};
-    requested = false;
-    try {
-        const Unlocked unlocked(mutex);
-        file.apply(change);
-    } catch (...) { // out of memory
-        putBack(change, closes);
-        const Unlocked unlocked(mutex); // `change` may close a file yet
-        change = {};
-        throw;
-    }
-}
-
-/// To be taken again, but for what newer requests have replaced.
-void LogWriter::putBack(LineStore::Change& change, bool closes) noexcept
-{
-    requested = true;
-    requests.configure = requests.configure || change.settings;
-    if (!change.opened || requests.change.opened || requests.close)
-        return;
-    requests.change.opened = std::move(change.opened);
-    requests.change.beginAnew = change.beginAnew;
-    requests.close = closes;
+    return !lossLine.empty() || queue.isEmpty() || (loss.isDue(written) && !store->isInLine());
 }
 
 void LogWriter::writeLines()
@@ -152,7 +117,7 @@ void LogWriter::writeLines()
     LineStore::Written result;
     {
         const Unlocked unlocked(mutex);
-        result = file.write(batch);
+        result = store->write(batch);
     }
     queue.pop(result.lines);
     written += result.lines;
@@ -183,11 +148,11 @@ void LogWriter::writeLoss()
         const auto end = static_cast<std::uint32_t>(lossLine.size());
         LineBatch batch;
         batch.add({lossLine.data(), &end, 0, 1});
-        result = file.write(batch);
+        result = store->write(batch);
     }
     if (result.lines == 1)
         loss.recorded(lossLineRecords);
-    if (!file.isInLine())
+    if (!store->isInLine())
         lossLine.clear();
     afterWrite(result.error);
 }

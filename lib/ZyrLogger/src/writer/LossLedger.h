@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Zyr {
 
@@ -52,9 +53,8 @@ public:
     /// No line will tell of them. Returns how many.
     std::uint64_t giveUp() noexcept
     {
-        const std::uint64_t all = lost;
-        lost = 0;
-        return all;
+        dueAfter.reset();
+        return std::exchange(lost, 0);
     }
 
 private:

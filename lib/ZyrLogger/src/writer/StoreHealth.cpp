@@ -1,3 +1,4 @@
+// What each failure and success of the store changes.
 #include "writer/StoreHealth.h"
 
 #include <algorithm>
