@@ -15,8 +15,8 @@ inline void copyShort(char* to, const char* from, std::size_t size) noexcept
         std::memcpy(to + size - bytes, from + size - bytes, bytes);
     };
     constexpr std::size_t block = 16;
-    constexpr std::size_t longest = 512; // the more bytes, the less a call matters
-    if (size > longest) {
+    constexpr std::size_t maxShort = 512; // the more bytes, the less a call matters
+    if (size > maxShort) {
         std::memcpy(to, from, size);
     } else if (size >= block) {
         for (std::size_t done = 0; done < size - block; done += block)
