@@ -1,6 +1,8 @@
 // How threads reserve the place for a line, and the owner opens, closes and recycles the chunk.
 #include "queue/FillingChunk.h"
 
+#include <cassert>
+
 namespace Zyr {
 
 bool FillingChunk::append(std::string_view line) noexcept
@@ -44,6 +46,7 @@ std::uint64_t FillingChunk::whenEmpty(const LineChunk& chunk) noexcept
 
 void FillingChunk::open(LineChunk* next, std::string_view line) noexcept
 {
+    assert(placesIn(state) == 0 && spaceIn(state) == 0); // closed: nobody reserves in it
     next->put(line, 0, 0);
     chunk.store(next, std::memory_order_relaxed);
     state.fetch_add(whenEmpty(*next) - onePlace - (line.size() + 1));

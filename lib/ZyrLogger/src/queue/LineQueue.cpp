@@ -2,6 +2,7 @@
 #include "queue/LineQueue.h"
 
 #include <algorithm>
+#include <cassert>
 #include <limits>
 
 #include <unistd.h>
@@ -67,6 +68,7 @@ bool LineQueue::mayGrow(std::size_t bytes) noexcept
 
 bool LineQueue::add(LineChunk* chunk, std::size_t bytes, std::string_view line) noexcept
 {
+    assert(reserved >= bytes && held >= bytes);
     if (!chunk || filling.appendAnyway(line)) { // others may have made room meanwhile
         cancel(chunk, bytes);
     } else {
@@ -78,6 +80,7 @@ bool LineQueue::add(LineChunk* chunk, std::size_t bytes, std::string_view line) 
 
 void LineQueue::cancel(LineChunk* chunk, std::size_t bytes) noexcept
 {
+    assert(reserved >= bytes && held >= bytes);
     reserved -= bytes;
     if (chunk)
         keep(chunk);
@@ -118,6 +121,7 @@ LineBatch LineQueue::front(std::size_t maxBytes) const noexcept
     for (LineChunk* chunk = head; chunk && !batch.isFull(); chunk = chunk->next) {
         const std::uint32_t lines = linesOf(*chunk);
         const std::uint32_t committed = chunk->committedLines(lines);
+        assert(chunk->consumed <= committed && committed <= lines);
         const LineBatch::Run run = {chunk->data() + chunk->begin, chunk->ends() + chunk->consumed, chunk->begin,
                                     committed - chunk->consumed};
         if (batch.lines() > 0 && batch.bytes() + run.bytes() > maxBytes)
@@ -132,9 +136,11 @@ LineBatch LineQueue::front(std::size_t maxBytes) const noexcept
 
 void LineQueue::pop(std::size_t count) noexcept
 {
+    assert(count <= size());
     closedLines -= count;
     while (count > 0) {
         LineChunk& chunk = *head;
+        assert(chunk.consumed < chunk.committed); // only what front() has shown
         const auto leave = static_cast<std::uint32_t>(std::min<std::size_t>(count, linesOf(chunk) - chunk.consumed));
         count -= leave;
         chunk.consumed += leave;
