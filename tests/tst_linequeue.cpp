@@ -70,7 +70,7 @@ public:
         }
     }
 
-    /// Some of the first lines as one text. Now and then the fast path is closed, or has another bound.
+    /// Some of the first lines as one text. Now and then the fast path is closed, or the queue has another bound.
     std::string take(Random& random)
     {
         std::unique_lock lock(mutex);

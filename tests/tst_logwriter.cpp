@@ -103,6 +103,20 @@ private:
     std::vector<std::pair<void*, std::size_t>> taken;
 };
 
+/// A store on a full disk.
+class FullStore : public Zyr::LineStore
+{
+public:
+    static std::unique_ptr<Zyr::LineStore> make(Zyr::CallWatch&) { return std::make_unique<FullStore>(); }
+
+    void apply(Change& change) override { change = {}; }
+    Written write(const Zyr::LineBatch&) override { return {0, std::make_error_code(std::errc::no_space_on_device)}; }
+    bool isInLine() const noexcept override { return false; }
+    Upkeep upkeep() const noexcept override { return Upkeep::None; }
+    void keepUp() noexcept override {}
+    void close() noexcept override {}
+};
+
 class tst_LogWriter : public QObject
 {
     Q_OBJECT
@@ -122,6 +136,39 @@ private Q_SLOTS:
             pipe.writer->push("b");
             QVERIFY2(pipe.read(sizeof "a\nb\n" - 1), qPrintable(u"in round %1"_s.arg(round)));
         }
+    }
+
+    /// Several threads that end a logger whose disk is full, while others log: one makes it begin anew before another
+    /// one has counted what is given up, and that one waits for a thread that nobody ends.
+    void endsOftenEnough()
+    {
+        constexpr int writers = 20, finishersPerWriter = 3;
+        std::atomic<int> ended = 0;
+        std::atomic<bool> logs = true;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < writers; ++i) {
+            const auto writer = std::make_shared<Zyr::LogWriter>(&FullStore::make);
+            writer->push("a");
+            for (int j = 0; j < finishersPerWriter; ++j) {
+                threads.emplace_back([&, writer] {
+                    writer->finish();
+                    ++ended;
+                });
+            }
+            threads.emplace_back([&, writer] {
+                while (logs) {
+                    writer->push("a");
+                    std::this_thread::sleep_for(1us);
+                }
+                writer->finish();
+            });
+        }
+        const bool all = QTest::qWaitFor([&] { return ended == writers * finishersPerWriter; }, 30'000);
+        logs = false;
+        if (!all)
+            qFatal("%d of %d have not ended", writers * finishersPerWriter - ended, writers * finishersPerWriter);
+        for (std::thread& each : threads)
+            each.join();
     }
 
     /// Lines lost, a crash or no end where the bound is larger than what address space there is.

@@ -5,6 +5,10 @@
 
 #include <QtTest/QtTest>
 
+#include <cerrno>
+#include <cstring>
+#include <string>
+
 using namespace std::chrono_literals;
 using Zyr::StoreHealth;
 
@@ -21,16 +25,22 @@ private:
 private Q_SLOTS:
     void init() { health = {}; }
 
-    /// A disk that is tried without a pause, or too late after it has room again; a pause that a success leaves behind.
+    /// A disk that is tried without a pause, or too late after it has room again; a pause that a success leaves behind;
+    /// a reason that is lost.
     void triesAgainEverMoreRarely()
     {
         for (const auto pause : {2ms, 4ms, 8ms, 16ms, 32ms, 64ms, 128ms, 256ms, 512ms, 1000ms, 1000ms}) {
             health.failed(diskFull, now);
             QCOMPARE((health.retryTime() - now) / 1ms, pause / 1ms);
+            QCOMPARE(std::string(health.reason()), std::strerror(ENOSPC));
             now = health.retryTime();
         }
-        health.retryNow();
+        health.failed(diskFull, now);
+        health.retryNow(); // as somebody has changed something
         QVERIFY(health.isFailing() && health.retryTime() <= now);
+        health.failed(diskFull, now);
+        QCOMPARE((health.retryTime() - now) / 1ms, 2);
+        health.failed(diskFull, now);
         health.succeeded();
         QVERIFY(!health.isFailing());
         health.failed(diskFull, now);
@@ -77,13 +87,6 @@ private Q_SLOTS:
         QCOMPARE(wait(), 2000);
     }
 
-    /// A reason that is empty, or cut off without need.
-    void keepsTheReason()
-    {
-        health.failed(diskFull, now);
-        QCOMPARE(QByteArray(health.reason().data(), qsizetype(health.reason().size())), "No space left on device");
-    }
-
     /// Lost records that no line tells of, a line that tells of too many or of none, or that comes before lines that
     /// were queued before the loss.
     void tellsOfEachLossOnce()
@@ -96,6 +99,10 @@ private Q_SLOTS:
         loss.schedule(10);
         loss.schedule(20); // it has its place
         QVERIFY(!loss.isDue(9) && loss.isDue(10));
+        loss.postpone(); // the store has failed
+        QVERIFY(!loss.isDue(10));
+        loss.schedule(20);
+        QVERIFY(!loss.isDue(10) && loss.isDue(20));
         QCOMPARE(loss.text(), "2 records lost: " + std::string(Zyr::LossLedger::maxReason, 'x'));
         loss.lose("while the line is being written");
         loss.recorded(2);

@@ -54,7 +54,8 @@ void FillingChunk::open(LineChunk* next, std::string_view line) noexcept
 
 std::uint32_t FillingChunk::lines() const noexcept
 {
-    return LineChunk::linesIn(chunk.load(std::memory_order_relaxed)->bytes) - placesIn(state);
+    return LineChunk::linesIn(chunk.load(std::memory_order_relaxed)->bytes) -
+           placesIn(state.load(std::memory_order_seq_cst));
 }
 
 bool FillingChunk::restart(std::uint32_t lines) noexcept

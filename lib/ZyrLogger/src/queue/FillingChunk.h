@@ -13,18 +13,18 @@ namespace Zyr {
 ///
 /// 1. Reserve: a compare-and-swap of `state` takes a place in the table of ends and space for the bytes. This decides
 ///    the order of lines. `state` is loaded with acquire, which pairs with open(): the thread sees at least the chunk
-///    of the number that it has read, and if the owner has gone on to another, the number differs and the swap fails.
-///    The swap itself is sequentially consistent: it comes before the caller's look at WorkerState::isSleeping(), as
-///    the worker goes to sleep before it looks at `state` once more, so one of the two sees the other. It acquires as
-///    well: it may find a state that restart() has brought back since the load.
+///    of the number that it has read. It cannot see a later one and succeed: that is stored after close(), whose
+///    exchange would have read what the swap released, and the number differs by then. The swap itself is sequentially
+///    consistent: it comes before the caller's look at WorkerState::isSleeping(), as the worker goes to sleep before it
+///    looks at `state` once more (lines()), so one of the two sees the other. It acquires as well: it may find a state
+///    that restart() has brought back since the load.
 /// 2. Copy: no other thread writes to that place, and the chunk stays: the owner recycles one only when it has consumed
 ///    every line that has a place there.
 /// 3. Commit: the end of the line is stored with release (LineChunk::put()), the owner loads it with acquire
 ///    (LineChunk::committedLines()), and sees the bytes. It consumes lines up to the first that is not committed.
-/// 4. Recycle: the owner zeroes the table and then either brings the empty state back with the same number (restart(),
-/// a
-///    swap that fails if a line was reserved since), or has closed the chunk before, which changes the number. Both
-///    release the zeroes to whoever reserves next.
+/// 4. Recycle: the owner zeroes the table and releases the zeroes to whoever reserves next: by restart(), a swap that
+///    brings back the empty state with the same number, unless a line was reserved since, when the chunk goes on with
+///    what is left of it; or, for a chunk that was closed, by the open() that uses it again.
 class alignas(64) FillingChunk
 {
 public:
@@ -50,8 +50,8 @@ public:
 private:
     // From the top: whether the fast path is closed, the chunk's number, how many places it has left, and how much
     // space. The number is an ABA guard of 21 bits: it comes again after two million chunks, and only a thread that was
-    // preempted between two instructions for as long as they take, and then finds the same space and places left, would
-    // take one chunk for the other.
+    // preempted between its load and its swap for as long as they take, and then finds the same space and places left,
+    // would take one chunk for the other.
     static constexpr std::uint64_t onePlace = std::uint64_t(1) << 31;
     static constexpr std::uint64_t oneChunk = onePlace * 2 * LineChunk::maxLines;
     static constexpr std::uint64_t closedMark = std::uint64_t(1) << 63;
@@ -67,7 +67,7 @@ private:
 
     std::atomic<std::uint64_t> state = closedMark;
     static_assert(std::atomic<std::uint64_t>::is_always_lock_free);
-    std::atomic<LineChunk*> chunk = nullptr; ///< the one whose number the state has
+    std::atomic<LineChunk*> chunk = nullptr; ///< the one whose number the state has, between open() and close()
 };
 
 } // namespace Zyr

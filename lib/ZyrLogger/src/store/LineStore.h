@@ -4,6 +4,7 @@
 #include "store/AppendFile.h"
 #include "store/LineAppender.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -14,7 +15,9 @@ class LineBatch;
 
 /// What the worker thread writes the lines to. For one thread.
 ///
-/// The calls that throw are those that need memory; each may be repeated then.
+/// The calls that throw are those that need memory; each may be repeated then. Whatever may hang goes through the
+/// CallWatch, or the end of the logger waits for it for ever. isInLine() and upkeep() make no system calls: callers'
+/// lines wait for them.
 class LineStore
 {
 public:
@@ -51,6 +54,6 @@ public:
 };
 
 /// Makes a store whose system calls go through the watch, which outlives it.
-using MakeStore = std::unique_ptr<LineStore> (*)(CallWatch& watch);
+using MakeStore = std::function<std::unique_ptr<LineStore>(CallWatch& watch)>;
 
 } // namespace Zyr

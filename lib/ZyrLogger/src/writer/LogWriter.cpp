@@ -1,8 +1,7 @@
-// The writer as the threads that log and configure see it.
+// The writer as the threads that log see it.
 #include "writer/LogWriter.h"
 
-#include "store/LogProblem.h"
-
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -16,7 +15,6 @@ namespace {
 
 constexpr auto maxHold = 2s; // of a change, before it counts as stuck
 constexpr auto maxMemoryWait = 2s;
-constexpr auto lookInterval = 500ms; // at which a caller that waits for room looks whether the store hangs
 constexpr int maxSpins = 100;
 constexpr std::string_view queueIsFull = "the queue is full";
 
@@ -43,10 +41,32 @@ OnRefusal onRefusedMemory(bool othersHold, bool othersHeld, LogWriter::Clock::ti
     return othersHold ? OnRefusal::Wait : OnRefusal::Retry; // in the latter case it was given back meanwhile
 }
 
+/// The mutex is held for so short a time that it is cheaper to try a few times than to sleep.
+class ZYR_THREAD_SAFETY(scoped_lockable) SpinningGuard
+{
+public:
+    explicit SpinningGuard(Mutex& guarded) ZYR_THREAD_SAFETY(acquire_capability(guarded))
+        : mutex(guarded)
+    {
+        for (int i = 0; i < maxSpins; ++i) {
+            if (mutex.tryLock())
+                return;
+            pauseProcessor();
+        }
+        mutex.lock();
+    }
+    ~SpinningGuard() ZYR_THREAD_SAFETY(release_capability()) { mutex.unlock(); }
+    SpinningGuard(const SpinningGuard&) = delete;
+    SpinningGuard& operator=(const SpinningGuard&) = delete;
+
+private:
+    Mutex& mutex;
+};
+
 } // namespace
 
 LogWriter::LogWriter(MakeStore makeItsStore)
-    : makeStore(makeItsStore)
+    : makeStore(std::move(makeItsStore))
     , store(makeStore(watch))
 {
 }
@@ -56,15 +76,14 @@ LogWriter::~LogWriter() = default;
 void LogWriter::push(std::string_view line)
 {
     bool wake = false;
-    if (queue.append(line)) {
-        if (!worker.isSleeping())
+    if (appendFast(line)) {
+        if (!isWorkerSleeping())
             return;
         const Guard guard(mutex);
         wake = shouldWake();
     } else {
-        lockSoon();
+        const SpinningGuard guard(mutex);
         wake = pushLocked(line);
-        mutex.unlock();
     }
     if (wake)
         work.notifyOne();
@@ -72,22 +91,13 @@ void LogWriter::push(std::string_view line)
 
 void LogWriter::loseForWantOfMemory()
 {
-    lockSoon();
-    const bool wake = loseLine(worker.hasGivenUp() ? stuckReason() : std::strerror(ENOMEM));
-    mutex.unlock();
+    bool wake = false;
+    {
+        const SpinningGuard guard(mutex);
+        wake = loseLine(worker.hasGivenUp() ? stuckReason() : std::strerror(ENOMEM));
+    }
     if (wake)
         work.notifyOne();
-}
-
-/// The mutex is held for so short a time that it is cheaper to try a few times than to sleep.
-void LogWriter::lockSoon() const
-{
-    for (int i = 0; i < maxSpins; ++i) {
-        if (mutex.tryLock())
-            return;
-        pauseProcessor();
-    }
-    mutex.lock();
 }
 
 bool LogWriter::pushLocked(std::string_view line)
@@ -163,17 +173,16 @@ bool LogWriter::waitForRoom()
         }
         until = limit;
     }
-    if (!worker.isAlive())
-        start();
+    until = std::min(until, startIfDue());
     if (worker.rest() == Rest::Gathering) {
         worker.enter(Rest::Busy);
         work.notifyOne();
     }
-    ++waiting;
-    ++wantingRoom;
-    progress.waitUntil(mutex, until);
-    --wantingRoom;
-    --waiting;
+    {
+        const Counted waits(waiting);
+        const Counted wants(wantingRoom);
+        progress.waitUntil(mutex, until);
+    }
     if (worker.hasGivenUp())
         progress.notifyAll(); // whoever gives up counts what is lost here
     return true;
@@ -209,31 +218,15 @@ bool LogWriter::shouldWake()
     return wake;
 }
 
-/// Says the problem and the present failure on standard error, as far as there is memory for that.
-void LogWriter::report(const char* problem) noexcept
-{
-    try {
-        const std::string path = settings.path;
-        const std::string text = problem + std::string(health.reason());
-        const Unlocked unlocked(mutex);
-        reportLogProblem(path, QString::fromStdString(text));
-    } catch (const std::bad_alloc&) {
-        // Then not.
-    }
-}
-
 /// The chunks that are no longer needed. False when there are none; else the mutex was released meanwhile.
 bool LogWriter::returnMemory()
 {
     LineChunk* const freed = queue.takeFreed();
     if (!freed)
         return false;
-    ++returningMemory;
-    {
-        const Unlocked unlocked(mutex);
-        LineChunk::unmap(freed);
-    }
-    --returningMemory;
+    const Counted returns(returningMemory);
+    const Unlocked unlocked(mutex);
+    LineChunk::unmap(freed);
     return true;
 }
 

@@ -26,7 +26,7 @@ class LinePatterns;
 ///
 /// The thread starts with the first line and keeps this object alive, so that a store that hangs can be left behind.
 /// The mutex is never held across a system call of the store, so no caller waits for one, except for room in a full
-/// queue. Lines pass by it while nothing has to be asked for each of them (the queue's fast path).
+/// queue. Lines bypass it while nothing has to be checked for each of them (the queue's fast path).
 class LogWriter : public std::enable_shared_from_this<LogWriter>
 {
 public:
@@ -80,12 +80,16 @@ private:
         LineStore::Change change; ///< without settings: those are copied when it is taken up
     };
 
-    // On the threads that log. They tell whether the worker is to be notified, once the mutex is released.
-    void lockSoon() const ZYR_THREAD_SAFETY(acquire_capability(mutex));
+    // Without the mutex.
+    bool appendFast(std::string_view line) noexcept ZYR_UNCHECKED_LOCKING { return queue.append(line); }
+    bool isWorkerSleeping() const noexcept ZYR_UNCHECKED_LOCKING { return worker.isSleeping(); }
+
+    // On the threads that log. True from the first two and shouldWake(): the worker is to be notified, once the mutex
+    // is released.
     bool pushLocked(std::string_view line) ZYR_REQUIRES(mutex);
+    bool loseLine(std::string_view reason) ZYR_REQUIRES(mutex);
     enum class Growth { Queued, NoMemory, Again };
     Growth growFor(std::string_view line, bool& othersHeld) ZYR_REQUIRES(mutex);
-    bool loseLine(std::string_view reason) ZYR_REQUIRES(mutex);
     bool waitForRoom() ZYR_REQUIRES(mutex);
     bool shouldWake() ZYR_REQUIRES(mutex);
 
@@ -94,11 +98,14 @@ private:
     std::string_view stuckReason() const ZYR_REQUIRES(mutex);
     void request() ZYR_REQUIRES(mutex);
     bool returnMemory() ZYR_REQUIRES(mutex);
-    void report(const char* problem) noexcept ZYR_REQUIRES(mutex);
+    template <typename MakeText>
+    void report(MakeText text) noexcept ZYR_REQUIRES(mutex);
+    void reportFailure(const char* problem) noexcept ZYR_REQUIRES(mutex);
 
     // Of the thread's life.
     void start() ZYR_REQUIRES(mutex);
     int startThread() ZYR_REQUIRES(mutex);
+    Clock::time_point startIfDue() ZYR_REQUIRES(mutex);
     void drain() ZYR_REQUIRES(mutex);
     void giveUp() ZYR_REQUIRES(mutex);
 
@@ -125,6 +132,26 @@ private:
         return queue.isFilling() || (lineLimit > 0 && queue.size() >= lineLimit / 4);
     }
 
+    /// One more, as long as this lives.
+    class Counted
+    {
+    public:
+        explicit Counted(unsigned& itsCount) noexcept
+            : count(itsCount)
+        {
+            ++count;
+        }
+        ~Counted() { --count; }
+        Counted(const Counted&) = delete;
+        Counted& operator=(const Counted&) = delete;
+
+    private:
+        unsigned& count;
+    };
+
+    /// At which those who wait look whether the store hangs.
+    static constexpr std::chrono::milliseconds lookInterval{500};
+
     mutable Mutex mutex;
     Condition work;                                 ///< for the worker thread
     Condition progress;                             ///< for those who wait for it
@@ -132,7 +159,7 @@ private:
     unsigned wantingRoom ZYR_GUARDED_BY(mutex) = 0; ///< of those, to queue a line
     unsigned returningMemory ZYR_GUARDED_BY(mutex) = 0;
 
-    LineQueue queue{QueueLimits().bytes}; ///< guarded, but for the fast path
+    LineQueue queue ZYR_GUARDED_BY(mutex){QueueLimits().bytes}; ///< but for the fast path
     QueueLimits::Overflow overflow ZYR_GUARDED_BY(mutex) = QueueLimits().overflow;
     std::size_t lineLimit ZYR_GUARDED_BY(mutex) = 0;
     std::uint64_t written ZYR_GUARDED_BY(mutex) = 0; ///< lines
@@ -144,9 +171,11 @@ private:
     Clock::time_point heldSince ZYR_GUARDED_BY(mutex);
     bool closing ZYR_GUARDED_BY(mutex) = false; ///< the file, when no archive waits for compression any more
 
-    WorkerState worker; ///< guarded, but for isSleeping()
+    WorkerState worker ZYR_GUARDED_BY(mutex); ///< but for isSleeping()
     pthread_t thread ZYR_GUARDED_BY(mutex) = {};
-    unsigned stopping ZYR_GUARDED_BY(mutex) = 0; ///< how many wait for its end
+    bool startFailed ZYR_GUARDED_BY(mutex) = false; ///< the last time
+    unsigned givingUp ZYR_GUARDED_BY(mutex) = 0;    ///< how many count what is given up
+    unsigned stopping ZYR_GUARDED_BY(mutex) = 0;    ///< how many wait for its end
     Clock::time_point stopBy ZYR_GUARDED_BY(mutex);
     WritePace pace ZYR_GUARDED_BY(mutex);
     Clock::duration copyWait ZYR_GUARDED_BY(mutex){0}; ///< for a thread that has reserved but not yet copied

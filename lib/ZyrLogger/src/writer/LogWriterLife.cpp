@@ -18,25 +18,25 @@ using namespace std::chrono_literals;
 namespace {
 
 constexpr std::size_t stackSize = 512 * 1024;
-constexpr auto lookInterval = 500ms; // at which those who wait look whether the store hangs
 constexpr auto maxCompressionAtEnd = 1s;
 constexpr auto noLimit = CallWatch::Clock::time_point::max();
 
 } // namespace
 
-/// The thread may have ended again when this returns.
+/// There is a thread afterwards, unless the system has none now.
 void LogWriter::start()
 {
-    ++waiting;
-    while (worker.thread() == Thread::Starting)
+    while (worker.thread() == Thread::Starting) {
+        const Counted waits(waiting);
         progress.wait(mutex);
-    --waiting;
+    }
     if (worker.isAlive())
         return;
     const int error = startThread();
     if (waiting > 0)
         progress.notifyAll();
-    if (error == 0) {
+    startFailed = error != 0;
+    if (!startFailed) {
         health.retryNow();
         return;
     }
@@ -44,7 +44,16 @@ void LogWriter::start()
     const auto now = Clock::now();
     health.failed({error, std::system_category()}, now);
     if (health.shouldReport(now))
-        report("no thread to write it, records wait: ");
+        reportFailure("no thread to write it, records wait: ");
+}
+
+/// For whoever waits for a thread to write something: not so often when the system had none the last time. Returns when
+/// it is to be called again, at the latest.
+LogWriter::Clock::time_point LogWriter::startIfDue()
+{
+    if (!worker.isAlive() && (!startFailed || Clock::now() >= health.retryTime()))
+        start();
+    return worker.isAlive() ? noLimit : health.retryTime();
 }
 
 /// Returns what the system says. The mutex is released meanwhile.
@@ -84,86 +93,81 @@ void LogWriter::drain()
     health.retryNow();
     work.notifyOne();
     auto limit = noLimit;
-    ++waiting;
+    const Counted waits(waiting);
     while (hasWork() && (written < last || queue.isEmpty()) && !worker.hasGivenUp()) {
-        if (!worker.isAlive())
-            start();
+        const auto startTime = startIfDue();
         const auto now = Clock::now();
-        auto until = now + lookInterval;
+        auto until = std::min<Clock::time_point>(now + lookInterval, startTime);
         if (!isStuck(now)) {
             limit = noLimit;
         } else {
             if (limit == noLimit)
                 limit = ShutdownDeadline::limit(now);
-            if (now >= limit) {
-                giveUp();
-                break;
-            }
-            until = std::min<Clock::time_point>(until, limit);
+            if (now >= limit)
+                return giveUp();
+            until = std::min(until, limit);
         }
         progress.waitUntil(mutex, until);
     }
-    --waiting;
 }
 
 /// Counts exactly what is not in the file: the worker thread ends first, unless it hangs, when what it is just writing
-/// counts as well.
+/// counts as well. Nobody makes the writer begin anew before.
 void LogWriter::giveUp()
 {
-    const std::string reason(stuckReason());
     worker.enter(Duty::GivenUp);
     updateFastPath();
     work.notifyOne();
     progress.notifyAll();
-    while (wantingRoom > 0 || (worker.isAlive() && Clock::now() < watch.limit()))
-        progress.waitUntil(mutex, Clock::now() + lookInterval);
-    const std::uint64_t count = queue.size() + loss.giveUp();
-    if (!worker.isAlive())
-        queue.clear();
-    if (count == 0)
-        return;
-    const std::string path = settings.path;
-    const Unlocked unlocked(mutex);
-    reportLogProblem(path, QString::number(count) + (count == 1 ? u" record was"_s : u" records were"_s) +
-                               u" given up: "_s + QString::fromStdString(reason));
+    std::uint64_t count = 0;
+    {
+        const Counted counts(givingUp);
+        while (wantingRoom > 0 || (worker.isAlive() && Clock::now() < watch.limit()))
+            progress.waitUntil(mutex, Clock::now() + lookInterval);
+        count = queue.size() + loss.giveUp();
+        if (!worker.isAlive())
+            queue.clear();
+    }
+    progress.notifyAll();
+    if (count > 0)
+        report([&] {
+            return QString::number(count) + (count == 1 ? u" record was"_s : u" records were"_s) + u" given up: "_s +
+                   QString::fromStdString(std::string(stuckReason()));
+        });
 }
 
 void LogWriter::finish()
 {
     const Guard guard(mutex);
     drain();
-    ++stopping;
-    stopBy = Clock::now() + maxCompressionAtEnd;
-    work.notifyOne();
-    ++waiting;
-    auto limit = noLimit;
     bool needed = false; // by others, who go on logging
     bool hangs = false;
-    while (worker.isAlive() && !needed && !hangs) {
-        if (hasWork() && !worker.hasGivenUp()) {
-            drain();
-            needed = hasWork() && !worker.hasGivenUp();
-            continue;
+    {
+        const Counted stops(stopping);
+        const Counted waits(waiting);
+        stopBy = Clock::now() + maxCompressionAtEnd;
+        work.notifyOne();
+        auto limit = noLimit;
+        while ((worker.isAlive() || givingUp > 0) && !needed && !hangs) {
+            if (hasWork() && !worker.hasGivenUp()) {
+                drain();
+                needed = hasWork() && !worker.hasGivenUp();
+                continue;
+            }
+            const auto now = Clock::now();
+            if (now < watch.limit())
+                limit = noLimit;
+            else if (limit == noLimit)
+                limit = worker.hasGivenUp() ? now : ShutdownDeadline::limit(now);
+            hangs = now >= limit;
+            if (!hangs)
+                progress.waitUntil(mutex, now + lookInterval);
         }
-        const auto now = Clock::now();
-        if (now < watch.limit())
-            limit = noLimit;
-        else if (limit == noLimit)
-            limit = worker.hasGivenUp() ? now : ShutdownDeadline::limit(now);
-        hangs = now >= limit;
-        if (!hangs)
-            progress.waitUntil(mutex, now + lookInterval);
     }
-    while (worker.thread() == Thread::Starting)
-        progress.wait(mutex);
-    --waiting;
-    --stopping;
     if (needed || worker.thread() == Thread::Detached)
         return;
     const pthread_t last = thread;
     if (worker.thread() == Thread::Running) {
-        if (!hangs)
-            return; // started by others meanwhile
         worker.detach();
         updateFastPath();
         ::pthread_detach(last);
@@ -177,6 +181,25 @@ void LogWriter::finish()
     worker.enter(Thread::None);
     const Unlocked unlocked(mutex);
     ::pthread_join(last, nullptr);
+}
+
+/// Says what is wrong on standard error, as far as there is memory for that.
+template <typename MakeText>
+void LogWriter::report(MakeText text) noexcept
+{
+    try {
+        const std::string path = settings.path;
+        const QString problem = text();
+        const Unlocked unlocked(mutex);
+        reportLogProblem(path, problem);
+    } catch (const std::bad_alloc&) {
+        // Then not.
+    }
+}
+
+void LogWriter::reportFailure(const char* problem) noexcept
+{
+    report([&] { return QString::fromStdString(problem + std::string(health.reason())); });
 }
 
 } // namespace Zyr

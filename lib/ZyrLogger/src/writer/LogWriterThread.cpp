@@ -33,9 +33,8 @@ void LogWriter::run()
 {
     const Guard guard(mutex);
     while (worker.thread() == Thread::Starting) { // whoever starts it is just about to say so
-        ++waiting;
+        const Counted waits(waiting);
         progress.wait(mutex);
-        --waiting;
     }
     do {
         updateFastPath();
@@ -175,7 +174,7 @@ void LogWriter::afterWrite(const std::error_code& error) noexcept
     if (waiting > 0)
         progress.notifyAll();
     if (reports)
-        report("cannot be written, records wait: ");
+        reportFailure("cannot be written, records wait: ");
 }
 
 /// Whether lines may wait for the next write: nobody waits for them.
@@ -213,6 +212,8 @@ bool LogWriter::maySleep() const
 /// Not woken by lines.
 void LogWriter::wait(std::optional<Clock::time_point> until)
 {
+    if (returnSpareMemory())
+        return; // there may be something to do by now
     worker.enter(Rest::Waiting);
     if (until)
         work.waitUntil(mutex, *until);

@@ -35,7 +35,12 @@ public:
     void failed(const std::error_code& error, Clock::time_point now) noexcept;
 
     Clock::time_point retryTime() const noexcept { return retryAt; }
-    void retryNow() noexcept { retryAt = {}; }
+    /// The next try is due, and the pauses begin anew.
+    void retryNow() noexcept
+    {
+        retryAt = {};
+        backoff = {};
+    }
 
     /// Once in each failure, and not when another one was reported only just now. True counts as reported.
     bool shouldReport(Clock::time_point now) noexcept;

@@ -5,7 +5,7 @@
 
 namespace Zyr {
 
-/// What a writer's worker thread is about. The writer's mutex guards all of it; only whether the thread sleeps may be
+/// The state of a writer's worker thread. The writer's mutex guards all of it; only whether the thread sleeps may be
 /// asked without.
 ///
 /// Thread                  | who
@@ -20,13 +20,17 @@ namespace Zyr {
 ///
 /// Duty                    |
 /// ------------------------|---------------------------------------------------------------------------------------
-/// Working -> GivenUp      | whoever waits for the queue to empty and finds the store failing or hanging for too long
-/// GivenUp -> Working      | finish(), once the thread has ended; or a detached thread that comes back
+/// Working -> GivenUp      | whoever waits for the queue to empty, or for the thread to end, and finds the store
+/// failing
+///                         | or hanging for too long
+/// GivenUp -> Working      | finish(), once there is no thread; or a detached thread that comes back, as it ends
 ///
 /// Rest                    |
 /// ------------------------|---------------------------------------------------------------------------------------
 /// Busy -> any other       | the thread
-/// any other -> Busy       | the thread, when it wakes; or whoever wakes it, so that nobody else does
+/// any other -> Busy       | the thread, when it wakes; or whoever wakes it for a line, so that nobody else does, or
+/// for
+///                         | a request
 class WorkerState
 {
 public:
@@ -34,7 +38,7 @@ public:
     enum class Duty { Working, GivenUp };
     enum class Rest {
         Busy,
-        Gathering, ///< leaves lines to gather: to be woken by many of them only
+        Gathering, ///< leaves lines to gather: not to be woken by a few of them
         Waiting,   ///< for the store, or for the end of a change: not to be woken by lines
         Sleeping,  ///< to be woken by the next line
     };
@@ -60,11 +64,13 @@ public:
     }
     void enter(Duty next) noexcept
     {
+        assert(next == Duty::GivenUp || !isAlive());
         dutyNow = next;
         assert(isConsistent());
     }
     void enter(Rest next) noexcept
     {
+        assert(next == Rest::Busy || rest() == Rest::Busy);
         restNow = next;
         assert(isConsistent());
     }
@@ -72,7 +78,7 @@ public:
     void detach() noexcept
     {
         assert(threadNow == Thread::Running);
-        dutyNow = Duty::GivenUp;
+        enter(Duty::GivenUp);
         enter(Thread::Detached);
     }
 
@@ -81,7 +87,7 @@ private:
     {
         switch (next) {
         case Thread::None:
-            return threadNow != Thread::Running;
+            return threadNow != Thread::None && threadNow != Thread::Running;
         case Thread::Starting:
             return threadNow == Thread::None || threadNow == Thread::Ended;
         case Thread::Running:

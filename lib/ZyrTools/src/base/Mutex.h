@@ -70,23 +70,32 @@ class Condition
 public:
     void wait(Mutex& mutex) ZYR_REQUIRES(mutex)
     {
-        std::unique_lock lock(mutex.mutex, std::adopt_lock);
-        condition.wait(lock);
-        lock.release();
+        const Lent lent(mutex);
+        condition.wait(lent.lock);
     }
 
     template <typename Time>
     void waitUntil(Mutex& mutex, Time time) ZYR_REQUIRES(mutex)
     {
-        std::unique_lock lock(mutex.mutex, std::adopt_lock);
-        condition.wait_until(lock, time);
-        lock.release();
+        const Lent lent(mutex);
+        condition.wait_until(lent.lock, time);
     }
 
     void notifyOne() noexcept { condition.notify_one(); }
     void notifyAll() noexcept { condition.notify_all(); }
 
 private:
+    /// The caller goes on holding the mutex, also when its thread is cancelled in the wait.
+    struct Lent
+    {
+        explicit Lent(Mutex& mutex)
+            : lock(mutex.mutex, std::adopt_lock)
+        {
+        }
+        ~Lent() { lock.release(); }
+        mutable std::unique_lock<std::mutex> lock;
+    };
+
     std::condition_variable condition;
 };
 
