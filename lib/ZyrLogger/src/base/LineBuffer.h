@@ -60,7 +60,7 @@ private:
         limit = begin + capacity;
     }
 
-    char own[1024]; // not initialised, for it costs more than formatting does
+    char own[1024]; // not initialised: that would cost more than formatting does
     char* begin = own;
     char* end = own;
     char* limit = own + sizeof own;

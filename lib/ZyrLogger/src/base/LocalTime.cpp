@@ -1,3 +1,5 @@
+// The C library's time zone, looked up again about once a second, and safe to ask in a forked child.
+
 #include "base/LocalTime.h"
 
 #include <algorithm>
@@ -14,8 +16,7 @@ constinit std::atomic<std::int32_t> lastOffset = 0;
 constinit std::atomic<int> threadsInside = 0;
 constinit std::atomic<bool> frozen = false;
 
-/// Around the calls that take the C library's lock. A copy of the memory which shows the lock taken shows the count,
-/// too.
+/// Around the calls that take the C library's lock. If fork copies that lock as taken, the copied count is not 0.
 class Inside
 {
 public:

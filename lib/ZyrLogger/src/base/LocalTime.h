@@ -13,7 +13,7 @@ std::int32_t offsetAt(std::int64_t second) noexcept;
 std::uint32_t checkZone() noexcept;
 
 /// For the child of a fork. The C library does not reset the lock of its time zone there: where another thread held it,
-/// the child does not ask again and stays with the offset that was in force.
+/// the child does not ask again and keeps the last known offset.
 void afterForkInChild() noexcept;
 
 } // namespace Zyr::LocalTime

@@ -7,14 +7,14 @@
 
 namespace Zyr {
 
-/// Since when the worker thread has been inside one system call, for others to see that the store hangs.
+/// Measures how long the worker thread has been inside one system call, so that others see that the store hangs.
 class CallWatch
 {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Makes one system call, again where a signal interrupted it; it hangs when it has not come back after `limit`.
-    /// Keeps errno. A call that must not be made again, as close(), returns nothing of its own to `call`.
+    /// Makes one system call, repeated after EINTR; it counts as hung when it has not returned after `limit`. Keeps
+    /// errno. A call that must not be repeated, as close(), does not return its result from `call`.
     template <typename Call>
     auto operator()(Call call, std::chrono::seconds limit = std::chrono::seconds(2)) noexcept
     {
@@ -24,7 +24,7 @@ public:
         return result;
     }
 
-    /// From when on the present call counts as hung; the end of time outside of calls.
+    /// When the current call counts as hung; Clock::time_point::max() outside of calls.
     Clock::time_point limit() const noexcept
     {
         const Clock::rep from = hangsFrom.load(std::memory_order_relaxed);

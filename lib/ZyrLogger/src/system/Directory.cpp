@@ -1,4 +1,5 @@
-// The system calls on the names in a directory, and what stands in for those that a file system lacks.
+// The system calls on the names in a directory, with fallbacks for those that a file system lacks.
+
 #include "system/Directory.h"
 
 #include "system/FileCalls.h"
@@ -15,10 +16,9 @@ namespace Zyr {
 
 namespace {
 
-constexpr std::chrono::seconds maxSync(10);
 constexpr int always = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY;
 
-/// Whether the file system lacks the way of renaming that was asked for.
+/// Whether the file system or the kernel does not know the flags of a renameat2().
 bool isUnknownRename() noexcept
 {
     return errno == EINVAL || errno == ENOSYS;
@@ -28,7 +28,7 @@ bool isUnknownRename() noexcept
 
 bool Directory::hold(const TrustedPath& path, CallWatch& watch)
 {
-    // Opened once more as one that a forked child does not keep.
+    // Opened anew as a ForkClosedFile: a forked child must not keep it.
     return directory.open(path.directory(), ".", O_PATH | O_DIRECTORY, watch) &&
            FileCalls::status(directory.get(), identity, watch);
 }
@@ -58,7 +58,7 @@ bool Directory::status(const std::string& file, struct stat& found, CallWatch& w
     return watch([&] { return ::fstatat(directory.get(), file.c_str(), &found, AT_SYMLINK_NOFOLLOW); }) == 0;
 }
 
-bool Directory::birth(const std::string& file, std::int64_t& seconds, CallWatch& watch) const noexcept
+bool Directory::birthTime(const std::string& file, std::int64_t& seconds, CallWatch& watch) const noexcept
 {
     struct statx found = {};
     constexpr unsigned wanted = STATX_BTIME | STATX_MTIME;
@@ -127,7 +127,8 @@ std::error_code Directory::synchronize(CallWatch& watch) const noexcept
     if (opened < 0)
         return lastError();
     std::error_code error;
-    if (watch([&] { return ::fsync(opened); }, maxSync) != 0 && errno != EINVAL) // which not every file system has
+    // EINVAL: the file system cannot synchronize a directory.
+    if (watch([&] { return ::fsync(opened); }, FileCalls::maxSyncTime) != 0 && errno != EINVAL)
         error = lastError();
     watch([&] { return ::close(opened), 0; });
     return error;

@@ -13,46 +13,46 @@ namespace Zyr {
 
 class TrustedPath;
 
-/// A directory held open, and the system calls on the names in it, under the watch. No name is followed where it is a
-/// link, so nobody leads the caller to files elsewhere by putting a link, or another directory, in the way meanwhile.
+/// A directory held open, and the system calls on the names in it, under the watch. Links are not followed: nobody can
+/// redirect a call to a file elsewhere by replacing a name or a directory on the path meanwhile.
 ///
-/// What returns bool leaves the reason in errno.
+/// Functions that return bool leave the reason of a failure in errno.
 class Directory
 {
 public:
-    /// Whether a file that is there already stops the making of one, or gives way to it.
+    /// What create() does about a file of that name: fail, or remove it.
     enum class Existing { Fail, Remove };
 
-    /// The directory in which the path ends.
+    /// Opens the directory that the path's last name is in.
     bool hold(const TrustedPath& path, CallWatch& watch);
     bool isSame(const Directory& other) const noexcept;
 
-    /// Neither blocks nor makes a terminal this process's own.
+    /// Without blocking, and without making a terminal the controlling one.
     bool open(const std::string& file, int flags, ForkClosedFile& opened, CallWatch& watch) const;
-    /// Makes a file, to be read and appended to, with no other rights than `mode`.
+    /// Creates a file for reading and appending, with the rights of `mode` that the umask leaves.
     bool create(const std::string& file, Existing existing, ForkClosedFile& opened, CallWatch& watch,
                 mode_t mode = S_IRUSR | S_IWUSR) const;
 
     bool status(const std::string& file, struct stat& found, CallWatch& watch) const noexcept;
-    /// When the file was made, in seconds since the epoch, or last written where the file system does not keep that.
-    bool birth(const std::string& file, std::int64_t& seconds, CallWatch& watch) const noexcept;
+    /// Birth time in seconds since the epoch, or the time of the last write where the file system keeps none.
+    bool birthTime(const std::string& file, std::int64_t& seconds, CallWatch& watch) const noexcept;
 
     bool remove(const std::string& file, CallWatch& watch) const noexcept;
-    /// Onto a file of that name, too.
+    /// Replaces a file named `to`.
     bool rename(const std::string& from, const std::string& to, CallWatch& watch) const noexcept;
-    /// Never onto a file that is there: std::errc::file_exists. A file system that cannot tell within the call is asked
+    /// Never replaces a file: std::errc::file_exists. Where the file system cannot check that atomically, it is checked
     /// before.
     std::error_code renameToFree(const std::string& from, const std::string& to, CallWatch& watch) const noexcept;
-    /// Gives `file` the name `kept`, which no file must have, and puts `successor` in its place; or leaves all as it
-    /// was. The two steps: `file` and `successor` change places, then the former gets its new name. Where the file
-    /// system cannot exchange: `file` gets its new name, then `successor` the old one.
+    /// Renames `file` to `kept`, which must not exist, and `successor` to `file`; on failure both are as before. First
+    /// the two are exchanged, then the old one is renamed. Where the file system cannot exchange: `file` is renamed,
+    /// then `successor`.
     std::error_code replace(const std::string& file, const std::string& successor, const std::string& kept,
                             CallWatch& watch) const noexcept;
 
-    /// The names are on the disk afterwards, where the file system can tell that of a directory.
+    /// fsync() of the directory: the names are on the disk afterwards, where the file system supports that.
     std::error_code synchronize(CallWatch& watch) const noexcept;
 
-    /// A descriptor to list the directory with, which the caller closes; -1.
+    /// A descriptor to list the directory with, which the caller closes; -1 on failure.
     int openToList(CallWatch& watch) const noexcept;
 
 private:

@@ -1,4 +1,5 @@
-// One pass over what is in a directory.
+// One pass over a directory's entries, each call of which may hang with the file system.
+
 #include "system/DirectoryEntries.h"
 
 #include "system/Directory.h"

@@ -10,7 +10,7 @@ namespace Zyr {
 
 class Directory;
 
-/// One pass over what is in a directory, under the watch.
+/// One pass over a directory's entries, under the watch.
 class DirectoryEntries
 {
 public:
@@ -19,13 +19,13 @@ public:
     DirectoryEntries(const DirectoryEntries&) = delete;
     DirectoryEntries& operator=(const DirectoryEntries&) = delete;
 
-    /// False at the end, or where the directory cannot be read: error().
+    /// False at the end, and where the directory cannot be read, which error() tells.
     bool next() noexcept;
     std::error_code error() const noexcept { return failure; }
 
-    // Of the entry that next() went to.
+    // Of the current entry:
     const char* name() const noexcept { return entry->d_name; }
-    /// Asks the file system about the file only where it does not tell its kind in the directory.
+    /// Costs a system call only where the directory does not hold the files' types.
     bool isRegular() const noexcept;
 
 private:

@@ -1,16 +1,11 @@
 // The system calls on open files: contents, length, owner and times.
+
 #include "system/FileCalls.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace Zyr::FileCalls {
-
-namespace {
-
-constexpr std::chrono::seconds maxSync(10);
-
-} // namespace
 
 bool status(int file, struct stat& found, CallWatch& watch) noexcept
 {
@@ -57,7 +52,7 @@ bool truncate(int file, off_t size, CallWatch& watch) noexcept
 
 bool synchronize(int file, CallWatch& watch) noexcept
 {
-    return watch([&] { return ::fdatasync(file); }, maxSync) == 0;
+    return watch([&] { return ::fdatasync(file); }, maxSyncTime) == 0;
 }
 
 void copyAccess(const struct stat& from, int to, CallWatch& watch) noexcept

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "system/CallWatch.h"
+#include "system/SameFile.h"
+#include "system/SystemError.h"
 
-#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <span>
-#include <system_error>
 
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -14,21 +14,13 @@
 
 namespace Zyr {
 
-/// The value of errno.
-inline std::error_code lastError() noexcept
-{
-    return {errno, std::system_category()};
-}
-
-inline bool isSameFile(const struct stat& one, const struct stat& other) noexcept
-{
-    return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
-}
-
-/// The system calls on open files, under the watch and again where a signal interrupted them. They return what the
-/// system does, or false for -1, and leave the reason in errno. None of them allocates or throws, so that they can
-/// stand between a write and the count of what it wrote.
+/// The system calls on open files, under the watch and repeated after EINTR. They return what the system call does, or
+/// false for -1, and leave the reason in errno. None of them allocates or throws, so that nothing can come between a
+/// write and the count of what it wrote.
 namespace FileCalls {
+
+/// After which a call that synchronizes counts as hung.
+inline constexpr std::chrono::seconds maxSyncTime(10);
 
 bool status(int file, struct stat& found, CallWatch& watch) noexcept;
 
@@ -36,22 +28,22 @@ ssize_t read(int file, void* buffer, std::size_t size, CallWatch& watch) noexcep
 ssize_t readAt(int file, off_t offset, void* buffer, std::size_t size, CallWatch& watch) noexcept;
 
 ssize_t write(int file, const void* bytes, std::size_t size, CallWatch& watch) noexcept;
-/// The pieces in one call, which counts as hung after `limit`.
+/// All pieces in one call, which counts as hung after `limit`.
 ssize_t write(int file, std::span<const iovec> pieces, std::chrono::seconds limit, CallWatch& watch) noexcept;
-/// The same to a socket. That is the application's too, so the call does not block, rather than the socket.
+/// The same to a socket. The call is non-blocking, not the socket, which the application uses too.
 ssize_t send(int socket, std::span<iovec> pieces, std::chrono::seconds limit, CallWatch& watch) noexcept;
 
-/// Behind what was written last through this descriptor.
+/// The file offset: the end of what was last written through this descriptor.
 off_t position(int file) noexcept;
 bool truncate(int file, off_t size, CallWatch& watch) noexcept;
 
-/// What was written is on the disk afterwards.
+/// fdatasync(): what was written is on the disk afterwards.
 bool synchronize(int file, CallWatch& watch) noexcept;
 
-/// Gives a file the owner, group and mode of another one, as far as that is permitted: who could not read that one must
-/// not be able to read this one, so without its group it gets no rights for a group.
+/// Gives a file the owner, group and mode of another one, as far as permitted. Where the group cannot be set, the file
+/// gets no group rights: it must not become readable for those who could not read the other one.
 void copyAccess(const struct stat& from, int to, CallWatch& watch) noexcept;
-/// When it was read and written last.
+/// Times of the last read and the last write.
 void copyTimes(const struct stat& from, int to, CallWatch& watch) noexcept;
 
 } // namespace FileCalls

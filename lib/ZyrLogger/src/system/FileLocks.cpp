@@ -1,4 +1,5 @@
-// The locks by which the writers of one file keep out of each other's way.
+// The locks by which several writers of one file coordinate.
+
 #include "system/FileLocks.h"
 
 #include <cerrno>

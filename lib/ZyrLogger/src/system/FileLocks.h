@@ -4,15 +4,14 @@
 
 namespace Zyr {
 
-/// The locks of open files, none of which is waited for. A file system that has no such locks counts as one on which
-/// nobody else has any.
+/// The locks of open files; no call waits. On a file system without such locks, nobody else counts as having one.
 namespace FileLocks {
 
-/// flock(): of one owner, until the file is closed. False when somebody else has it.
+/// flock(): exclusive, until the file is closed. False when somebody else has it.
 bool own(int file, CallWatch& watch) noexcept;
 
-/// Locks on the contents, of open files rather than of processes (F_OFD_SETLK): many may share, only one exclude all
-/// others. False when somebody else has one that forbids it.
+/// Locks on the contents, of open files rather than of processes (F_OFD_SETLK): shared or exclusive. False when
+/// somebody else has a conflicting one.
 bool share(int file, CallWatch& watch) noexcept;
 bool exclude(int file, CallWatch& watch) noexcept;
 void release(int file, CallWatch& watch) noexcept;

@@ -10,8 +10,8 @@ namespace Zyr {
 
 class TrustedPath;
 
-/// A file descriptor that is closed in a forked child: a copy there would keep the lock on the file for as long as the
-/// child lives, also after its parent has ended.
+/// A file descriptor that is closed in a forked child: a copy there would keep the lock on the file as long as the
+/// child lives, even after the parent has ended.
 class ForkClosedFile
 {
 public:
@@ -34,7 +34,7 @@ public:
     int get() const noexcept { return fd; }
     explicit operator bool() const noexcept { return fd >= 0; }
 
-    /// To be called around fork(). Their lock is never held across a system call of the store.
+    /// To be called around fork(). Their lock is never held during a system call of the store.
     static void beforeFork() noexcept;
     static void afterFork() noexcept;
     static void afterForkInChild() noexcept;

@@ -1,4 +1,6 @@
-// Who keeps a log file locked, for whoever wonders why it does not rotate: anybody who can read it could.
+// Names the process that holds a log file's lock, so that an operator learns why it does not rotate: any process that
+// can read the file may lock it.
+
 #include "system/LockHolder.h"
 
 #include <cerrno>
@@ -21,8 +23,8 @@ struct LockLine
     std::string number, kind, strictness, access, process, device;
 };
 
-/// Whether the lock is one of the inode, and whether of exactly this file: some file systems show programs another
-/// device than the kernel goes by.
+/// Whether the lock has the inode's number, and whether the device's too: on some file systems, stat() gives another
+/// device than /proc/locks.
 enum class Match { No, Inode, File };
 
 Match compare(const std::string& device, const struct stat& file)
@@ -51,13 +53,13 @@ std::string lockHolder(const struct stat& file)
         LockLine line;
         std::istringstream words(text);
         words >> line.number >> line.kind >> line.strictness >> line.access >> line.process >> line.device;
-        const Match match = line.kind == "FLOCK" ? compare(line.device, file) : Match::No; // "->" waits for one
+        const Match match = line.kind == "FLOCK" ? compare(line.device, file) : Match::No; // "->": a waiting process
         if (match == Match::File || (match == Match::Inode && process.empty()))
             process = line.process;
         if (match == Match::File)
             break;
     }
-    if (process.empty() || process == "0" || process == "-1") // of another namespace
+    if (process.empty() || process == "0" || process == "-1") // in another PID namespace
         return {};
     std::string name;
     std::getline(std::ifstream("/proc/" + process + "/comm"), name);

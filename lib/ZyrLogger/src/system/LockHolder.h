@@ -6,8 +6,8 @@
 
 namespace Zyr {
 
-/// Who holds the flock() lock of that file, as "process 4711 (pump)"; empty where the system does not tell. The lock
-/// may by now be another process's, to which that one passed its descriptor on.
+/// The holder of that file's flock() lock, as "process 4711 (pump)"; empty where the system does not tell. It is the
+/// process that took the lock; another one may have inherited the descriptor.
 std::string lockHolder(const struct stat& file);
 
 } // namespace Zyr

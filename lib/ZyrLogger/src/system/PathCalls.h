@@ -11,16 +11,16 @@ namespace Zyr {
 
 class TrustedPath;
 
-/// Following a path to where it leads, under the watch.
+/// Resolving paths under the watch.
 namespace PathCalls {
 
-std::error_code find(TrustedPath& where, const std::string& path, CallWatch& watch) noexcept;
+std::error_code find(TrustedPath& realPath, const std::string& path, CallWatch& watch) noexcept;
 
-/// Of what find() found. False and errno.
-bool status(const TrustedPath& where, struct stat& found, CallWatch& watch) noexcept;
+/// Of the file that find() found. False with errno.
+bool status(const TrustedPath& realPath, struct stat& found, CallWatch& watch) noexcept;
 
-/// Of what the path leads to, for comparison only: it is told also while the descriptors or the memory are lacking that
-/// following it with care takes.
+/// Of the file that the path leads to, for comparison only. Works also while descriptors or memory for TrustedPath are
+/// lacking.
 std::error_code status(const std::string& path, struct stat& found, CallWatch& watch) noexcept;
 
 } // namespace PathCalls

@@ -40,8 +40,8 @@ namespace Zyr {
 ///
 /// A change is a change of the file's bytes: a file rewritten in place, replaced by rename, deleted and created again,
 /// or reached through a symbolic link whose target is swapped is noticed, and the same bytes written again are no
-/// change. The thread waits until a burst of writes has settled, so that one change gives one load. A file that is
-/// missing or cannot be read causes no load until it is there again.
+/// change. The thread waits until a burst of writes has settled, so that one change causes one load. A file that is
+/// missing or unreadable causes no load until it can be read again.
 class ZYRTOOLS_EXPORT ConfigFileListener
 {
 public:
@@ -55,8 +55,8 @@ public:
     ConfigFileListener(const ConfigFileListener&) = delete;
     ConfigFileListener& operator=(const ConfigFileListener&) = delete;
 
-    /// Stops watching. A derived class whose onConfigFileChanged() uses members of its own calls
-    /// stopConfigFileWatcher() first thing in its own destructor.
+    /// Stops watching. A derived class whose onConfigFileChanged() uses its own members must call
+    /// stopConfigFileWatcher() at the beginning of its own destructor.
     virtual ~ConfigFileListener();
 
     /// Called with the loaded settings: with `firstLoad` true on the thread that starts the watcher, with false on the
@@ -92,12 +92,12 @@ public:
     const QString& configFilePath() const noexcept;
 
 protected:
-    /// Says that what was loaded has not taken effect, so that the next touch of the file loads it again even when its
-    /// bytes are the same. Only from onConfigFileChanged(); elsewhere it does nothing. An exception that leaves
-    /// onConfigFileChanged() says the same.
+    /// Marks the current load as not applied, so that the next touch of the file loads it again even when its bytes are
+    /// the same. Only from onConfigFileChanged(); elsewhere it does nothing. An exception that leaves
+    /// onConfigFileChanged() has the same effect.
     ///
-    /// With `mended`, the watcher's thread asks it after one second, then less often up to every 30 seconds, until the
-    /// next load, and loads again as soon as it returns true. An exception counts as false.
+    /// The watcher's thread calls `mended`, if given, after one second and then less often, up to every 30 seconds,
+    /// until the next load, and loads again as soon as it returns true. An exception counts as false.
     void configFileLoadFailed(std::function<bool()> mended = {});
 
 private:

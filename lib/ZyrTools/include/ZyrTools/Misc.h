@@ -10,7 +10,7 @@ QT_BEGIN_NAMESPACE
 class QSettings;
 QT_END_NAMESPACE
 
-/// Small helpers that the family's libraries share, for those who write listeners of their own. All of them may be
+/// Small helpers that the family's libraries share, and that applications may use in listeners of their own. All may be
 /// called from any thread.
 namespace Zyr::Misc {
 
@@ -44,7 +44,7 @@ ZYRTOOLS_EXPORT QString standardDirectory(const char* variable, QStandardPaths::
 ZYRTOOLS_EXPORT QString currentExceptionText();
 
 /// Writes `subject`, a colon, a blank and `problem` as one line to standard error. Line breaks and tabs become blanks,
-/// what else is not printable becomes its number, such as \\x1b or \\u202e, and a line of more than 4 KB is cut.
+/// other unprintable characters become escapes such as \\x1b or \\u202e, and a line of more than 4 KB is cut.
 ///
 /// Never blocks and raises no signal: a report that cannot be written at once is dropped, and a line before the next
 /// one that can be written says how many were.

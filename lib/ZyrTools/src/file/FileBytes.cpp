@@ -4,7 +4,7 @@
 
 #include "system/Descriptor.h"
 #include "system/Retry.h"
-#include "system/Shortage.h"
+#include "system/SystemError.h"
 #include "system/TrustedPath.h"
 
 #include <cerrno>
@@ -63,14 +63,14 @@ bool writeAll(int file, const QByteArray& bytes)
 
 FileBytes readFile(const QByteArray& path)
 {
-    TrustedPath place;
-    if (const std::error_code error = place.find(path.constData())) {
+    TrustedPath realPath;
+    if (const std::error_code error = realPath.find(path.constData())) {
         if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
             return {};
         return unreadable(QString::fromStdString(error.message()), isShortage(error));
     }
     // O_NONBLOCK: opening a FIFO must not wait for its writer.
-    return readFile(Descriptor(place.open(O_RDONLY | O_NONBLOCK | O_NOCTTY)));
+    return readFile(Descriptor(realPath.open(O_RDONLY | O_NONBLOCK | O_NOCTTY)));
 }
 
 FileBytes readFile(const Descriptor& file)

@@ -37,7 +37,7 @@ struct FileBytes
 /// are unreadable.
 FileBytes readFile(const QByteArray& path);
 
-/// The same for a file that the caller has opened; where that failed, errno must still say why.
+/// The same for a file that the caller has opened; if that failed, errno must still hold the reason.
 FileBytes readFile(const Descriptor& file);
 
 /// Writes all of `bytes`, or returns false with errno.

@@ -4,6 +4,7 @@
 
 #include "system/Descriptor.h"
 #include "system/Retry.h"
+#include "system/SameFile.h"
 #include "system/TrustedPath.h"
 
 #include <atomic>
@@ -25,18 +26,18 @@ namespace {
 
 constexpr mode_t writeBits = S_IWUSR | S_IWGRP | S_IWOTH;
 
-/// A file found under a name. `bytes` is empty if it could not be read or is open for writing elsewhere.
+/// A file found under a name. No `bytes` if it could not be read or is open for writing elsewhere.
 struct FoundFile
 {
     struct stat status = {};
     std::optional<QByteArray> bytes;
 
-    /// Not replaced since `earlier`, nor written, if that one's content is known.
+    /// Not replaced since `earlier`, nor written if the earlier content is known.
     bool isStill(const FoundFile& earlier) const
     {
-        return status.st_dev == earlier.status.st_dev && status.st_ino == earlier.status.st_ino &&
-               status.st_mode == earlier.status.st_mode && status.st_uid == earlier.status.st_uid &&
-               status.st_gid == earlier.status.st_gid && (!earlier.bytes || bytes == earlier.bytes);
+        return isSameFile(status, earlier.status) && status.st_mode == earlier.status.st_mode &&
+               status.st_uid == earlier.status.st_uid && status.st_gid == earlier.status.st_gid &&
+               (!earlier.bytes || bytes == earlier.bytes);
     }
 };
 
@@ -56,8 +57,8 @@ bool isOpenForWriting(const Descriptor& file)
 class Directory
 {
 public:
-    explicit Directory(const TrustedPath& place)
-        : fd(place.directory())
+    explicit Directory(const TrustedPath& path)
+        : fd(path.directory())
     {
     }
 
@@ -106,7 +107,7 @@ private:
     const int fd;
 };
 
-/// A new file does not have the access control list of the one that it replaces.
+/// Without this, the new file would not have the access control list of the one that it replaces.
 bool copyAccessList(const Descriptor& from, int to)
 {
     constexpr auto name = "system.posix_acl_access";
@@ -150,10 +151,10 @@ bool isUnsupported(int error)
     return error == EINVAL || error == ENOSYS;
 }
 
-/// Exchanges `mine` with `name`, which should still be `known`. After the exchange `mine` is the name of what was
-/// there. If that is not `known`, another process has saved it since: it is exchanged back, and what comes out this
-/// time is checked against what was put in before, and so on. Returns whether `name` is ours in the end; what is left
-/// under `mine` is out of date and may be removed.
+/// Exchanges `mine` with `name`, which should still be `known`. After the exchange, `mine` is the former file. If that
+/// is not `known`, another process has saved it since: the two are exchanged back, and the file that comes out is
+/// checked against the one put in before, and so on. Returns whether `name` is ours in the end; the file left under
+/// `mine` is out of date and may be removed.
 bool replace(const Directory& directory, const QByteArray& name, FoundFile known, const QByteArray& mine)
 {
     FoundFile inserted = directory.find(mine);
@@ -201,25 +202,25 @@ bool saveMissing(const Directory& directory, const QByteArray& name, const Tempo
 
 } // namespace
 
-bool maySave(const TrustedPath& place)
+bool maySave(const TrustedPath& path)
 {
-    const Directory directory(place);
+    const Directory directory(path);
     if (!directory.mayAccess(".", W_OK | X_OK))
         return false;
     struct stat status = {};
-    if (directory.status(place.name(), status) != 0)
+    if (directory.status(path.name(), status) != 0)
         return errno == ENOENT;
     const bool ownerCanBeKept = status.st_uid == ::geteuid() || ::geteuid() == 0;
     return S_ISREG(status.st_mode) && status.st_nlink == 1 && ownerCanBeKept && (status.st_mode & writeBits) != 0 &&
-           directory.mayAccess(place.name(), W_OK);
+           directory.mayAccess(path.name(), W_OK);
 }
 
-std::optional<FileBytes> saveFile(const TrustedPath& place, const FileBytes& loaded, const QByteArray& bytes,
+std::optional<FileBytes> saveFile(const TrustedPath& path, const FileBytes& loaded, const QByteArray& bytes,
                                   QString& problem)
 {
     const bool exists = loaded.state == FileBytes::State::Read;
-    const Directory directory(place);
-    const QByteArray name = place.name();
+    const Directory directory(path);
+    const QByteArray name = path.name();
     TemporaryFile temporary(directory, exists ? 0600 : 0666);
     const int file = temporary.file.get();
     if (!temporary.file || !writeAll(file, bytes) || retried([&] { return ::fdatasync(file); }) != 0) {
@@ -234,7 +235,7 @@ std::optional<FileBytes> saveFile(const TrustedPath& place, const FileBytes& loa
     // Renaming changes ctime, so the stamp is taken now; none if another process has replaced the file already.
     FileBytes written{FileBytes::State::Read, bytes, {}, {}};
     struct stat now = {};
-    if (known && directory.status(name, now) == 0 && now.st_dev == mine.st_dev && now.st_ino == mine.st_ino)
+    if (known && directory.status(name, now) == 0 && isSameFile(now, mine))
         written.stamp = FileStamp::of(now);
     return written;
 }

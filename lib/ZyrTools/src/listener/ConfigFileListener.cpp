@@ -1,4 +1,4 @@
-// Where the settings file lies, and the public side of the listener.
+// The path of the settings file, and the public functions of the listener.
 
 #include "listener/ConfigFileListener_p.h"
 

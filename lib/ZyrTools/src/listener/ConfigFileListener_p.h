@@ -10,7 +10,7 @@
 
 namespace Zyr {
 
-/// Loads the settings. Only between the watcher's begin() and end(), or in look(), so never twice at a time.
+/// Loads the settings, only between the watcher's begin() and end() or in look(), so never twice at a time.
 class Q_DECL_HIDDEN ConfigFileListener::Private final : public WatchClient
 {
 public:
@@ -22,7 +22,7 @@ public:
 
     std::optional<Time> look(bool touched) override;
 
-    const QString name; ///< the path as a text
+    const QString name; ///< the path, for reports
 
 private:
     struct Outcome
@@ -44,14 +44,14 @@ private:
     /// May dangle after a callback, which may delete the listener.
     ConfigFileListener* const q;
 
-    // Changed only under the watcher's mutex, which fork() takes, so that a child never finds them half changed.
+    // Changed only under the watcher's mutex, which fork() takes: a child never finds them half changed.
     FileBytes seen;          ///< the content of the last load, or what it wrote back
-    bool tookEffect = false; ///< the last load did
+    bool tookEffect = false; ///< the last load was applied
     bool refused = false;    ///< loadFailed() was called during the current load
     std::function<bool()> mended;
 
     bool unreadableReported = false;
-    bool postponed = false; ///< the load waits until the system has descriptors and memory again
+    bool postponed = false; ///< the load waits until the system has descriptors and memory
     Backoff lookAgain;      ///< when to retry that, and to call `mended`
     std::optional<Time> nextLook;
 };

@@ -1,4 +1,4 @@
-// How a listener's settings are loaded and what counts as a change.
+// Loads a listener's settings, and decides what counts as a change.
 
 #include "listener/ConfigFileListener_p.h"
 
@@ -47,7 +47,7 @@ bool ConfigFileListener::Private::start()
         return true;
     case Watcher::Begin::Resumed:
         if (watcher.watch(self, problem)) {
-            watcher.touch(self); // changes while it was not watched gave no event
+            watcher.touch(self); // changes while it was not watched caused no event
             return true;
         }
         if (!problem.isEmpty())
@@ -70,7 +70,7 @@ bool ConfigFileListener::Private::start()
         watched = watcher.watch(self, problem);
     else if (begun == Watcher::Begin::First)
         problem = u"cannot be watched: its directory cannot be created"_s;
-    // A change between the load and the watch gave no event.
+    // A change between the load and the watch caused no event.
     if (watched && needsLoad(readFile(path)))
         watcher.touch(self);
     if (!problem.isEmpty())
@@ -124,14 +124,14 @@ std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::lo
         lookAgain.reset();
     } else if (file.state != FileBytes::State::Read) {
         if (std::exchange(postponed, false))
-            return nextLook = std::nullopt; // the next change gives an event
-        file = seen;                        // load again what was refused, although the file is gone
+            return nextLook = std::nullopt; // the next change causes an event
+        file = seen;                        // although the file is gone, load what was refused again
     }
     load(std::move(file), false);
     return nextLook;
 }
 
-/// Reports only once until the file can be read again.
+/// Reports once, until the file has been readable again.
 void ConfigFileListener::Private::reportUnreadable(const FileBytes& file, const QString& problem)
 {
     if (file.state == FileBytes::State::Read)
@@ -146,8 +146,8 @@ std::optional<ConfigFileListener::Private::Time> ConfigFileListener::Private::lo
     return nextLook;
 }
 
-/// Not if the file is missing or unreadable. A load that took no effect is repeated when the file has been touched,
-/// even with the same bytes.
+/// False if the file is missing or unreadable. A load that was not applied is repeated when the file has been touched,
+/// even if its bytes are the same.
 bool ConfigFileListener::Private::needsLoad(const FileBytes& file) const
 {
     if (file.state != FileBytes::State::Read)
@@ -161,7 +161,7 @@ bool ConfigFileListener::Private::isMended() const
     try {
         return mended && mended();
     } catch (...) {
-        return false; // asked again later
+        return false; // called again later
     }
 }
 
@@ -184,7 +184,7 @@ void ConfigFileListener::Private::load(FileBytes file, bool firstLoad)
             lookLater();
             return;
         }
-        file.state = FileBytes::State::Unreadable; // not to be written to
+        file.state = FileBytes::State::Unreadable; // so that it is not written back
     }
 
     Watcher& watcher = Watcher::instance();
@@ -209,7 +209,7 @@ void ConfigFileListener::Private::load(FileBytes file, bool firstLoad)
         lookLater();
 }
 
-/// Calls the listener, and takes its values before and after that.
+/// Calls the listener; returns the values before and after that.
 ConfigFileListener::Private::Outcome ConfigFileListener::Private::callListener(const SettingsMap& values,
                                                                                bool firstLoad)
 {

@@ -1,4 +1,4 @@
-// Where the family's programs keep their files.
+// The directories and names of the files of the family's programs.
 
 #include <ZyrTools/Misc.h>
 

@@ -40,9 +40,9 @@ QVariant checkSettingsValue(QSettings& settings, const QString& key, bool& chang
 bool checkDirectory(const QString& dir)
 {
     const QByteArray path = QFile::encodeName(dir.isEmpty() ? u"."_s : dir) + "/.";
-    TrustedPath place;
-    return !place.find(path.constData(), TrustedPath::Missing::CreateDirectories) &&
-           ::faccessat(place.directory(), place.name(), W_OK | X_OK, AT_EACCESS) == 0;
+    TrustedPath realPath;
+    return !realPath.find(path.constData(), TrustedPath::Missing::CreateDirectories) &&
+           ::faccessat(realPath.directory(), realPath.name(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
 } // namespace Zyr::Misc

@@ -1,4 +1,4 @@
-// Reports the library's own problems on standard error.
+// Reports the library's own problems on standard error, without blocking and without control characters.
 
 #include <ZyrTools/Misc.h>
 
@@ -38,7 +38,7 @@ QString currentExceptionText()
 
 namespace {
 
-/// One report, no longer than PIPE_BUF, so that a pipe takes it atomically.
+/// One report of up to PIPE_BUF bytes, which a pipe takes atomically.
 class ReportLine
 {
 public:
@@ -94,7 +94,7 @@ private:
 constinit std::atomic<unsigned> dropped = 0;   ///< reports since the last one that was written
 constinit std::atomic<bool> isMidLine = false; ///< the last report was written only in part
 
-/// The parent reports its own dropped ones; the child starts anew.
+/// The parent reports how many it dropped; the child counts from 0.
 [[maybe_unused]] const int forkHandler = ::pthread_atfork(nullptr, nullptr, [] {
     dropped = 0;
     resetStandardErrorInChild();

@@ -3,6 +3,7 @@
 #include "system/TrustedPath.h"
 
 #include "system/Retry.h"
+#include "system/SystemError.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -31,11 +32,6 @@ public:
                                                     : "its name leads to another file";
     }
 };
-
-std::error_code lastError() noexcept
-{
-    return {errno, std::system_category()};
-}
 
 bool isInProc(const Descriptor& directory) noexcept
 {

@@ -5,7 +5,7 @@
 
 namespace Zyr {
 
-/// When to retry: after one second, then after twice the time each, up to 30 seconds.
+/// When to retry: after one second, then after twice as long each time, up to 30 seconds.
 class Backoff
 {
 public:

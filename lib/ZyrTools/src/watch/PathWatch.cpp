@@ -1,8 +1,9 @@
-// Walks a path with inotify: every directory and link on the way is watched, and the file at its end.
+// Watches a path with inotify: each of its directories and links, and the file at its end.
 
 #include "watch/PathWatch.h"
 
-#include "system/Shortage.h"
+#include "system/SameFile.h"
+#include "system/SystemError.h"
 #include "system/TrustedPath.h"
 
 #include <QtCore/QByteArrayList>
@@ -24,12 +25,12 @@ constexpr quint32 selfMask = IN_MOVE_SELF | IN_DELETE_SELF;
 constexpr quint32 contentMask = IN_MODIFY | IN_CLOSE_WRITE;
 constexpr quint32 fileMask = selfMask | contentMask | IN_ATTRIB;
 constexpr quint32 linkMask = selfMask | IN_ATTRIB;
-/// For a directory whose entry is missing or cannot be watched itself.
+/// For a directory with an entry that is missing or cannot be watched itself.
 constexpr quint32 entryMask = selfMask | IN_CREATE | IN_MOVED_TO | IN_ATTRIB;
-/// For the directory above that one: a removed directory itself gives no event while a process works in it.
+/// For its parent: a removed directory gives no event itself while it is some process's working directory.
 constexpr quint32 removalMask = selfMask | IN_DELETE;
 
-constexpr int maxWalks = 100; ///< of a path that changes meanwhile; a burst of saves ends sooner
+constexpr int maxWalks = 100; ///< while the path changes during each walk; a burst of saves ends sooner
 
 /// A path to exactly the open inode, even where that is a symbolic link.
 QByteArray pathOf(const Descriptor& node)
@@ -41,14 +42,13 @@ QByteArray pathOf(const Descriptor& node)
 bool leadsTo(const Descriptor& directory, const QByteArray& name, const struct stat& status)
 {
     struct stat now = {};
-    return ::fstatat(directory.get(), name.constData(), &now, AT_SYMLINK_NOFOLLOW) == 0 &&
-           now.st_dev == status.st_dev && now.st_ino == status.st_ino;
+    return ::fstatat(directory.get(), name.constData(), &now, AT_SYMLINK_NOFOLLOW) == 0 && isSameFile(now, status);
 }
 
 } // namespace
 
 /// One walk along a path. Each node is opened with O_PATH and watched through its descriptor, so that the watch is on
-/// exactly that inode, and its name is looked up again afterwards: a move before the watch has given no event.
+/// exactly that inode. Its name is looked up again afterwards: a move before the watch caused no event.
 class PathWatch::PathWalker
 {
 public:
@@ -104,7 +104,7 @@ int PathWatch::PathWalker::watchInode(const QByteArray& nodePath, quint32 mask, 
     interest.mask |= mask;
     if (!entry.isEmpty())
         interest.names.push_back(entry);
-    // IN_MASK_ADD keeps bits of earlier walks: without those, only what somebody wants wakes the thread.
+    // IN_MASK_ADD kept bits of earlier walks, which would wake the thread for nothing: set exactly what is wanted.
     const auto other = others.find(wd);
     ::inotify_add_watch(inotify, nodePath.constData(), interest.mask | (other == others.end() ? 0 : other->second));
     return 0;
@@ -125,8 +125,8 @@ int PathWatch::PathWalker::watchEntry(const QByteArray& name)
     return error != 0 || leadsTo(here, "../" + trail.back(), own) ? error : EAGAIN;
 }
 
-/// Goes on at the link's target. Ends the walk if the link is not to be followed: then only a change of one of the
-/// links watched so far can help.
+/// Continues at the link's target. Ends the walk if the link must not be followed: then only a change of a link that is
+/// already watched can matter.
 int PathWatch::PathWalker::followLink(Descriptor link)
 {
     struct stat own = {};
@@ -152,13 +152,13 @@ int PathWatch::PathWalker::walk(const QByteArray& path)
         Descriptor node(::openat(here.get(), name.constData(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
         struct stat status = {};
         if (!node || ::fstat(node.get(), &status) != 0) {
-            if (isShortage({errno, std::system_category()}))
+            if (isShortage(lastError()))
                 return errno;
             if (const int error = watchEntry(name))
                 return error;
             struct stat appeared = {};
             const int found = ::fstatat(here.get(), name.constData(), &appeared, AT_SYMLINK_NOFOLLOW);
-            return found == 0 ? EAGAIN : isShortage({errno, std::system_category()}) ? errno : 0;
+            return found == 0 ? EAGAIN : isShortage(lastError()) ? errno : 0;
         }
 
         const bool isDirectory = S_ISDIR(status.st_mode);
@@ -267,7 +267,7 @@ void PathWatch::handleEvent(int wd, quint32 mask, const char* name, const std::f
     quint32 wanted = always;
     for (const auto& [owner, interest] : found->second)
         wanted |= interest.mask;
-    // The mask is out of date if nobody wants this event. All are told that the path changed: walking it corrects that.
+    // If nobody wants this event, the kernel's mask is out of date: a new walk by each owner corrects it.
     const bool unwanted = (mask & wanted) == 0;
     for (const auto& [owner, interest] : found->second) {
         const auto& names = interest.names;

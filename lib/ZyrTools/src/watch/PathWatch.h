@@ -12,9 +12,9 @@ namespace Zyr {
 
 /// Watches files by their paths through one inotify instance, for any number of owners.
 ///
-/// Watched are the file itself and, only for their being moved or removed, the directories and symbolic links on its
-/// path, so that other files in those directories wake nobody. Where a part of the path is missing, its parent
-/// directory is watched for it. Not thread-safe, except for follow().
+/// Watches the file itself, and the directories and symbolic links on its path only for being moved or removed, so that
+/// other files in those directories wake nobody. Where a part of the path is missing, its parent directory is watched
+/// for its creation. Not thread-safe, except for follow().
 class PathWatch
 {
 public:
@@ -23,10 +23,10 @@ public:
     struct Event
     {
         Owner owner;
-        bool pathChanged; ///< the path may lead somewhere else now: walk it again
-        bool moved;       ///< not only its attributes have changed
-        bool written;     ///< somebody writes to the file
-        bool closed;      ///< somebody who could write to the file has closed it
+        bool pathChanged; ///< the path may lead elsewhere now: walk it again
+        bool moved;       ///< more than attributes has changed
+        bool written;     ///< the file was written to
+        bool closed;      ///< a writer has closed the file
     };
 
     /// Opens the inotify instance; fd() tells whether that succeeded.
@@ -43,17 +43,16 @@ public:
     using WatchSet = std::map<int, Interest>;
     using Masks = std::map<int, quint32>;
 
-    /// A path is watched in three steps, as the middle one may block in the file system: beginWalk(), follow() and
-    /// endWalk(). One walk at a time; during one no other thread reads events, which may belong to watches that the
-    /// walk has just added.
-    /// @return the masks that others than `owner` want, for follow()
+    /// Watching a path takes three steps, as the second may block in the file system: beginWalk(), follow(), endWalk().
+    /// One walk at a time; no other thread may read events meanwhile, which may belong to watches just added.
+    /// @return the masks that other owners want, for follow()
     Masks beginWalk(Owner owner);
 
     /// Adds watches along `path` as it leads now, with two descriptors open at a time. Others may forget() meanwhile.
     /// @return 0, or the errno value of what cannot be watched: EAGAIN if the path kept changing
     int follow(const QByteArray& path, const Masks& others, WatchSet& watches) const;
 
-    /// Hands events on `watches` to `owner` from now on, in place of those on its former ones.
+    /// From now on `owner` gets the events of `watches`, and no longer those of its former ones.
     void endWalk(Owner owner, const WatchSet& watches);
 
     void forget(Owner owner);
@@ -70,7 +69,7 @@ private:
 
     Descriptor inotify;
     std::map<int, Interests> inodes; ///< by watch descriptor
-    bool walking = false;            ///< no watch may be removed: the walk may have got its descriptor
+    bool walking = false;            ///< no watch may be removed: the walk may have got the same watch descriptor
 };
 
 } // namespace Zyr

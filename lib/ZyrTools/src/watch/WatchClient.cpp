@@ -1,4 +1,4 @@
-// When a watched file has settled, and when its client is to look or its path to be watched again.
+// Debouncing: when a burst of changes counts as over, so that the client looks at its file, and when to retry.
 
 #include "watch/WatchClient.h"
 
@@ -10,7 +10,7 @@ namespace Zyr {
 
 namespace {
 
-/// A file has settled when nothing has happened to it for a while and nobody is known to be writing it.
+/// A file has settled when it has not changed for a while and nobody is known to be writing it.
 constexpr auto settleTime = 100ms;
 constexpr auto maxSettlingTime = 2s;
 
@@ -44,16 +44,16 @@ void WatchClient::touch()
 
 bool WatchClient::watchFailed()
 {
-    const bool isNews = watchAgain.isFirst();
+    const bool isFirstFailure = watchAgain.isFirst();
     nextWatch = watchAgain.next();
-    return isNews;
+    return isFirstFailure;
 }
 
 void WatchClient::watchSucceeded()
 {
     nextWatch.reset();
     if (!watchAgain.isFirst())
-        touch(); // changes while nothing was watched gave no event
+        touch(); // changes while nothing was watched caused no event
     watchAgain.reset();
 }
 

@@ -11,7 +11,7 @@
 
 namespace Zyr {
 
-/// Is called when a file changes.
+/// Owns a watched path, and is called when its file has changed.
 class WatchClient : public std::enable_shared_from_this<WatchClient>
 {
 public:
@@ -25,9 +25,9 @@ public:
     WatchClient(const WatchClient&) = delete;
     WatchClient& operator=(const WatchClient&) = delete;
 
-    /// Called on the watcher's thread, never while another thread is between Watcher::begin() and end(): the file has
-    /// changed and settled (`touched`), or the time has come that the last call returned. Returns when to call again
-    /// even without a change.
+    /// Called on the watcher's thread, never while another thread is between Watcher::begin() and end(): when the file
+    /// has changed and settled (`touched`), or at the time that the last call returned. Returns when to call again even
+    /// without a change.
     virtual std::optional<Time> look(bool touched) = 0;
 
     const QByteArray path;
@@ -36,7 +36,7 @@ private:
     friend class Watcher;
 
     void touch();
-    bool watchFailed(); ///< true on the first failure in a row, which is to be reported
+    bool watchFailed(); ///< true for the first failure in a row, which should be reported
     void watchSucceeded();
     std::optional<Time> settledAt() const; ///< when to look at a dirty file
     std::optional<Time> dueAt() const;
@@ -50,8 +50,8 @@ private:
     Time firstTouch;
     Time lastTouch;
     std::optional<Time> nextLook;
-    std::optional<Time> nextWatch; ///< when to walk the path anew: it leads elsewhere, or could not be watched
-    Backoff watchAgain;            ///< after failures to do so
+    std::optional<Time> nextWatch; ///< when to walk the path again: it leads elsewhere, or could not be watched
+    Backoff watchAgain;            ///< after failed walks
 };
 
 } // namespace Zyr

@@ -1,4 +1,4 @@
-// Starting and stopping clients and the thread, and who waits for whom.
+// Starts and stops clients and the watcher's thread, without deadlock when callbacks do so.
 
 #include "watch/Watcher.h"
 
@@ -81,7 +81,7 @@ bool Watcher::watch(const Client& client, QString& problem)
     ++startingWalks;
     const int error = walk(client);
     --startingWalks;
-    wake(); // it left the events alone during the walk
+    wake(); // the thread read no events during the walk
     if (!client->started)
         return false;
     if (error != 0 && error != EAGAIN) {
@@ -147,8 +147,8 @@ bool Watcher::isBusyHere(const Client& client)
     return client->busy && client->busyThread == std::this_thread::get_id();
 }
 
-/// Whether waiting for the client would deadlock: this thread keeps it busy, or the thread that does waits for a client
-/// that another one keeps busy, and so on back to this thread.
+/// Whether waiting for the client would deadlock: this thread keeps it busy, or the thread that does is itself waiting
+/// for a client, and so on back to this thread.
 bool Watcher::waitsForThisThread(const WatchClient* client) const
 {
     for (std::size_t threads = 0; threads <= waiting.size(); ++threads) {
@@ -178,7 +178,7 @@ QString Watcher::ensureRunning()
 {
     if (thread.joinable() && !ended) {
         quit = false;
-        changed.notifyAll(); // ends endThread()'s wait: the thread goes on
+        changed.notifyAll(); // ends the wait in endThread(): the thread is needed again
         return {};
     }
     if (thread.joinable())
@@ -193,7 +193,7 @@ QString Watcher::ensureRunning()
         return u"no eventfd: "_s + errorText(errno);
     try {
         const BlockedSignals blocked;
-        thread = std::thread(&Watcher::run, this); // which waits for the mutex
+        thread = std::thread(&Watcher::run, this); // waits for the mutex first
     } catch (const std::system_error& error) {
         return u"no thread: "_s + errorText(error.code().value());
     }
@@ -213,10 +213,10 @@ void Watcher::endThread()
 {
     quit = true;
     wake();
-    // The thread cannot join itself, and a callback may take long: ensureRunning() or the next endThread() joins it.
+    // A thread cannot join itself, and a callback may take long: ensureRunning() or the next endThread() joins then.
     if (thread.get_id() == std::this_thread::get_id() || serving)
         return;
-    // Limited, as a walk may hang in a file system that does not answer.
+    // With a limit, as a walk may hang in a file system that does not answer.
     const auto latest = std::chrono::steady_clock::now() + maxWait;
     while (!ended && quit && std::chrono::steady_clock::now() < latest)
         changed.waitUntil(mutex, latest);

@@ -16,9 +16,9 @@
 
 namespace Zyr {
 
-/// The process's one thread that watches files, and its synchronisation with the threads that start and stop watching.
+/// The process's one thread that watches files, synchronized with the threads that start and stop watching.
 ///
-/// The thread runs while there is something to watch. A child made by fork() has no such thread and watches nothing.
+/// The thread runs while there is something to watch. A forked child has no such thread and watches nothing.
 class Watcher
 {
 public:
@@ -27,32 +27,35 @@ public:
 
     static Watcher& instance();
 
-    /// True in a forked child. It has no such thread, so what belongs to that is left alone.
+    /// True in a forked child, where the thread's data must not be touched.
     bool isForked() const noexcept { return ::getpid() != owner; }
 
-    enum class Begin { First, Again, Started, Resumed };
-    /// Starts a client. First: the caller has it to itself until end(). Again: the same, but it was started before and
-    /// could not be watched. Started: it was started before. Resumed: it was stopped during a callback that
-    /// is still running and cannot be waited for, mostly since the caller is that callback.
+    enum class Begin {
+        First,   ///< the caller has exclusive use of the client until end()
+        Again,   ///< the same; the client was started before, but could not be watched
+        Started, ///< it was started before
+        Resumed  ///< it was stopped in a callback that is still running and cannot be waited for, mostly the caller
+    };
+    /// Starts a client.
     Begin begin(const Client& client);
 
-    /// Watches the path of a client that has not been stopped since begin(). What cannot be watched is tried again by
-    /// the thread; if that cannot be started, by the next call of watch(). `problem` says why, the first time only.
+    /// Watches the path of a client, unless it has been stopped since begin(). After a failure the thread tries again;
+    /// if there is no thread, the next call of watch() does. `problem` gets the reason of the first failure only.
     bool watch(const Client& client, QString& problem);
 
-    /// Has a watched client look at its file.
+    /// Makes a watched client look at its file.
     void touch(const Client& client);
 
     /// Ends what begin() acquired; with `failed`, the start as well.
     void end(const Client& client, std::optional<Time> nextLook, bool failed);
 
-    /// Stops a client and waits until it is not busy, unless this thread is what keeps it busy.
+    /// Stops a client and waits until it is idle, unless that would deadlock: this thread may be what keeps it busy.
     void stop(const Client& client);
 
-    /// Whether this thread is between the client's begin() and end(), that is in its callback.
+    /// Whether this thread is between the client's begin() and end(), or in its look().
     bool isBusyHere(const Client& client);
 
-    /// Makes a change under the mutex, which fork() takes too: a child never finds it half made.
+    /// Calls `change` under the mutex, which fork() takes too: a child never finds the change half made.
     template <typename Change>
     void publish(Change&& change)
     {
@@ -81,15 +84,15 @@ private:
     void serveDueClients() ZYR_REQUIRES(mutex);
 
     Mutex mutex;
-    Mutex walkMutex;   ///< one walk at a time. Taken before `mutex`: fork() takes that, and a walk may hang
+    Mutex walkMutex;   ///< one walk at a time; locked before `mutex`, which fork() takes, since a walk may hang
     Condition changed; ///< a client is idle, the thread has ended or is to go on
 
-    /// Watched, or to be watched as soon as they can be.
+    /// Watched, or to be watched as soon as possible.
     std::map<const void*, Client> clients ZYR_GUARDED_BY(mutex);
     /// The client that each waiting thread waits for.
     std::map<std::thread::id, const WatchClient*> waiting ZYR_GUARDED_BY(mutex);
     std::shared_ptr<PathWatch> paths ZYR_GUARDED_BY(mutex);
-    /// By other threads than the watcher's, which reads no events meanwhile.
+    /// Walks on other threads than the watcher's, which reads no events meanwhile.
     int startingWalks ZYR_GUARDED_BY(mutex) = 0;
     Descriptor wakeUp ZYR_GUARDED_BY(mutex);
     std::thread thread ZYR_GUARDED_BY(mutex);

@@ -1,4 +1,4 @@
-// The watcher's thread: reads events, walks paths anew, and calls clients whose files have changed.
+// The watcher's thread: reads events, walks paths again, and calls clients whose files have changed.
 
 #include "watch/Watcher.h"
 
@@ -62,7 +62,7 @@ void Watcher::readEvents()
 /// @return 0 or an errno value
 int Watcher::walk(const Client& client)
 {
-    const auto walked = paths; // shared: the thread may end meanwhile, and another begin with its own
+    const auto walked = paths; // shared: the thread may end meanwhile, and a new one begin with its own
     const Unlocked unlocked(mutex);
     const Guard alone(walkMutex);
     return walkUnlocked(client, *walked);
@@ -93,7 +93,7 @@ int Watcher::walkUnlocked(const Client& client, PathWatch& walked)
     return error;
 }
 
-/// Comes before the clients' looks: a change after the walk gives an event, one before it is seen by the look.
+/// Comes before the clients' looks: a change after the walk causes an event, one before it is seen by the look.
 void Watcher::watchDueClients()
 {
     const auto now = std::chrono::steady_clock::now();
@@ -174,7 +174,7 @@ void Watcher::runOnce()
     serveDueClients();
 }
 
-/// Makes every client due for a walk and a look.
+/// Makes a walk and a look due for every client.
 void Watcher::touchAll()
 {
     for (const auto& [address, client] : clients) {
@@ -183,12 +183,12 @@ void Watcher::touchAll()
     }
 }
 
-/// Events may have been lost in an exception, mostly std::bad_alloc, so all clients look again.
+/// Events may have been lost in an exception, usually std::bad_alloc, so all clients look again.
 void Watcher::recover()
 {
     {
         const Unlocked unlocked(mutex);
-        std::this_thread::sleep_for(recoveryTime); // no busy loop while it lasts
+        std::this_thread::sleep_for(recoveryTime); // no busy loop while memory is lacking
     }
     touchAll();
 }
