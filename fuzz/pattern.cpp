@@ -181,9 +181,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    constexpr std::size_t longestPattern = 400;
+    constexpr std::size_t maxPatternSize = 400;
     FuzzedDataProvider input(data, size);
-    const std::string wanted = input.ConsumeRandomLengthString(longestPattern);
+    const std::string wanted = input.ConsumeRandomLengthString(maxPatternSize);
     const std::string times = input.ConsumeBool() ? "local" : "UTC";
     Zyr::LineFormatter ours;
     PatternFormatter stock;
@@ -196,7 +196,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         formatter->setProperty("times", times);
     std::string names;
     if (input.ConsumeBool()) {
-        names = input.ConsumeRandomLengthString(longestPattern);
+        names = input.ConsumeRandomLengthString(maxPatternSize);
         const std::string before = ours.getProperty("priorityNames");
         const bool taken = setProperty(ours, "priorityNames", names);
         check(taken == setProperty(stock, "priorityNames", names), "Names are refused where POCO refuses them",

@@ -167,11 +167,11 @@ void checkOnePass(const Zyr::LogMessage& message, const QByteArray& expected, bo
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    constexpr std::size_t longestText = 2000;
-    constexpr std::size_t longestKey = 20;
+    constexpr std::size_t maxTextSize = 2000;
+    constexpr std::size_t maxKeySize = 20;
     FuzzedDataProvider input(data, size);
     setLocale(input);
-    const QString text = textOf(input.ConsumeRandomLengthString(longestText));
+    const QString text = textOf(input.ConsumeRandomLengthString(maxTextSize));
     Zyr::LogMessage message(0, text);
     QList<QVariant> args;
     for (int count = input.ConsumeIntegralInRange(0, 24); count > 0; --count)
@@ -181,7 +181,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         });
     QMap<QString, QVariant> topics;
     for (int count = input.ConsumeIntegralInRange(0, 6); count > 0; --count) {
-        const QString key = textOf(input.ConsumeRandomLengthString(longestKey));
+        const QString key = textOf(input.ConsumeRandomLengthString(maxKeySize));
         useValue(input, [&](const auto& value) {
             static_cast<void>(message.topic(key, value));
             topics[key] = meant(value);
@@ -192,7 +192,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const QString expected = literalText(text, args, topics);
     if (rendered != expected)
         checkEqual(rendered.toUtf8(), expected.toUtf8(), "The text is what its definition gives");
-    check(rendered.size() <= 2 * mostUnits(text, args, topics) + unfilledMark.size(), "The text has a bound");
+    check(rendered.size() <= 2 * maxUnits(text, args, topics) + unfilledMark.size(), "The text has a bound");
     check(isFitForRecord(rendered), "No line break and no quote that is not escaped", rendered.toUtf8());
     checkOnePass(message, rendered.toUtf8(), needsOnePass(text, args, topics));
     check(message.text == text && message.getStr() == rendered, "Rendering changes nothing", rendered.toUtf8());

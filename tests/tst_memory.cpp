@@ -27,7 +27,7 @@ constexpr long any = std::numeric_limits<long>::max();
 constinit thread_local long allowed = any; ///< so many allocations, and then none
 constinit thread_local long refused = 0;
 constinit thread_local std::ptrdiff_t taken = 0;
-constinit thread_local std::ptrdiff_t mostTaken = 0;
+constinit thread_local std::ptrdiff_t peak = 0;
 
 // Of the thread that writes log files.
 constinit std::atomic<long> workerAllowed = any;
@@ -70,7 +70,7 @@ static bool isAllowed() noexcept
 static void* note(void* memory) noexcept
 {
     taken += static_cast<std::ptrdiff_t>(malloc_usable_size(memory));
-    mostTaken = std::max(mostTaken, taken);
+    peak = std::max(peak, taken);
     return memory;
 }
 
@@ -143,11 +143,11 @@ private Q_SLOTS:
             static_cast<void>(areTopics ? message.topic(QString(QChar(u'a' + char16_t(i))), values[i])
                                         : message.arg(values[i]));
         }
-        const std::ptrdiff_t before = mostTaken = taken;
+        const std::ptrdiff_t before = peak = taken;
         message.endl();
         constexpr qsizetype megabyte = 1 << 20;
-        qInfo("%.1f MB", double(mostTaken - before) / megabyte);
-        QVERIFY(mostTaken - before < 16 * (size + megabyte));
+        qInfo("%.1f MB", double(peak - before) / megabyte);
+        QVERIFY(peak - before < 16 * (size + megabyte));
         const QString mark = u" [placeholders left unfilled: the text would be too long]"_s;
         QTRY_VERIFY(place.lines(u"tst.log"_s).value(0).endsWith(mark));
         const qsizetype length = place.lines(u"tst.log"_s)[0].size();

@@ -27,7 +27,7 @@ using Zyr::Misc::reportProblem;
 namespace {
 
 /// A process that waits longer for something ends.
-constexpr unsigned longestTest = isSanitized ? 100 : 20;
+constexpr unsigned maxTestTime = isSanitized ? 100 : 20;
 
 void limit(__rlimit_resource resource, rlim_t value)
 {
@@ -198,7 +198,7 @@ public Q_SLOTS:
     // A first load that waits for whoever reads standard error.
     void fullAtLoad()
     {
-        alarm(longestTest);
+        alarm(maxTestTime);
         const Unread errors("pipe");
         errors.fill();
         say(u"x"_s);
@@ -210,7 +210,7 @@ public Q_SLOTS:
     // Records that are not written since the thread that writes them waits for that, and so do those who log.
     void fullAtRotation()
     {
-        alarm(longestTest);
+        alarm(maxTestTime);
         say(u"first"_s);
         right &= QTest::qWaitFor([] { return QFileInfo(u"Quadel.log"_s).size() > 0; });
         const Unread errors("pipe");
@@ -227,7 +227,7 @@ public Q_SLOTS:
     // An end that never comes.
     void fullAtEnd()
     {
-        alarm(longestTest);
+        alarm(maxTestTime);
         static const Unread errors("pipe");
         errors.fill();
         say(u"x"_s);
@@ -236,7 +236,7 @@ public Q_SLOTS:
     // A signal left behind, one that is taken although it was there before or came from somebody else, a lost errno.
     void holdsSignals()
     {
-        alarm(longestTest);
+        alarm(maxTestTime);
         closePipe(STDERR_FILENO);
         sigset_t pipe;
         sigemptyset(&pipe);
@@ -329,7 +329,7 @@ private Q_SLOTS:
     void unread()
     {
         QFETCH(const bool, opensAnew);
-        alarm(longestTest);
+        alarm(maxTestTime);
         QByteArray kind = QTest::currentDataTag();
         const Unread errors(opensAnew ? kind : kind.split(' ').first());
         const int flags = fcntl(STDERR_FILENO, F_GETFL);

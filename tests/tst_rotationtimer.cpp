@@ -134,7 +134,7 @@ private Q_SLOTS:
         QVERIFY(file.setFileTime(QDateTime::fromSecsSinceEpoch(1'000'000'000), QFile::FileModificationTime));
         const QFileInfo info(file);
         const QDateTime birth = info.birthTime().isValid() ? info.birthTime() : info.lastModified();
-        QVERIFY(start.birthOf(log) == Time(std::chrono::seconds(birth.toSecsSinceEpoch())));
+        QVERIFY(start.birthTimeOf(log) == Time(std::chrono::seconds(birth.toSecsSinceEpoch())));
     }
 };
 

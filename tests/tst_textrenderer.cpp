@@ -102,7 +102,7 @@ private Q_SLOTS:
     // that goes on; one pass that goes beyond what the steps fill in, or stops where they go on.
     void endsAtTheBound()
     {
-        constexpr qsizetype most = Zyr::mostGrowth;
+        constexpr qsizetype most = Zyr::maxGrowth;
         const QString mark = u" [placeholders left unfilled: the text would be too long]"_s;
         const auto x = [](qsizetype size) { return QString(size, u'x'); };
         const auto row = [&](const QString& text, const QVariantList& args, const QVariantMap& topics,

@@ -16,7 +16,7 @@ public:
 
     int wokenByLines = 0;
     int writes = 0;
-    Clock::duration longestDelay{0}; ///< of a line
+    Clock::duration maxDelay{0}; ///< of a line
 
     void line(Clock::time_point time)
     {
@@ -45,7 +45,7 @@ private:
     {
         if (!waiting.isEmpty()) {
             ++writes;
-            longestDelay = std::max(longestDelay, now - waiting.first());
+            maxDelay = std::max(maxDelay, now - waiting.first());
             pace.wrote(std::size_t(waiting.size()), now);
         }
         waiting.clear();
@@ -71,8 +71,8 @@ private Q_SLOTS:
     void wakesAtThePaceOfLines_data()
     {
         QTest::addColumn<int>("interval"); // µs
-        QTest::addColumn<int>("mostWoken");
-        QTest::addColumn<int>("mostWrites");
+        QTest::addColumn<int>("maxWoken");
+        QTest::addColumn<int>("maxWrites");
         QTest::newRow("flat out") << 1 << 2 << 5;
         QTest::newRow("20") << 20 << 2 << 25;
         QTest::newRow("100") << 100 << 2 << 110;
@@ -85,8 +85,8 @@ private Q_SLOTS:
     void wakesAtThePaceOfLines()
     {
         QFETCH(const int, interval);
-        QFETCH(const int, mostWoken);
-        QFETCH(const int, mostWrites);
+        QFETCH(const int, maxWoken);
+        QFETCH(const int, maxWrites);
         Worker worker;
         Worker::Clock::time_point now(1h);
         for (int i = 0; i < 1000; ++i)
@@ -95,8 +95,8 @@ private Q_SLOTS:
         const QByteArray seen =
             QByteArray::number(worker.wokenByLines) + " woke it, " + QByteArray::number(worker.writes) + " writes";
         qInfo("%s", seen.constData());
-        QVERIFY2(worker.wokenByLines <= mostWoken && worker.writes <= mostWrites, seen.constData());
-        QVERIFY(worker.longestDelay <= Zyr::WritePace::longest);
+        QVERIFY2(worker.wokenByLines <= maxWoken && worker.writes <= maxWrites, seen.constData());
+        QVERIFY(worker.maxDelay <= Zyr::WritePace::longest);
         QVERIFY(last <= 2);
     }
 };

@@ -61,7 +61,7 @@ QString argumentText(const QVariant& value)
 
 } // namespace
 
-qsizetype mostUnits(const QString& text, const QList<QVariant>& args, const QMap<QString, QVariant>& topics)
+qsizetype maxUnits(const QString& text, const QList<QVariant>& args, const QMap<QString, QVariant>& topics)
 {
     qsizetype units = text.size() + 1'048'576;
     for (const QVariant& value : args)
@@ -73,7 +73,7 @@ qsizetype mostUnits(const QString& text, const QList<QVariant>& args, const QMap
 
 QString literalText(const QString& text, const QList<QVariant>& args, const QMap<QString, QVariant>& topics)
 {
-    Filling filling(text, mostUnits(text, args, topics));
+    Filling filling(text, maxUnits(text, args, topics));
     for (qsizetype number = args.size(); number >= 1; --number)
         filling.fill(u"%"_s + QString::number(number), argumentText(args[number - 1]));
     const QStringList keys = topics.keys(); // ascending

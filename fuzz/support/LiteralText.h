@@ -9,7 +9,7 @@
 inline const QString unfilledMark = QStringLiteral(" [placeholders left unfilled: the text would be too long]");
 
 /// How many UTF-16 units a message's text may have before it is escaped: a mebi more than text and values together.
-qsizetype mostUnits(const QString& text, const QList<QVariant>& args, const QMap<QString, QVariant>& topics);
+qsizetype maxUnits(const QString& text, const QList<QVariant>& args, const QMap<QString, QVariant>& topics);
 
 /// What a message's text is defined to be, step by step: the arguments from the last one down, then the topics by
 /// ascending key, each as long as the text has no more than the most units; then the escapes, and the mark. Written

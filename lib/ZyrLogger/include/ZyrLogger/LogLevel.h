@@ -3,7 +3,7 @@
 /// Everything of the logging library and of its tools.
 namespace Zyr {
 
-/// Level of a log message, and what it is called in the file unless the setting `priorityNames` says otherwise.
+/// Level of a log message, and its name in the file unless the setting `priorityNames` says otherwise.
 ///
 /// Converts to `unsigned char` without a cast; any other 8-bit number is legal too and is written as an unknown level,
 /// with the highest priority.
@@ -14,7 +14,7 @@ enum LogLevel : unsigned char {
     Error = 3,    ///< `error`
     Warning = 4,  ///< `warn`
     Notice = 5,   ///< `notice`
-    Info = 6,     ///< `info`; the last one that is written unless the setting `level` says otherwise
+    Info = 6,     ///< `info`; the highest number that is written unless the setting `level` says otherwise
     Debug = 7,    ///< `debug`
     Trace = 8,    ///< `trace`
     System = 11,  ///< `notice`, marked `<SYS>`: life of the application itself

@@ -60,7 +60,7 @@ public:
     LogMessage(const LogMessage&) = delete;
     LogMessage& operator=(const LogMessage&) = delete;
 
-    /// Drops the entry without completing it.
+    /// Drops an entry that endl() has not completed.
     virtual ~LogMessage();
 
     /// Sets who gets the message at endl(). The completer is not owned and must live until then; null removes it.
@@ -100,8 +100,8 @@ public:
 
     /// Sets the value of the placeholder `%` with the key behind it, case-sensitive; a second value replaces the first.
     ///
-    /// Numbers are written by QVariant's own conversion, whatever the locale. A value may hold placeholders itself, of
-    /// keys behind its own, which getStr() fills in as well.
+    /// Numbers are written by QVariant's own conversion, whatever the locale. A value may itself hold placeholders, of
+    /// keys after its own, which getStr() fills in as well.
     [[nodiscard]] LogMessage& topic(const QString& key, QVariant value);
 
     template <typename T, std::enable_if_t<needsConversion<T>, int> = 0>
@@ -117,12 +117,13 @@ public:
     /// The text with placeholders filled in, escaped for a double-quoted field of a one-line record: quotes and
     /// backslashes get a backslash, a line feed becomes a blank, carriage returns go. Changes nothing.
     ///
-    /// Arguments are filled in from the last to the first, then topics in the order of their keys, each in the text as
-    /// it is by then: a value that holds a placeholder is subject to those after it. What has no value stays.
+    /// Arguments are filled in from the last to the first, then topics in the order of their keys, each in the result
+    /// of the step before: a placeholder within a value is filled in by a later step. Placeholders without a value
+    /// stay.
     ///
-    /// Values that hold placeholders multiply. So before a placeholder that would make the text (not yet escaped) more
-    /// than 1,048,576 UTF-16 units longer than `text` and all values together, this ends: what is not filled in by then
-    /// stays, and the text ends in " [placeholders left unfilled: the text would be too long]".
+    /// Values that hold placeholders multiply. So filling in ends before the text (not yet escaped) would be more than
+    /// 1,048,576 UTF-16 units longer than `text` and all values together: further placeholders stay, and the text ends
+    /// in " [placeholders left unfilled: the text would be too long]".
     QString getStr();
 
     /// Empties everything but the completer and the time.

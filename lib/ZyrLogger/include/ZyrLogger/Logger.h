@@ -39,7 +39,7 @@ class PocoMessage;
 ///
 /// Applications use instance(), or a ClassLogger for one class; out() and the macros of Macros.h begin an entry.
 ///
-/// A record's road: out() makes a LogMessage; its endl() brings it back to completeMessage(), which renders, filters
+/// A record's path: out() makes a LogMessage; its endl() brings it back to completeMessage(), which renders, filters
 /// and maps it to a record; with repeat suppression on, the record passes admission; writeMsgToLog() hands it to POCO,
 /// where it is formatted on this thread, queued, and written to the file by the logger's worker thread; then the
 /// listeners get it.
@@ -99,8 +99,8 @@ public:
     /// Waits a second, and until what was logged has been handed to the file.
     ~Logger() override;
 
-    /// The process-wide main logger, made at the first call. It stays valid to the very end of the process: what is
-    /// logged after its own shutdown during static destruction goes to standard output.
+    /// The process-wide main logger, made at the first call. It stays valid until the process ends: entries made after
+    /// its own shutdown during static destruction go to standard output.
     static Logger& instance()
     {
         Logger* const made = mainLogger.load(std::memory_order_acquire);
@@ -203,9 +203,8 @@ private:
     QString loggerName;
     QString logFilePath;
 
-    // The output chain, from its end to its beginning. The pointers own nothing once the chain is complete: POCO's
-    // registry holds the logger, and each link holds the next. Until then the logger holds one reference to every
-    // object that it has not handed on yet.
+    // The output chain, from its end to its beginning. Once it is complete, the pointers own nothing: POCO's registry
+    // holds the logger, and each link the next. Until then this holds a reference to each object not yet handed on.
     Poco::FileChannel* fileChannel = nullptr;
     Poco::PatternFormatter* patternFormatter = nullptr;
     Poco::AsyncChannel* asyncChannel = nullptr;
@@ -226,7 +225,7 @@ private:
     const std::unique_ptr<LoggerPrivate> d;
     const std::atomic<int>& enabledPriority;
 
-    static std::atomic<Logger*> mainLogger; // once it is started
+    static std::atomic<Logger*> mainLogger; // null until it is started
 };
 
 } // namespace Zyr

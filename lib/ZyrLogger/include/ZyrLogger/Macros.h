@@ -60,7 +60,7 @@ inline Logger* ifEnabled(const ClassLogger& logger, unsigned char level)
     return ifEnabled(logger.getLogger(), level);
 }
 
-/// Would be gone before the entry is made.
+/// Deleted: the temporary would be destroyed before the entry is made.
 void ifEnabled(const ClassLogger&& temporary, unsigned char level) = delete;
 
 /// Logger::out() with a string literal. Not inline: the statements shall be small.
@@ -78,7 +78,7 @@ template <std::size_t size>
 
 // clang-format off
 
-// Not an if, which compilers would ask braces for where the statement itself is a branch of one.
+// A loop: with an if, compilers would warn of missing braces where the statement is itself a branch of an if.
 #define ZYR_DETAIL_KEPT(level) \
     (::std::bool_constant<(::Zyr::priorityOf(level) <= ::Zyr::priorityOf(ZYR_LOG_FLOOR))>::value)
 #define ZYR_DETAIL_NAMED(name, level, logger, refused, text) \
@@ -86,7 +86,7 @@ template <std::size_t size>
          ZYR_DETAIL_KEPT(level) && name && !(false refused); name = nullptr) \
         ::Zyr::Detail::out(*name, level, u"" text, __FILE__, __LINE__)
 
-// A name of its own for every statement, for one may be inside a lambda inside another one.
+// A variable name of its own for every statement: one may be in a lambda within another.
 #define ZYR_DETAIL_UNIQUE(number, level, logger, refused, text) \
     ZYR_DETAIL_NAMED(zyrLogger##number, level, logger, refused, text)
 #define ZYR_DETAIL_COUNTED(number, level, logger, refused, text) \

@@ -1,3 +1,5 @@
+// The calendar date and time of day of a second, rendered once for all records of that second on a thread.
+
 #include "line/CalendarText.h"
 
 #include "base/LocalTime.h"
@@ -33,8 +35,8 @@ constinit thread_local CalendarText CalendarText::kept[2];
 const CalendarText& CalendarText::of(std::int64_t second, bool local) noexcept
 {
     CalendarText& text = kept[local];
-    // Records of one second mostly come within one; whether the zone has changed is asked now and then all the same,
-    // since their times may be given.
+    // Records of one second are mostly made within it. Records with given times may share one for long, so the zone is
+    // checked every so often.
     if (text.second == second && ++text.timesShown % usualBurst != 0)
         return text;
     const std::uint32_t check = local ? LocalTime::checkZone() : 0;
@@ -69,7 +71,7 @@ void CalendarText::render(bool local) noexcept
     renderDate(days);
 }
 
-/// The Gregorian date, counted in eras of 400 years that begin on a 1 March, so that a leap day ends its year.
+/// The Gregorian date, from eras of 400 years. Years begin on 1 March here, so that a leap day is a year's last.
 void CalendarText::renderDate(std::int64_t daysSinceEpoch) noexcept
 {
     constexpr std::int64_t daysPerEra = 146097;

@@ -7,20 +7,20 @@
 
 namespace Zyr {
 
-/// One second as the calendar has it, its numbers as digits. Each thread keeps the last one, since most records are of
-/// the same second as the one before.
+/// Calendar date and time of day of one second, as digits. Each thread caches the last second, since most records are
+/// of the same second as the one before.
 class CalendarText
 {
 public:
-    /// In local time or UTC. Stays valid until the thread asks for another second. A change of the time zone shows from
-    /// the next second on; where the second stays the same, since times are given, with the 32nd record at the latest.
+    /// In local time or UTC. Valid until the thread asks for another second. A change of the time zone shows from the
+    /// next second on; for records with one given time, with the 32nd at the latest.
     static const CalendarText& of(std::int64_t second, bool local) noexcept;
 
     std::string_view year() const noexcept { return {yearDigits, yearSize}; }
     std::string_view isoOffset() const noexcept { return {isoZone, isoZoneSize}; }
     std::string_view rfcOffset() const noexcept { return {rfcZone, rfcZoneSize}; }
 
-    // Two digits each, the first of which may be 0.
+    // Two digits each, with a leading zero.
     char yearOfCentury[2] = {};
     char month[2] = {};
     char day[2] = {};
@@ -32,17 +32,17 @@ public:
     std::uint8_t monthIndex = 0;
     std::uint8_t weekday = 0; ///< 0 is Sunday
 
-    /// What a pattern shows of the second, kept as long as the second itself.
+    /// Cache of a pattern's time fields for this second.
     struct Shown
     {
         static constexpr std::size_t room = 160;
-        static constexpr std::size_t mostRuns = 7;
+        static constexpr std::size_t maxRuns = 7;
 
         std::size_t sizeOf(std::size_t run) const noexcept { return std::size_t(begins[run + 1] - begins[run]); }
 
-        std::uint64_t pattern;             ///< its number; 0 while there is nothing
-        std::uint8_t begins[mostRuns + 1]; ///< of the pieces of text, and the end of the last one
-        char text[room + 16];              ///< and what is read behind it
+        std::uint64_t pattern;            ///< its number; 0: empty
+        std::uint8_t begins[maxRuns + 1]; ///< of the runs in `text`, and the end of the last one
+        char text[room + 16];             ///< readers copy 16 bytes at once
     };
     Shown& shown() const noexcept { return shownOf; }
 
@@ -51,7 +51,7 @@ private:
     void renderDate(std::int64_t daysSinceEpoch) noexcept;
     void renderZone(std::int32_t offset) noexcept;
 
-    std::int64_t second = std::numeric_limits<std::int64_t>::min(); // which no timestamp in microseconds reaches
+    std::int64_t second = std::numeric_limits<std::int64_t>::min(); // none: timestamps in microseconds do not reach it
     std::uint32_t zoneCheck = 0;
     std::uint8_t timesShown = 0;
     std::uint8_t yearSize = 0;
@@ -61,7 +61,7 @@ private:
     char isoZone[6] = {};
     char rfcZone[5] = {};
 
-    mutable Shown shownOf = {}; // the thread's own, like all of this
+    mutable Shown shownOf = {}; // no lock: the whole object is the thread's own
 
     static thread_local CalendarText kept[2];
 };

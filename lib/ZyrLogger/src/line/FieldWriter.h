@@ -11,14 +11,14 @@
 
 namespace Zyr {
 
-/// Writes fields to a line. There is always room for all fixed fields that can follow, so that only the others look.
+/// Writes fields to a line. Keeps room for all fixed fields that can follow, so that only texts check for it.
 class FieldWriter
 {
 public:
-    static constexpr std::size_t copiedAtOnce = 16;      ///< so many bytes must be readable from each literal on
-    static constexpr std::size_t longestFixedField = 20; ///< a number of 64 bits
+    static constexpr std::size_t copiedAtOnce = 16;  ///< bytes that must be readable from the start of each literal
+    static constexpr std::size_t maxFixedField = 20; ///< a number of 64 bits
 
-    /// `sizeOfFixed` is for all literals and fixed fields together, and copiedAtOnce more.
+    /// `sizeOfFixed`: of all literals and fixed fields together, plus copiedAtOnce.
     FieldWriter(LineBuffer& target, std::size_t sizeOfFixed)
         : line(target)
         , fixedSize(sizeOfFixed)
@@ -26,7 +26,7 @@ public:
     {
     }
 
-    /// Most literals are short, and copied without asking how short.
+    /// Most literals are short: one copy of constant size is enough.
     void literal(const char* text, std::size_t size) noexcept
     {
         std::memcpy(at, text, copiedAtOnce);
@@ -61,7 +61,7 @@ public:
     template <typename Number>
     void number(Number number) noexcept
     {
-        at = std::to_chars(at, at + longestFixedField, number).ptr;
+        at = std::to_chars(at, at + maxFixedField, number).ptr;
     }
 
     void digits(const char (&pair)[2]) noexcept
@@ -92,7 +92,7 @@ public:
 
     void finish() noexcept { line.extendTo(at); }
 
-    /// Of the line so far.
+    /// Bytes in the line so far.
     std::size_t size() const noexcept { return std::size_t(at - line.view().data()); }
 
 private:

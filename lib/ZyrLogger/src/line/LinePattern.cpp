@@ -1,3 +1,5 @@
+// Compiles a line's pattern, bounds what it may add to a record, and formats records with it.
+
 #include "line/LinePattern.h"
 
 #include "base/VectorRegisters.h"
@@ -20,10 +22,9 @@ namespace Zyr {
 
 namespace {
 
-constexpr char timeRun = '\1'; // a field made of several
+constexpr char timeRun = '\1'; // a field for a run of time fields
 
-/// Tells patterns apart. Not by where they are: another one may come to lie there, and those of several loggers are
-/// mostly alike.
+/// A hash that tells patterns apart. Not the address: it may be reused, and several loggers mostly have equal patterns.
 std::uint64_t numberOf(std::string_view pattern) noexcept
 {
     std::uint64_t number = 0xcbf29ce484222325;
@@ -32,12 +33,11 @@ std::uint64_t numberOf(std::string_view pattern) noexcept
     return number != 0 ? number : 1;
 }
 
-/// For the pattern, and for what it adds to each line by itself: "%v[60000]" makes a line ten thousand times as long as
-/// it is, and there may be thousands of them.
-constexpr int mostBytes = 4096;
-constexpr std::size_t mostTexts = 32;
+/// Limits the pattern, and what it adds to each line by itself: one "%v[60000]" makes 60,000 bytes of nine.
+constexpr int maxBytes = 4096;
+constexpr std::size_t maxTexts = 32;
 
-/// The first character, which takes several bytes when it is not of ASCII.
+/// The first character, in UTF-8.
 std::string_view initial(std::string_view name) noexcept
 {
     std::size_t size = std::min<std::size_t>(name.size(), 1);
@@ -65,7 +65,7 @@ std::string takeBracket(std::string_view& pattern)
 std::size_t parseWidth(const std::string& text)
 {
     int width = 0;
-    return Poco::NumberParser::tryParse(text, width) ? std::size_t(std::clamp(width, 0, mostBytes + 1)) : 0;
+    return Poco::NumberParser::tryParse(text, width) ? std::size_t(std::clamp(width, 0, maxBytes + 1)) : 0;
 }
 
 } // namespace
@@ -78,14 +78,14 @@ LinePattern::LinePattern(Source text)
     if (list.count() != names.size())
         throw Poco::SyntaxException("priorityNames property must specify a comma-separated list of 8 property names");
     std::copy(list.begin(), list.end(), names.begin());
-    if (origin.pattern.size() > std::size_t(mostBytes))
+    if (origin.pattern.size() > std::size_t(maxBytes))
         throw Poco::InvalidArgumentException("the pattern is longer than 4096 bytes");
     compile();
     checkGrowth();
 }
 
-/// Patterns mean what they mean to POCO, also where they are odd: brackets after other letters than 'v' are taken out,
-/// a bracket that is not closed reaches to the end, a '%' at the end and unknown letters give nothing.
+/// Patterns mean what they mean to POCO, in odd cases too: brackets after other letters than 'v' are dropped, an
+/// unclosed bracket reaches to the end, a '%' at the end and unknown letters give nothing.
 void LinePattern::compile()
 {
     bool localTime = origin.localTime;
@@ -113,8 +113,8 @@ void LinePattern::compile()
         if (letter != 'L' || !std::exchange(localTime, true))
             addField(letter, argument);
     }
-    addField(0, 0); // for the text behind the last one
-    fixedSize = literals.size() + fields.size() * FieldWriter::longestFixedField + FieldWriter::copiedAtOnce;
+    addField(0, 0); // for the literal behind the last field
+    fixedSize = literals.size() + fields.size() * FieldWriter::maxFixedField + FieldWriter::copiedAtOnce;
     literals.append(FieldWriter::copiedAtOnce, '\0');
     foldTimeFields();
 }
@@ -122,25 +122,25 @@ void LinePattern::compile()
 void LinePattern::checkGrowth() const
 {
     std::size_t widths = 0;
-    std::size_t texts = 0; // of any length, which multiply a long one
+    std::size_t texts = 0; // of any length: each repeats a long one
     for (const Field& field : fields) {
         widths += field.letter == 'v' ? field.argument : 0;
         texts += std::string_view("tsvpUOTN[").find(field.letter) != std::string_view::npos;
     }
-    if (widths > std::size_t(mostBytes))
+    if (widths > std::size_t(maxBytes))
         throw Poco::InvalidArgumentException("the widths of the pattern add up to more than 4096 bytes");
-    if (texts > mostTexts)
+    if (texts > maxTexts)
         throw Poco::InvalidArgumentException("the pattern shows more than 32 texts of a record");
 }
 
-/// Time fields that follow each other become one, which is put together once a second, where there is room for it.
+/// Turns each run of time fields into one field, which is formatted once a second, where CalendarText::Shown has room.
 void LinePattern::foldTimeFields()
 {
     std::vector<Field> folded;
     std::size_t runs = 0;
     std::size_t bytes = 0;
     for (const Field& field : fields) {
-        if (field.letter == 'L') // another time zone from here on
+        if (field.letter == 'L') // the fields behind it show another time zone
             return timeFields.clear();
         if (!isTimeField(field.letter)) {
             folded.push_back(field);
@@ -148,11 +148,11 @@ void LinePattern::foldTimeFields()
         }
         if (folded.empty() || folded.back().letter != timeRun)
             folded.push_back({timeRun, field.literal, 0, std::uint32_t(runs++)});
-        bytes += field.literalSize + longestTimeField;
+        bytes += field.literalSize + maxTimeField;
         timeFields.push_back(field);
         timeFields.back().argument = folded.back().argument;
     }
-    if (runs > CalendarText::Shown::mostRuns || bytes > CalendarText::Shown::room)
+    if (runs > CalendarText::Shown::maxRuns || bytes > CalendarText::Shown::room)
         timeFields.clear();
     else
         fields = std::move(folded);
@@ -259,7 +259,7 @@ void LinePattern::format(const Poco::Message& message, LineBuffer& line) const
     out.finish();
 }
 
-/// What the runs of time fields show of a second: put together by its first record.
+/// The runs of time fields of a second; its first record fills the cache.
 const CalendarText::Shown& LinePattern::show(const CalendarText& time) const
 {
     CalendarText::Shown& shown = time.shown();

@@ -12,12 +12,12 @@
 
 namespace Zyr {
 
-/// What log lines look like: the pattern in the letters of Poco::PatternFormatter, compiled once. It never changes, so
-/// that any number of threads can format with it.
+/// What log lines look like: a pattern in the letters of Poco::PatternFormatter, compiled once. Immutable, so that any
+/// number of threads can format with it.
 class LinePattern
 {
 public:
-    /// What the pattern is made of, as the formatter's properties have it.
+    /// The formatter's properties.
     struct Source
     {
         std::string pattern;
@@ -39,10 +39,10 @@ public:
 private:
     struct Field
     {
-        char letter;           // POCO's; '[' is a parameter, 0 nothing
-        std::uint32_t literal; // where the text before the field begins
+        char letter;           // POCO's; '[': a parameter, 0: only the literal
+        std::uint32_t literal; // offset of the text before the field
         std::uint32_t literalSize;
-        std::uint32_t argument; // the width of 'v', which parameter of '['
+        std::uint32_t argument; // the width of 'v', the index of the parameter of '[' or of the run
     };
 
     void compile();
@@ -57,9 +57,9 @@ private:
     std::array<std::string, 8> names;
     std::vector<std::string> parameters;
     std::vector<Field> fields;
-    std::vector<Field> timeFields; // those of the runs, whose number is their argument; empty where none is folded
-    std::string literals;          // and as many bytes more as are copied at once
-    std::size_t fixedSize = 0;     // no line needs more, apart from texts of the record's own
+    std::vector<Field> timeFields; // of the runs, whose index is their argument; empty where none is folded
+    std::string literals;          // padded by FieldWriter::copiedAtOnce
+    std::size_t fixedSize = 0;     // max. bytes of a line without the record's own texts
     bool showsTime = false;
 };
 

@@ -1,3 +1,5 @@
+// The fields of a pattern that show nothing finer than a second.
+
 #include "line/TimeField.h"
 
 namespace Zyr {

@@ -1,4 +1,5 @@
-// Which file the log is now, and who is its first writer.
+// Which file the log currently is, and which of its writers is the first one.
+
 #include "store/ActiveFile.h"
 
 #include "store/LogProblem.h"
@@ -15,12 +16,12 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr int maxTries = 5; // to find the file that the first writer has just begun
+constexpr int maxTries = 5; // while the first writer replaces the file
 
 } // namespace
 
-ActiveFile::ActiveFile(const FileSettings& ofTheLog, CallWatch& itsWatch) noexcept
-    : settings(ofTheLog)
+ActiveFile::ActiveFile(const FileSettings& logSettings, CallWatch& itsWatch) noexcept
+    : settings(logSettings)
     , watch(itsWatch)
     , lines(itsWatch)
 {
@@ -35,10 +36,10 @@ std::error_code ActiveFile::makeReady()
             return error;
     } else if (firstWriter) {
         const auto now = Steady::now();
-        if (now - looked < 1s)
+        if (now - lastLook < 1s)
             return {};
-        looked = now;
-        if (findAgain() == PathError::NotThisFile) { // one that cannot be looked at counts as unchanged
+        lastLook = now;
+        if (findAgain() == PathError::NotThisFile) { // after other errors it counts as unchanged
             if (const std::error_code error = openPath())
                 return error;
         } else {
@@ -55,7 +56,7 @@ std::error_code ActiveFile::confirm()
         return error;
     if (!isRotatedHere() || findInPlace() != PathError::NotThisFile)
         return {};
-    // It was moved, and a link to it put in its place.
+    // It was moved, and replaced by a link to it.
     if (const std::error_code error = openPath())
         return error;
     return firstWriter ? std::error_code() : joinFirstWriter();
@@ -81,7 +82,7 @@ void ActiveFile::close() noexcept
     place.reset();
 }
 
-/// Where the path leads through a link that is not followed, the file that is open stays.
+/// If the path now has a link that is not followed, the open file stays.
 std::error_code ActiveFile::openPath()
 {
     for (int tries = 0; tries < maxTries; ++tries) {
@@ -101,7 +102,7 @@ std::error_code ActiveFile::openPath()
     return std::make_error_code(std::errc::resource_unavailable_try_again);
 }
 
-/// Looks whether the file is still the one under its path.
+/// Checks whether the path still leads to the open file.
 std::error_code ActiveFile::findAgain()
 {
     const std::error_code error = lines.current().findAgain(openedPath, watch);
@@ -112,13 +113,13 @@ std::error_code ActiveFile::findAgain()
     return error;
 }
 
-/// Leaves no file open when `fresh` is no longer the one under its path.
+/// Leaves no file open if the path no longer leads to `fresh`.
 void ActiveFile::takeUp(AppendFile&& fresh)
 {
     const bool samePath = hasPathOfSettings();
     if (!samePath)
         openedPath = settings.path;
-    looked = Steady::now();
+    lastLook = Steady::now();
     const std::shared_ptr<const LogPlace> found = fresh.foundAt();
     if (lines.current().isSame(fresh)) {
         fresh.close(watch);
@@ -129,7 +130,7 @@ void ActiveFile::takeUp(AppendFile&& fresh)
     firstWriter = !fresh.isRegular() || fresh.lock(watch);
     close();
     if (firstWriter && fresh.isRegular() && fresh.findAgain(openedPath, watch) == PathError::NotThisFile) {
-        fresh.close(watch); // whoever let the lock go made an archive of it first
+        fresh.close(watch); // the former owner of the lock made an archive of it before releasing the lock
         return;
     }
     lines.begin(std::move(fresh));
@@ -147,14 +148,14 @@ void ActiveFile::becomeFirstWriter()
     lines.countAll();
 }
 
-/// For a writer that is not the first one. Takes over when there is no first writer any more.
+/// For a writer that is not the first one. Becomes the first one if there is none any more.
 std::error_code ActiveFile::joinFirstWriter()
 {
     AppendFile& file = lines.current();
     for (int tries = 0; tries < maxTries; ++tries) {
         if (file.isOpen() && file.holdOffCompression(watch)) {
             if (const std::error_code error = findAgain(); error != PathError::NotThisFile) {
-                // The lock of a file that is no longer in its place, or may not be, says nothing.
+                // The lock means nothing if the path may no longer lead to the file, so that is checked again under it.
                 if (error || !file.lock(watch) || findAgain())
                     return {};
                 file.allowCompression(watch);

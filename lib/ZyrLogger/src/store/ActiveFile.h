@@ -15,58 +15,58 @@ namespace Zyr {
 ///
 /// Several writers may have one file open: other loggers of that name, other instances of the application.
 ///
-/// - First writer is who has the file's flock() lock, for as long as the file is open. It alone rotates, purges,
-///   compresses and cuts back. A forked child closes its copy of the file, so the lock ends with its owner.
-/// - The others append whole lines. Around each append they share a lock on the contents (holdOffCompression), and look
-///   under it whether the path still leads to this file. The compressor takes that lock exclusively once: then no
-///   append is under way, and whoever comes later finds that the file is not the log any more. An archive that is being
-///   compressed is never written again.
-/// - They follow a rotation as the path leads to another file then. The first writer locks the new file before it has
-///   the log's name, so it stays the first one. It looks once a second itself whether somebody has moved its file.
-/// - Before each append they also try for the first writer's lock. Who gets it looks once more whether the file is in
-///   its place still, since the former owner may have made an archive of it first, and takes over.
+/// - The first writer is the one that has the file's flock() lock, as long as it has the file open. It alone rotates,
+///   purges, compresses and cuts back. A forked child closes its copy of the file, so the lock ends with its owner.
+/// - The others append whole lines. Around each append they hold a shared lock on the contents (holdOffCompression),
+///   and check under it whether the path still leads to this file. The compressor takes that lock exclusively once:
+///   then no append is under way, and later writers find that the file is no longer the log. So an archive is never
+///   written while it is compressed, or afterwards.
+/// - They follow a rotation, since the path leads to another file then. The first writer locks the new file before it
+///   has the log's name, so it stays the first one. Once a second it checks whether somebody has moved its file.
+/// - Before each append they also try to take the first writer's lock. The one that gets it takes over, after another
+///   check of the path: the former owner may have made an archive of the file before.
 ///
-/// Where the file system has no locks, each one counts as the first writer.
+/// On a file system without locks, each one counts as the first writer.
 class ActiveFile
 {
 public:
-    ActiveFile(const FileSettings& ofTheLog, CallWatch& itsWatch) noexcept;
+    ActiveFile(const FileSettings& logSettings, CallWatch& itsWatch) noexcept;
 
-    // These three may throw for want of memory, and be repeated then.
+    // These three may throw std::bad_alloc, and can be repeated then.
 
-    /// Makes sure that this is the file to write to, and keeps it from being compressed until append() where another
-    /// writer is the first one.
+    /// Makes sure that this is the file to write to. If another writer is the first one, also holds off compression
+    /// until append().
     std::error_code makeReady();
-    /// The same, at once and by the name in the directory, too, for whoever is going to move the file away.
+    /// The same without waiting out the second, and also checks the name in the directory: before the file is moved.
     std::error_code confirm();
-    /// Goes on with a file that was opened elsewhere, under the path of the settings.
+    /// Continues with a file that was opened elsewhere, under the path of the settings.
     void adopt(AppendFile&& opened);
 
     LineAppender::Written append(const LineBatch& batch, std::size_t wanted) noexcept;
     bool isInLine() const noexcept { return lines.isInLine(); }
     void close() noexcept;
 
-    /// Makes the next makeReady() look whether the file is still the one under its path.
-    void lookAgain() noexcept { looked = {}; }
+    /// Makes the next makeReady() check whether the path still leads to the file.
+    void lookAgain() noexcept { lastLook = {}; }
 
     bool isFirstWriter() const noexcept { return firstWriter; }
-    /// Whether rotation and archives are this writer's business.
+    /// Whether this writer rotates the file and manages its archives.
     bool isRotatedHere() const noexcept { return lines.current().isOpen() && firstWriter && place; }
-    /// Whether it was opened under the path that the settings name by now.
+    /// Whether it was opened under the path of the current settings.
     bool hasPathOfSettings() const noexcept { return openedPath == settings.path; }
 
-    /// Another number tells that the file was closed (but for a pipe, after a failed write), or another
-    /// one opened, but by replaceBy().
+    /// Changes when the file is closed or another one opened, except by replaceBy() and for a pipe after a failed
+    /// write.
     unsigned generation() const noexcept { return closings; }
     const std::string& path() const noexcept { return openedPath; }
-    /// Null when the file is not to be moved from where it lies.
+    /// Null when the file must not be moved.
     const std::shared_ptr<const LogPlace>& foundAt() const noexcept { return place; }
     const struct stat& lastStatus() const noexcept { return lines.current().lastStatus(); }
     std::uint64_t size() const noexcept { return lines.size(); }
 
-    /// Whether the file has its name in the directory: PathError::NotThisFile where it does not.
+    /// Whether the file still has its name in the directory: PathError::NotThisFile if not.
     std::error_code findInPlace() { return lines.current().findAgain(*place, place->name(), watch); }
-    /// The file was moved away, and that empty one, locked, has its place.
+    /// The file was moved away and replaced by that one, which is empty and locked.
     void replaceBy(AppendFile&& fresh) noexcept { lines.begin(std::move(fresh)); }
 
 private:
@@ -89,7 +89,7 @@ private:
     bool firstWriter = false;
     bool reportedOther = false;
     bool reportedLink = false;
-    Steady::time_point looked;
+    Steady::time_point lastLook;
 };
 
 } // namespace Zyr

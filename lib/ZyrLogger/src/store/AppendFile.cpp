@@ -1,4 +1,5 @@
-// One open file that lines are appended to.
+// System calls of an open log file: opening, locking, whole-line appends, cutting back.
+
 #include "store/AppendFile.h"
 
 #include "system/FileCalls.h"
@@ -16,7 +17,7 @@ namespace Zyr {
 
 namespace {
 
-constexpr int maxTries = 5; // to open what others exchange meanwhile
+constexpr int maxTries = 5; // while others replace the file
 constexpr std::size_t maxPerWrite = 256 * 1024;
 constexpr std::chrono::seconds lineTime(2); // for a write of that many bytes
 constexpr std::chrono::seconds longLineTime(10);
@@ -26,27 +27,27 @@ constexpr int always = O_APPEND | O_NOCTTY | O_NONBLOCK;
 
 std::error_code AppendFile::open(const std::string& path, CallWatch& watch)
 {
-    TrustedPath where;
+    TrustedPath realPath;
     for (int tries = 0; tries < maxTries; ++tries) {
-        if (const std::error_code error = PathCalls::find(where, path, watch))
+        if (const std::error_code error = PathCalls::find(realPath, path, watch))
             return error;
         struct stat found = {};
-        const bool exists = PathCalls::status(where, found, watch);
-        // The last line is looked at, and who only appends takes a lock for reading. A pipe opened for both would have
-        // itself as its reader.
+        const bool exists = PathCalls::status(realPath, found, watch);
+        // Read access: for the last line's end, and for the shared lock of a writer that only appends. A pipe opened
+        // for both would be its own reader.
         const bool regular = !exists || S_ISREG(found.st_mode);
-        bool opened = file.open(where, always | (regular ? O_RDWR | O_CREAT : O_WRONLY), watch);
+        bool opened = file.open(realPath, always | (regular ? O_RDWR | O_CREAT : O_WRONLY), watch);
         if (!opened && exists && regular && errno == EACCES)
-            // O_CREAT so that the kernel's protected_regular holds for this one, too.
-            opened = file.open(where, always | O_WRONLY | O_CREAT, watch);
+            // O_CREAT, so that the kernel's protected_regular applies here too.
+            opened = file.open(realPath, always | O_WRONLY | O_CREAT, watch);
         if (!opened && errno == ELOOP)
-            continue; // a link has come there since
+            continue; // a link has taken the name since
         if (!opened)
             return lastError();
         if (const std::error_code error = look(watch))
             return error;
-        place = isRegular() && !where.isKernelLink() ? LogPlace::of(where, watch) : nullptr;
-        if (place || !isRegular() || where.isKernelLink())
+        place = isRegular() && !realPath.isKernelLink() ? LogPlace::of(realPath, watch) : nullptr;
+        if (place || !isRegular() || realPath.isKernelLink())
             return {};
         const std::error_code error = lastError();
         close(watch);
@@ -91,7 +92,7 @@ std::error_code AppendFile::compare(const std::error_code& error, const struct s
 {
     if (error == std::errc::no_such_file_or_directory || error == std::errc::not_a_directory)
         return PathError::NotThisFile;
-    if (error) { // the file goes on, whatever its path leads to
+    if (error) { // unknown what the path leads to: the open file is written on
         FileCalls::status(file.get(), status, watch);
         return error;
     }
@@ -122,7 +123,7 @@ AppendFile::Appended AppendFile::append(const LineBatch& batch, std::size_t from
     Appended result;
     std::array<iovec, LineBatch::maxRuns> pieces;
     while (from < to) {
-        // Only whole lines, also where one is longer: another process may write in between.
+        // Only whole lines, even if one is longer: another process may write in between.
         const std::size_t fitting = batch.bytesOf(batch.linesWithin(from + maxPerWrite));
         const std::size_t end = fitting > from ? fitting : batch.bytesOf(batch.linesWithin(from) + 1);
         const std::size_t count = batch.pieces(from, std::min(to, end), pieces);
@@ -157,7 +158,7 @@ bool AppendFile::endsInLine(CallWatch& watch) const noexcept
     return last == '\n' || isBeingWritten(watch);
 }
 
-/// Whether somebody else was in the middle of an append when the file was last looked at, or is now.
+/// Whether somebody else is appending, or has since the last look at the file.
 bool AppendFile::isBeingWritten(CallWatch& watch) const noexcept
 {
     struct stat now = {};
@@ -167,7 +168,7 @@ bool AppendFile::isBeingWritten(CallWatch& watch) const noexcept
 
 bool AppendFile::cutBack(std::size_t bytes, CallWatch& watch) noexcept
 {
-    // Whoever appends as another writer holds a lock meanwhile.
+    // Other writers hold a shared lock while they append.
     if (!FileLocks::exclude(file.get(), watch))
         return false;
     const off_t end = FileCalls::position(file.get());

@@ -15,44 +15,42 @@
 
 namespace Zyr {
 
-/// One open file that lines are appended to: regular, or a device, pipe or socket, which is written and nothing else.
+/// One open file that lines are appended to: regular, or a device, pipe or socket, which is only written to.
 class AppendFile
 {
 public:
-    /// Creates the file if need be. A pipe that nobody reads cannot be opened.
+    /// Creates the file if it is missing. A pipe without a reader cannot be opened.
     std::error_code open(const std::string& path, CallWatch& watch);
-    /// Creates it beside a log, for nobody else to read; one that is there already is an error.
+    /// Creates a file beside a log, readable by its owner only; an existing one is an error.
     std::error_code create(const LogPlace& beside, const std::string& name, CallWatch& watch);
     void close(CallWatch& watch) noexcept
     {
         file.close(watch);
-        place.reset(); // and the file system can be unmounted
+        place.reset(); // an open directory would keep the file system mounted
     }
 
     bool isOpen() const noexcept { return bool(file); }
     bool isRegular() const noexcept { return S_ISREG(status.st_mode); }
     int descriptor() const noexcept { return file.get(); }
 
-    /// As it was when the file was opened or last looked at.
+    /// As of the opening or the last look.
     const struct stat& lastStatus() const noexcept { return status; }
     bool isSame(const AppendFile& other) const noexcept;
 
-    /// Where open() found it; null when it is not to be moved from there: it is not regular, or the path leads to a
-    /// descriptor of a process.
+    /// Where open() found it; null when it must not be moved: it is not regular, or was opened through /proc.
     const std::shared_ptr<const LogPlace>& foundAt() const noexcept { return place; }
 
-    /// Looks whether the file is still the one under that path: PathError::NotThisFile where it is not, other errors
-    /// where that cannot be told.
+    /// Checks whether that path still leads to the file: PathError::NotThisFile if not, other errors if that is
+    /// unknown.
     std::error_code findAgain(const std::string& path, CallWatch& watch);
     /// The same for a name beside the log.
     std::error_code findAgain(const LogPlace& beside, const std::string& name, CallWatch& watch);
 
-    /// The lock of the one writer that rotates. False when somebody else has it; a file system without locks counts as
-    /// ours.
+    /// Takes the first writer's lock. False when somebody else has it. Always true on a file system without locks.
     bool lock(CallWatch& watch) noexcept;
 
-    /// For the other writers, around each append: nobody compresses the file meanwhile. False when somebody does, so
-    /// that it is an archive by now.
+    /// For the other writers, around each append: keeps the file from being compressed. False when it is being
+    /// compressed: then it is an archive by now.
     bool holdOffCompression(CallWatch& watch) noexcept;
     void allowCompression(CallWatch& watch) noexcept;
 
@@ -65,10 +63,10 @@ public:
     /// Appends the batch's bytes from offset `from` to `to`, in writes of whole lines: 256 KiB, or one that is longer.
     Appended append(const LineBatch& batch, std::size_t from, std::size_t to, CallWatch& watch) noexcept;
     std::error_code endLine(CallWatch& watch) noexcept;
-    /// Also when somebody else has not ended the last one yet.
+    /// Whether the file ends with a line end. True also while somebody else is appending, who will end the line.
     bool endsInLine(CallWatch& watch) const noexcept;
 
-    /// Takes the last `bytes` written back, unless somebody else has written behind them.
+    /// Truncates the file by the last `bytes` written, unless somebody else has appended since.
     bool cutBack(std::size_t bytes, CallWatch& watch) noexcept;
 
     std::error_code synchronize(CallWatch& watch) noexcept;

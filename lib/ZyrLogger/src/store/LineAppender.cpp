@@ -1,4 +1,5 @@
-// Appending lines to an open file.
+// Appends and handles incomplete writes: what is cut back, what is continued, and which torn line is ended first.
+
 #include "store/LineAppender.h"
 
 #include <cassert>
@@ -50,7 +51,7 @@ LineAppender::Written LineAppender::append(const LineBatch& batch, std::size_t l
     std::size_t keep = batch.bytesOf(result.lines);
     if (!file.isRegular()) {
         partial = done - keep;
-        // What a pipe took is gone; its next reader gets the whole line.
+        // The part of a line that the pipe took is gone with its reader; the next reader gets the whole line.
         if (result.error && result.error != std::errc::resource_unavailable_try_again)
             close();
         return result;
@@ -71,7 +72,7 @@ LineAppender::Written LineAppender::append(const LineBatch& batch, std::size_t l
     return result;
 }
 
-/// The name waits while the directory may not be read or no descriptor is left: that is no reason to keep records back.
+/// Succeeds without the name if the directory is unreadable or no descriptor is left: no reason to hold back records.
 std::error_code LineAppender::synchronize(const LogPlace* place) noexcept
 {
     if (const std::error_code error = file.synchronize(watch))

@@ -9,7 +9,7 @@
 
 namespace Zyr {
 
-/// Appends lines to an open file, and keeps count of what is in it.
+/// Appends lines to an open file, and keeps count of its bytes.
 ///
 /// Nothing throws between a write and its count: a batch that was written and not counted would be written again.
 class LineAppender
@@ -18,7 +18,7 @@ public:
     struct Written
     {
         std::size_t lines = 0;
-        std::error_code error; ///< why it was not all
+        std::error_code error; ///< why not all were written
     };
 
     explicit LineAppender(CallWatch& itsWatch) noexcept
@@ -26,31 +26,31 @@ public:
     {
     }
 
-    /// Goes on with that file; the present one is closed.
+    /// Continues with that file; the current one is closed.
     void begin(AppendFile&& opened) noexcept;
     void close() noexcept;
 
     AppendFile& current() noexcept { return file; }
     const AppendFile& current() const noexcept { return file; }
 
-    /// Counts what is in the file, as it was when last looked at, instead of what went through here.
+    /// Takes the size from the last look at the file, rather than from what was appended here.
     void countAll() noexcept;
-    /// Does so when others have written or cut the file.
+    /// Does so if others have written to the file or truncated it.
     void countOthers() noexcept;
     std::uint64_t size() const noexcept { return bytes; }
 
-    /// Whether a pipe has taken a line in part only. The same batch, or one that begins with that line, goes on.
+    /// Whether a pipe has taken only a part of a line. The next batch must begin with that line.
     bool isInLine() const noexcept { return partial > 0; }
 
     struct How
     {
-        bool synchronize = false;        ///< what is written, and its name, before it counts as written
-        bool mayCutBack = false;         ///< what was not written whole: nobody else does
-        const LogPlace* place = nullptr; ///< whose names are synchronized; null: they are of no matter
+        bool synchronize = false;        ///< lines count as written once they and the file's name are on the disk
+        bool mayCutBack = false;         ///< an incomplete line; for the first writer only
+        const LogPlace* place = nullptr; ///< the directory to synchronize; null: none
     };
 
-    /// Appends that many of the batch's lines. Where it fails, nothing of the rest is in the file, or it is in a line
-    /// of its own, which ends before the next one.
+    /// Appends that many of the batch's lines. On failure, nothing of the rest is in the file, or only a part of a
+    /// line, which is ended before the next line.
     Written append(const LineBatch& batch, std::size_t lines, const How& how) noexcept;
 
 private:
@@ -59,9 +59,9 @@ private:
     CallWatch& watch;
     AppendFile file;
     std::uint64_t bytes = 0;
-    std::size_t partial = 0;       ///< bytes of the next line that a pipe took already
-    bool endLineFirst = false;     ///< the last line was left without its end
-    bool nameSynchronized = false; ///< the name under which the file is found is on the disk
+    std::size_t partial = 0;       ///< bytes of the next line that a pipe has already taken
+    bool endLineFirst = false;     ///< the last line lacks its line end
+    bool nameSynchronized = false; ///< the directory entry is on the disk
 };
 
 } // namespace Zyr

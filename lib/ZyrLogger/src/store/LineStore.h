@@ -15,9 +15,9 @@ class LineBatch;
 
 /// What the worker thread writes the lines to. For one thread.
 ///
-/// The calls that throw are those that need memory; each may be repeated then. Whatever may hang goes through the
-/// CallWatch, or the end of the logger waits for it for ever. isInLine() and upkeep() make no system calls: callers'
-/// lines wait for them.
+/// The functions that are not noexcept may throw std::bad_alloc, and can be repeated then. What may hang goes through
+/// the CallWatch, or the end of the logger would wait for it without limit. isInLine() and upkeep() make no system
+/// calls, since callers may wait for the lock that is held meanwhile.
 class LineStore
 {
 public:
@@ -25,26 +25,27 @@ public:
 
     virtual ~LineStore() = default;
 
-    /// What is asked for between two writes.
+    /// Requests, to be applied between two writes.
     struct Change
     {
         std::optional<FileSettings> settings; ///< another path takes effect with the next write
-        std::optional<AppendFile> opened;     ///< to go on with: opened elsewhere, under the path of the settings
-        bool beginAnew = false;               ///< with `opened`: rotates before the next line
-        bool lookAgain = false;               ///< whether the file is still the one under its path
+        std::optional<AppendFile> opened;     ///< the file to continue with, opened under the path of the settings
+        bool beginAnew = false;               ///< with `opened`: rotate before the next line
+        bool lookAgain = false;               ///< check whether the path still leads to the file
     };
 
-    /// Takes out of `change` what is done. After an exception the rest is still in it, to be applied again.
+    /// Removes from `change` what is done. After an exception the rest is still in it, to be applied again.
     virtual void apply(Change& change) = 0;
 
-    /// Appends lines from the batch's beginning, as many as the store takes now. Where it fails, nothing of the rest is
-    /// in the file, or it is in a line of its own. Few lines and no error: the next write goes on.
+    /// Appends lines from the batch's beginning, as many as the store takes now. On failure, nothing of the rest is in
+    /// the file, or only a part of a line, which is ended before the next line. Fewer lines without an error: call
+    /// again.
     virtual Written write(const LineBatch& batch) = 0;
 
-    /// Whether the last write ended within a line, which the next batch has to begin with.
+    /// Whether the last write ended within a line. The next batch must begin with that line.
     virtual bool isInLine() const noexcept = 0;
 
-    /// Work in the background: none now, some that yields to lines, or some that goes before the next lines.
+    /// Background work: none now, some that yields to lines, or some that must precede the next lines.
     enum class Upkeep { None, Yields, GoesFirst };
     virtual Upkeep upkeep() const noexcept = 0;
     /// A slice of it, of a few milliseconds.

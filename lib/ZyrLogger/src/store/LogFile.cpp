@@ -1,4 +1,5 @@
-// Writing lines to the log file, which rotates meanwhile.
+// The order of steps in which the log file is opened, rotated and written.
+
 #include "store/LogFile.h"
 
 #include <chrono>

@@ -9,7 +9,7 @@
 
 namespace Zyr {
 
-/// The log file and its archives, as the worker thread keeps them.
+/// The log file and its archives, used by the worker thread only.
 class LogFile final : public LineStore
 {
 public:
@@ -27,7 +27,7 @@ public:
 
 private:
     void configure(FileSettings wanted);
-    /// What is not open any more was adopted by a call that threw.
+    /// If `opened` is not open, an earlier call has adopted it before it threw.
     void adopt(AppendFile&& opened, bool beginAnew);
 
     FileSettings settings;

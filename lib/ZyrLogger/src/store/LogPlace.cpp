@@ -1,4 +1,5 @@
-// Where a log file lies.
+// The directory of a log file, held open so that the log and its archives stay together wherever it is moved.
+
 #include "store/LogPlace.h"
 
 #include "system/TrustedPath.h"

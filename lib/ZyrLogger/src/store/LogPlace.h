@@ -7,8 +7,8 @@
 
 namespace Zyr {
 
-/// Where a log file lies: its directory and its name there. The log and what lies beside it are reached through that
-/// directory only.
+/// A log file's directory and its name there. The log and the files beside it are reached through that open directory
+/// only.
 class LogPlace : public Directory
 {
 public:
@@ -16,7 +16,7 @@ public:
     static std::shared_ptr<const LogPlace> of(const TrustedPath& path, CallWatch& watch);
 
     const std::string& name() const noexcept { return logName; }
-    /// The hidden file beside the log: ".app.log.next" for "app.log" and ".next".
+    /// Name of a hidden file beside the log: ".app.log.next" for "app.log" and ".next".
     std::string hidden(const char* suffix) const { return '.' + logName + suffix; }
     bool isSame(const LogPlace& other) const noexcept;
 

@@ -6,7 +6,7 @@
 
 namespace Zyr {
 
-/// Says on standard error what is wrong with that log file.
+/// Reports a problem with that log file on standard error.
 inline void reportLogProblem(const std::string& logPath, const QString& problem)
 {
     Misc::reportProblem(QStringLiteral("log file '%1'").arg(QString::fromStdString(logPath)), problem);

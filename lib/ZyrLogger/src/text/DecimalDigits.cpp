@@ -1,3 +1,5 @@
+// Decimal digits of integers, and of doubles rounded to six digits without the exact arithmetic that few of them need.
+
 #include "text/DecimalDigits.h"
 
 #include <array>
@@ -6,8 +8,10 @@
 #include <cstring>
 
 namespace Zyr {
+
 namespace {
 
+/// "00" to "99".
 constexpr auto pairs = [] {
     std::array<char, 200> result{};
     for (std::size_t number = 0; number < 100; ++number) {
@@ -27,7 +31,7 @@ constexpr auto powers = [] {
     return result;
 }();
 
-/// Ten to the powers from -22 to 22: those from 0 on are exact as a double.
+/// Ten to the powers from -22 to 22. A double holds those from 0 to 22 exactly.
 constexpr int exactPowers = 22;
 constexpr auto doublePowers = [] {
     std::array<double, 2 * exactPowers + 1> result{};
@@ -58,14 +62,14 @@ double timesPowerOfTen(double number, int power) noexcept
 
 int countDigits(quint64 number) noexcept
 {
-    // 1233/4096 is the logarithm of 2, near enough for 64 bits.
+    // 1233/4096 approximates log10(2), precisely enough for 64 bits.
     const int estimate = (int(std::bit_width(number | 1)) * 1233) >> 12;
     return estimate + int((number | 1) >= powers[std::size_t(estimate)]);
 }
 
 void writeDigits(quint64 number, char* end) noexcept
 {
-    // Divisions of 64 bits are slow on 32-bit machines, so there is one for eight digits only.
+    // 64-bit divisions are slow on 32-bit machines: one for every eight digits.
     for (; number > 0xffff'ffffU; number /= 100'000'000) {
         auto eight = quint32(number % 100'000'000);
         for (int pair = 0; pair < 4; ++pair, eight /= 100)
@@ -87,17 +91,17 @@ bool SixDigits::round(double number) noexcept
     if (binary == 0 || binary == special)
         return false;
 
-    // The binary exponent times the logarithm of 2 is the decimal exponent or one less.
+    // The binary exponent times log10(2), rounded down, is the decimal exponent or one less.
     exponent = int((qint64(binary - bias) * 1'292'913'986) >> 32);
     double scaled = timesPowerOfTen(std::abs(number), 5 - exponent);
     if (scaled >= 1e6)
         scaled = timesPowerOfTen(std::abs(number), 5 - ++exponent);
 
-    // The at most 16 multiplications by powers that are themselves rounded are out by less than 1e-8 in all.
-    constexpr double doubt = 1e-6;
+    // Up to 16 multiplications by rounded powers add up to an error below 1e-8.
+    constexpr double tolerance = 1e-6;
     auto rounded = quint32(scaled);
     const double rest = scaled - rounded;
-    if (std::abs(rest - 0.5) < doubt)
+    if (std::abs(rest - 0.5) < tolerance)
         return false;
     rounded += rest > 0.5;
     if (rounded == 1'000'000) {

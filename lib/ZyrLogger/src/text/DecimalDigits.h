@@ -13,13 +13,12 @@ void writeDigits(quint64 number, char* end) noexcept;
 /// A number as 'g' with precision 6 needs it: rounded to six significant digits.
 struct SixDigits
 {
-    char digits[16]; // ASCII: the six, with the trailing zeroes that `count` leaves out; the rest is for reading past
-                     // them
-    int count;
-    int exponent; // of ten, for the first digit
+    char digits[16]; // ASCII; the last ten are padding, so that readers may copy eight from any of the six
+    int count;       // without trailing zeroes
+    int exponent;    // decimal, of the first digit
 
-    /// False, with nothing of use set, where only exact arithmetic tells how to round, and for zero, numbers below the
-    /// normal ones, infinities and what is no number. A sign is left out of account.
+    /// Ignores the sign. False, with the fields unusable, where the rounding needs exact arithmetic, and for zero,
+    /// subnormal numbers, infinities and NaN.
     bool round(double number) noexcept;
 };
 

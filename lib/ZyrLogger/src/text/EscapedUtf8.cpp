@@ -1,3 +1,5 @@
+// Converts and escapes UTF-16 by vectors: most texts are plain ASCII, which is copied as it is.
+
 #include "text/EscapedUtf8.h"
 
 #include <algorithm>
@@ -9,15 +11,15 @@ namespace Zyr {
 
 namespace {
 
-// Vectors as the compilers offer them for any processor, of as many units as most of them handle at once.
+// The compilers' portable vectors, of 128 bits of UTF-16: the width that most processors handle at once.
 constexpr std::ptrdiff_t blockSize = 8;
 using Units = std::uint16_t __attribute__((vector_size(2 * blockSize)));
 using Bytes = std::uint8_t __attribute__((vector_size(blockSize)));
 
-constexpr std::ptrdiff_t pieceSize = 16 * blockSize; ///< room for all of it is asked for at once
-constexpr std::ptrdiff_t mostBytesPerUnit = 3;
+constexpr std::ptrdiff_t pieceSize = 16 * blockSize; ///< units between two checks of the target's room
+constexpr std::ptrdiff_t maxBytesPerUnit = 3;
 
-/// The first of several units is the lowest, by which they are counted.
+/// The bit tricks below number the units from the lowest byte on.
 constexpr bool takesBlocks = std::endian::native == std::endian::little;
 
 template <typename T>
@@ -28,19 +30,19 @@ T load(const char16_t* from) noexcept
     return loaded;
 }
 
-/// Fewer units than a block has, followed by NULs, and without reading behind them.
+/// A partial block, filled up with NULs. Reads nothing beyond `count` units.
 Units loadFew(const char16_t* from, std::ptrdiff_t count) noexcept
 {
     std::uint64_t low, high = 0;
     if (count >= 4) {
         low = load<std::uint64_t>(from);
-        const auto halfOfSurplus = 8 * (blockSize - count); // all 64 bits at a time are too many to shift
+        const auto halfOfSurplus = 8 * (blockSize - count); // in two steps: shifting by 64 at once is undefined
         high = load<std::uint64_t>(from + count - 4) >> halfOfSurplus >> halfOfSurplus;
     } else {
         const auto unit = [from](std::ptrdiff_t index) { return std::uint64_t(from[index]) << (16 * index); };
         low = unit(0) | unit(count / 2) | unit(count - 1);
     }
-    using Halves = std::uint64_t __attribute__((vector_size(sizeof(Units)))); // by registers, not by memory
+    using Halves = std::uint64_t __attribute__((vector_size(sizeof(Units)))); // stays in registers
     return std::bit_cast<Units>(Halves{low, high});
 }
 
@@ -50,7 +52,7 @@ std::uint64_t narrow(Units units) noexcept
     return std::bit_cast<std::uint64_t>(__builtin_convertvector(units, Bytes));
 }
 
-/// Ones in the bytes of those units that are not printable ASCII or not to be copied as they are.
+/// 0xff in the bytes of those units that are not printable ASCII or need an escape.
 std::uint64_t specialsOf(Units units) noexcept
 {
     constexpr std::uint16_t first = ' ';
@@ -58,13 +60,13 @@ std::uint64_t specialsOf(Units units) noexcept
     return narrow(Units((units - first >= count) | (units == '%') | (units == '"') | (units == '\\')));
 }
 
-/// Ones in the bytes of the first `count` units.
+/// 0xff in the bytes of the first `count` units.
 std::uint64_t firstOf(std::ptrdiff_t count) noexcept
 {
     return ~std::uint64_t(0) >> (8 * (blockSize - count));
 }
 
-/// A character beyond ASCII: its lead byte has the bits of `mark`.
+/// A character beyond ASCII; `mark` holds the prefix bits of its lead byte.
 char* putCharacter(char32_t character, unsigned mark, int furtherBytes, char* to) noexcept
 {
     *to++ = char(mark | character >> (6 * furtherBytes));
@@ -83,7 +85,7 @@ char* putSpecialAscii(char16_t unit, char* to) noexcept
     return to;
 }
 
-/// Puts one character and moves `from` behind it, or leaves it at what stands for no character.
+/// Writes one character and moves `from` behind it. Leaves `from` at a '%', a NUL or a lone surrogate.
 char* putSpecial(const char16_t*& from, const char16_t* end, char* to) noexcept
 {
     const char16_t unit = *from;
@@ -112,7 +114,7 @@ struct Block
     std::uint64_t specials;
 };
 
-/// Puts a block with special units. Leaves `from` at or behind its end, or where putSpecial() stops.
+/// Writes a block with special units. Leaves `from` at or behind its end, or where putSpecial() stops.
 char* putMixed(const Block& block, const char16_t*& from, const char16_t* end, char* to) noexcept
 {
     while (from < block.end) {
@@ -124,7 +126,7 @@ char* putMixed(const Block& block, const char16_t*& from, const char16_t* end, c
                 break;
         } else {
             const std::uint64_t bytes = block.bytes >> (8 * (from - block.begin));
-            std::memcpy(to, &bytes, sizeof bytes); // right up to the first special one
+            std::memcpy(to, &bytes, sizeof bytes); // valid up to the first special one
             const auto count = std::min<std::ptrdiff_t>(std::countr_zero(specials) / 8, block.end - from);
             from += count;
             to += count;
@@ -139,8 +141,8 @@ const char16_t* appendEscapedUtf8(const char16_t* from, const char16_t* end, Lin
 {
     while (from != end) {
         const char16_t* const pieceEnd = from + std::min(end - from, pieceSize);
-        // One unit more for the second half of a pair behind the piece, and what is written to be overwritten.
-        char* out = to.room(std::size_t((pieceEnd - from + 1) * mostBytesPerUnit + blockSize));
+        // One unit more for a surrogate pair across the piece's end, and one block more, as stores are whole blocks.
+        char* out = to.room(std::size_t((pieceEnd - from + 1) * maxBytesPerUnit + blockSize));
         while (!takesBlocks && from < pieceEnd) {
             const char16_t* const before = from;
             out = putSpecial(from, end, out);
@@ -154,7 +156,7 @@ const char16_t* appendEscapedUtf8(const char16_t* from, const char16_t* end, Lin
             const Units units = size == blockSize ? load<Units>(from) : loadFew(from, size);
             const std::uint64_t bytes = narrow(units);
             const std::uint64_t specials = specialsOf(units) & firstOf(size);
-            std::memcpy(out, &bytes, sizeof bytes); // right up to the first special one
+            std::memcpy(out, &bytes, sizeof bytes); // valid up to the first special one
             if (specials == 0) {
                 out += size;
                 from += size;

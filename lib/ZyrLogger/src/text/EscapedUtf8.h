@@ -4,8 +4,8 @@
 
 namespace Zyr {
 
-/// Appends UTF-16 as UTF-8, escaped for a double-quoted field of a one-line record, as far as each character can be
-/// taken for itself: up to a '%', a NUL or a surrogate without its other half. Returns where it stopped, or `end`.
+/// Appends UTF-16 as UTF-8, escaped for a double-quoted field of a one-line record, up to the first '%', NUL or lone
+/// surrogate, which need more than a look at the character. Returns where it stopped, or `end`.
 const char16_t* appendEscapedUtf8(const char16_t* from, const char16_t* end, LineBuffer& to);
 
 } // namespace Zyr

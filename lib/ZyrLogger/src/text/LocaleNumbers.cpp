@@ -1,3 +1,5 @@
+// Numbers by the default locale, written without QLocale wherever a comparison shows that both agree.
+
 #include "text/LocaleNumbers.h"
 
 #include "text/DecimalDigits.h"
@@ -6,6 +8,7 @@
 #include <limits>
 
 namespace Zyr {
+
 namespace {
 
 QByteArray ask(const QLocale& locale, qint64 number)
@@ -40,7 +43,7 @@ LocaleNumbers::LocaleNumbers()
 void LocaleNumbers::update()
 {
     if (QLocale() != locale)
-        *this = LocaleNumbers(); // at once, so that it stays as it was where memory runs out in between
+        *this = LocaleNumbers(); // in one step: unchanged if memory runs out while the new one is made
 }
 
 void LocaleNumbers::append(qint64 number, LineBuffer& to) const
@@ -69,7 +72,7 @@ void LocaleNumbers::append(double number, LineBuffer& to) const
         to.append(viewOf(ask(locale, number)));
 }
 
-/// With numbers of every length, since it is the groups that a locale can have its own way with.
+/// With integers of every length, since locales differ in how they group digits.
 void LocaleNumbers::compare()
 {
     const auto same = [this](auto number) {

@@ -9,14 +9,14 @@ namespace Zyr {
 
 /// Numbers as the default locale writes them: what QLocale().toString() gives, in UTF-8. For one thread at a time.
 ///
-/// It writes them itself, with symbols derived from the locale, which takes a fraction of the time. Where a comparison
-/// shows that a locale writes otherwise, or a number is not for it to round, it asks the locale.
+/// Writes them itself, with symbols derived from the locale, in a fraction of the time. Asks QLocale where a comparison
+/// shows that the locale writes otherwise, and for numbers that SixDigits cannot round.
 class LocaleNumbers
 {
 public:
     LocaleNumbers();
 
-    /// Takes over the default locale as it is now; cheap while it has not changed.
+    /// Adopts the current default locale; cheap while it has not changed.
     void update();
 
     void append(qint64 number, LineBuffer& to) const;  // as toString(qlonglong)

@@ -1,9 +1,13 @@
+// A locale's symbols for numbers. QLocale has no calls for group sizes and whole exponents, which are read off numbers
+// that it writes.
+
 #include "text/NumberSymbols.h"
 
 #include <algorithm>
 #include <limits>
 
 namespace Zyr {
+
 namespace {
 
 bool take(QStringView text, Symbol& symbol)

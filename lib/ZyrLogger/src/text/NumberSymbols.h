@@ -12,8 +12,7 @@ struct Symbol
 {
     static constexpr int capacity = 16;
 
-    /// Copies all the bytes there could be, which is faster than as many as there are: up to `capacity` bytes behind
-    /// the symbol get overwritten.
+    /// Always copies `capacity` bytes, which is faster than copying `size`: what lies behind the symbol is overwritten.
     char* writeTo(char* to) const noexcept
     {
         std::memcpy(to, bytes, capacity);
@@ -27,8 +26,8 @@ struct Symbol
 /// How a locale writes numbers.
 struct NumberSymbols
 {
-    /// False where the locale's ways do not fit in here. True does not yet mean that they were understood: that shows
-    /// in a comparison with what the locale writes.
+    /// False where the locale's symbols do not fit into these fields. True is no proof that they were understood, which
+    /// only a comparison with the locale's own output shows.
     bool deriveFrom(const QLocale& locale);
 
     char digits[10][4] = {}; // in UTF-8, `digitSize` bytes each
@@ -39,11 +38,11 @@ struct NumberSymbols
     Symbol decimalPoint;
     Symbol positiveExponent; // what is between the digits of 1e+10
     Symbol negativeExponent;
-    bool twoDigitExponent = true; // at least
+    bool twoDigitExponent = true; // at least two
 
     static constexpr int never = std::numeric_limits<int>::max();
-    int groupedFrom = never; // the number of digits that are the fewest to be grouped
-    int firstGroup = never;  // the fewest digits of that group: with 2, 1234567 is written 1234.567
+    int groupedFrom = never; // numbers with fewer digits are not grouped
+    int firstGroup = never;  // min. digits of the first group: with 2, 1234567 is written 1234.567
     int otherGroups = 1;
     int lastGroup = 1;
 };

@@ -1,3 +1,5 @@
+// Numbers put together from ASCII digits and a locale's symbols, by copies of constant size, which are the fastest.
+
 #include "text/NumberWriter.h"
 
 #include "text/DecimalDigits.h"
@@ -6,11 +8,12 @@
 #include <cstdlib>
 
 namespace Zyr {
+
 namespace {
 
-constexpr int mostDigits = 20;
+constexpr int maxDigits = 20; // of 64 bits
 
-/// That many ASCII digits get copied at a time, needed or not, which is faster than to count them.
+/// How many ASCII digits each copy takes, needed or not.
 constexpr int chunk = 8;
 
 constexpr char zeroes[2 * chunk + 1] = "0000000000000000";
@@ -22,8 +25,8 @@ bool NumberWriter::use(const QLocale& locale)
     if (!symbols.deriveFrom(locale))
         return false;
     const NumberSymbols& has = symbols;
-    mostBytes =
-        std::size_t(has.minus.size + mostDigits * (has.digitSize + has.groupSeparator.size) + has.decimalPoint.size +
+    maxBytes =
+        std::size_t(has.minus.size + maxDigits * (has.digitSize + has.groupSeparator.size) + has.decimalPoint.size +
                     std::max(has.positiveExponent.size, has.negativeExponent.size) + Symbol::capacity + chunk);
     if (has.groupedFrom == NumberSymbols::never)
         return true;
@@ -40,7 +43,7 @@ char* NumberWriter::write(quint64 number, bool negative, char* to) const noexcep
         Zyr::writeDigits(number, to + count);
         return to + count;
     }
-    char ascii[mostDigits + chunk];
+    char ascii[maxDigits + chunk];
     Zyr::writeDigits(number, ascii + count);
     return writeGrouped(ascii, count, to);
 }
@@ -80,7 +83,7 @@ char* NumberWriter::writeExponent(int exponent, char* to) const noexcept
     const int magnitude = std::abs(exponent);
     if (magnitude < 10 && symbols.twoDigitExponent)
         to = writeZero(to);
-    char ascii[mostDigits];
+    char ascii[maxDigits];
     const int count = countDigits(quint64(magnitude));
     Zyr::writeDigits(quint64(magnitude), ascii + count);
     return writeDigits(ascii, count, to);

@@ -6,19 +6,19 @@ namespace Zyr {
 
 struct SixDigits;
 
-/// Writes numbers with a locale's symbols. What it returns is the end of what it wrote.
+/// Writes numbers with a locale's symbols. The functions return the end of what they wrote.
 class NumberWriter
 {
 public:
-    /// Takes over a locale's symbols. False where they do not fit in here.
+    /// Adopts a locale's symbols. False where they are not supported.
     bool use(const QLocale& locale);
 
-    /// How many bytes a number may overwrite at most; many more than it takes.
-    std::size_t room() const noexcept { return mostBytes; }
+    /// Max. bytes that writing a number may overwrite; far more than the number takes.
+    std::size_t room() const noexcept { return maxBytes; }
 
     char* write(quint64 number, bool negative, char* to) const noexcept;
 
-    /// With precision 6, as 'g' has it.
+    /// As printf's "%g" does.
     char* write(const SixDigits& number, bool negative, char* to) const noexcept;
 
     char* writeZero(char* to) const noexcept;
@@ -29,7 +29,7 @@ private:
     char* writeExponent(int exponent, char* to) const noexcept;
 
     NumberSymbols symbols;
-    std::size_t mostBytes = 0;
+    std::size_t maxBytes = 0;
 };
 
 } // namespace Zyr

@@ -34,7 +34,7 @@ QString renderArgument(const QVariant& value, const QLocale& locale)
     }
 }
 
-/// In the order of the steps that fill them in. Each value is converted once: conversions may be the application's.
+/// In the order in which they are filled in. Each value is converted only once: conversions may be the application's.
 QStringList valueTexts(const QList<QVariant>* args, const QMap<QString, QVariant>* topics)
 {
     QStringList texts;
@@ -48,18 +48,17 @@ QStringList valueTexts(const QList<QVariant>* args, const QMap<QString, QVariant
     return texts;
 }
 
-/// Values that hold placeholders multiply: what a text is filled with needs a bound that memory and time have too.
-qint64 longest(const QString& text, const QStringList& values)
+/// Values that hold placeholders multiply, so memory and time need a bound.
+qint64 maxSize(const QString& text, const QStringList& values)
 {
-    qint64 size = text.size() + qint64(mostGrowth);
+    qint64 size = text.size() + qint64(maxGrowth);
     for (const QString& value : values)
         size += value.size();
     return std::min<qint64>(size, std::numeric_limits<qsizetype>::max());
 }
 
-/// Replaces the placeholder from left to right, up to the first one that would make the text longer than `most`. False
-/// when there is such a one.
-bool fill(QString& text, const QString& placeholder, const QString& value, qint64 most)
+/// Replaces the placeholder from left to right, until the next one would make the text longer than `limit`; false then.
+bool fill(QString& text, const QString& placeholder, const QString& value, qint64 limit)
 {
     const QStringMatcher matcher(placeholder);
     const auto find = [&](qsizetype from) { return matcher.indexIn(text, from); };
@@ -67,12 +66,12 @@ bool fill(QString& text, const QString& placeholder, const QString& value, qint6
     qint64 size = text.size();
     qsizetype count = 0;
     qsizetype next = find(0);
-    for (; next >= 0 && size + growth <= most; next = find(next + placeholder.size())) {
+    for (; next >= 0 && size + growth <= limit; next = find(next + placeholder.size())) {
         size += growth;
         ++count;
     }
     if (count > 0) {
-        // At once, since QString::replace() moves the rest of the text for every thousand of them.
+        // In one pass: QString::replace() moves the rest of the text after each thousand matches.
         QString filled(qsizetype(size), Qt::Uninitialized);
         const QChar* from = text.cbegin();
         QChar* to = filled.data();
@@ -110,16 +109,15 @@ QString LogMessage::getStr()
 {
     QString result = text;
     const QStringList values = valueTexts(args, topics);
-    const qint64 most = longest(text, values);
+    const qint64 limit = maxSize(text, values);
     auto value = values.cbegin();
     bool fits = true;
-    // From the highest number down, so that %12 is gone before %1 could take its first two characters. Each
-    // substitution works on the outcome of the ones before it.
+    // From the highest number down: %1 would match in %12. Each step works on the result of the one before.
     for (qsizetype number = args ? args->size() : 0; fits && number > 0; --number)
-        fits = fill(result, u'%' + QString::number(number), *value++, most);
+        fits = fill(result, u'%' + QString::number(number), *value++, limit);
     if (topics) {
         for (auto topic = topics->cbegin(); fits && topic != topics->cend(); ++topic)
-            fits = fill(result, u'%' + topic.key(), *value++, most);
+            fits = fill(result, u'%' + topic.key(), *value++, limit);
     }
     result = escaped(result);
     if (!fits)

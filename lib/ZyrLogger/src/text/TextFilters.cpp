@@ -1,3 +1,5 @@
+// The text filters of a logger, which search UTF-8 without converting it wherever that finds the same.
+
 #include "text/TextFilters.h"
 
 #include <algorithm>

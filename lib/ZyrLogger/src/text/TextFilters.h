@@ -18,13 +18,13 @@ public:
     bool isEmpty() const noexcept { return wanted.isEmpty() && unwanted.isEmpty(); }
 
     bool pass(const QString& text) const;
-    /// Of a text that is the UTF-8 of a well-formed one.
+    /// The same for valid UTF-8.
     bool pass(std::string_view text) const;
 
 private:
     QStringList wanted;
     QStringList unwanted;
-    bool wellFormed; ///< all entries; others may match half a character, which UTF-8 cannot tell
+    bool wellFormed; ///< no entry has a lone surrogate, which could match half a character in UTF-16 but not in UTF-8
     std::vector<std::string> wantedUtf8;
     std::vector<std::string> unwantedUtf8;
 };

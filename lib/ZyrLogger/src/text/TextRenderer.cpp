@@ -1,11 +1,11 @@
-// A message's text in one pass, instead of the steps that define it: one replaces all "%n" or "%key" after the other,
-// in the outcome of those before, the numbers from the highest down and then the keys in ascending order. Both give the
-// same where
-//  - no value contains a '%', so that each '%' is one of the text's own,
-//  - each '%' is taken by the first step whose name follows it in the text, and not by an earlier one whose name only
-//    begins there, directly before another placeholder, and is completed by that one's value,
-//  - no value holds half a character, which could meet its other half,
+// A message's text in one pass. By definition it is made in steps: each replaces all "%n" or all "%key" in the result
+// of the step before, the numbers from the highest down, then the keys in ascending order. One pass gives the same if
+//  - no value contains a '%',
+//  - no placeholder's value can complete, for a later step, a name that begins at the '%' before it: in "%%1" with the
+//    value "a" and a key "a", the second step would replace "%a",
+//  - no value holds a lone surrogate, which could meet its other half,
 //  - the text stays within its bound.
+// Else the steps are left to LogMessage::getStr().
 
 #include "text/TextRenderer.h"
 
@@ -24,12 +24,12 @@ namespace Zyr {
 
 namespace {
 
-// Steps in the order in which they happen count down: those of numbers are their numbers.
+// Steps are numbered downwards in the order in which they happen; the step of "%n" is n.
 constexpr qsizetype stepsOfKeys = 0;
 constexpr qsizetype lastStep = -1;
 constexpr qsizetype noStep = std::numeric_limits<qsizetype>::max();
 
-constexpr qsizetype longestNumber = 128; ///< and longer than any locale's
+constexpr qsizetype maxNumberSize = 128; ///< UTF-16 units; no locale needs as many
 
 bool isUsable(const QMap<QString, QVariant>& topics)
 {
@@ -65,8 +65,8 @@ public:
     }
 
 private:
-    /// Puts the value of what follows a '%', or the '%' alone. A value put by a step before the one that it would
-    /// complete a name for is not for one pass.
+    /// Writes the value of the placeholder behind a '%', or the '%' alone. False where a later step than the value's
+    /// could match across the value: then one pass is not enough.
     bool putPlaceholder()
     {
         const qsizetype completedBefore = std::exchange(completed, noStep);
@@ -87,7 +87,7 @@ private:
         return step <= completedBefore && putValue(*value, step != stepsOfKeys);
     }
 
-    /// Moves behind the longest number that has a value, which is the highest and replaced first. 0 if there is none.
+    /// Moves behind the longest number that has a value: the highest one is replaced first. 0 if there is none.
     qsizetype takeNumber()
     {
         qsizetype number = 0;
@@ -103,7 +103,7 @@ private:
         return number;
     }
 
-    /// Moves behind the shortest key that follows, which is the first in order. Null if none does.
+    /// Moves behind the shortest key that matches: it comes first in ascending order. Null if none matches.
     const QVariant* takeKey()
     {
         for (auto topic = message.topics->cbegin(); topic != message.topics->cend(); ++topic) {
@@ -154,7 +154,7 @@ private:
     template <typename Number>
     bool putNumber(Number number, bool byLocale)
     {
-        if (!takeRoom(longestNumber))
+        if (!takeRoom(maxNumberSize))
             return false;
         if (byLocale) {
             if (!numbers)
@@ -164,14 +164,14 @@ private:
             knowsLocale = true;
             numbers->append(number, to);
         } else if constexpr (std::is_integral_v<Number>) {
-            constexpr int mostDigits = 20;
-            char* const digits = to.room(mostDigits);
-            to.extendTo(std::to_chars(digits, digits + mostDigits, number).ptr);
+            constexpr int maxDigits = 20; // of 64 bits, sign included
+            char* const digits = to.room(maxDigits);
+            to.extendTo(std::to_chars(digits, digits + maxDigits, number).ptr);
         }
         return true;
     }
 
-    /// Before that many units are put. While there is room, the text is within its bound after each step too.
+    /// Called before that many units are written. While there is room, the text is within its bound after every step.
     bool takeRoom(qsizetype units)
     {
         if (units > room)
@@ -183,11 +183,11 @@ private:
     const LogMessage& message;
     std::optional<LocaleNumbers>& numbers;
     LineBuffer& to;
-    qsizetype room = mostGrowth; ///< for values
+    qsizetype room = maxGrowth; ///< for values
     const qsizetype argCount;
     const char16_t* at;
     const char16_t* const end;
-    qsizetype completed = noStep; ///< the last step that could take the last '%' if a value came directly behind it
+    qsizetype completed = noStep; ///< last step that could match at the last '%' once a value follows it directly
     bool knowsLocale = false;
 };
 

@@ -9,14 +9,13 @@ namespace Zyr {
 
 class LogMessage;
 
-/// By how many UTF-16 units a text may become longer than it and its values are together, before it is escaped.
-inline constexpr qsizetype mostGrowth = qsizetype(1) << 20;
+/// Max. UTF-16 units by which a rendered text, not yet escaped, may exceed the text and its values together.
+inline constexpr qsizetype maxGrowth = qsizetype(1) << 20;
 
-/// Appends what message.getStr().toUtf8() gives. False, with nothing appended, where only the literal steps give it,
-/// for texts with a NUL and where values take more than `mostGrowth`. Values may be converted more than once, or not at
-/// all.
+/// Appends what message.getStr().toUtf8() gives. False, with nothing appended, where one pass is not enough, for texts
+/// with a NUL and where values take more than `maxGrowth`. Values may be converted more than once, or not at all.
 ///
-/// `numbers` are made when the first number is rendered: threads begin to log when Qt's locales are gone already.
+/// `numbers` are made when the first number is rendered: threads may log after Qt has destroyed its locales.
 bool renderText(const LogMessage& message, std::optional<LocaleNumbers>& numbers, LineBuffer& to);
 
 } // namespace Zyr

@@ -1,4 +1,5 @@
-// The compression of one archive, in slices.
+// The compression of one archive, in slices between which the worker thread writes lines.
+
 #include "store/archive/ArchiveCompressor.h"
 
 #include "system/FileCalls.h"
@@ -23,10 +24,10 @@ namespace {
 constexpr std::size_t blockSize = 16 * 1024; // on the stack
 constexpr int blocksPerSlice = 4;
 
-/// What POCO's deflating stream, which writes nothing at all without input, leaves out.
+/// For an empty archive: POCO's deflating stream writes nothing at all without input.
 constexpr char emptyGzip[20] = {'\x1f', '\x8b', 8, 0, 0, 0, 0, 0, 0, 3, 3};
 
-/// The temporary file as the deflating stream writes to it.
+/// Makes the temporary file a stream for the deflating stream to write to.
 class Output : public std::streambuf
 {
 public:
@@ -40,7 +41,7 @@ public:
 protected:
     std::streamsize xsputn(const char* bytes, std::streamsize count) override
     {
-        if (!file) // abandoned: the deflating stream writes its end nevertheless
+        if (!file) // abandoned: the deflating stream still writes its trailer
             return count;
         for (std::streamsize written = 0; written < count;) {
             const ssize_t step = FileCalls::write(file.get(), bytes + written, std::size_t(count - written), watch);
@@ -74,7 +75,7 @@ struct ArchiveCompressor::Work
     std::uint64_t consumed = 0;
     Output output;
     std::ostream stream;
-    std::optional<Poco::DeflatingStreamBuf> deflated; // last, since it writes when it is destroyed
+    std::optional<Poco::DeflatingStreamBuf> deflated; // last: its destructor writes to `stream`
 };
 
 ArchiveCompressor::ArchiveCompressor(CallWatch& itsWatch)
@@ -102,7 +103,7 @@ ArchiveCompressor::Result ArchiveCompressor::begin(const std::string& archive)
 {
     ForkClosedFile& input = work->input;
     const auto open = [&](int flags) { return work->log->open(archive, flags, input, watch); };
-    if (!open(O_RDWR) && // a lock that keeps writers off needs that
+    if (!open(O_RDWR) && // the exclusive lock needs write access
         ((errno != EACCES && errno != EPERM && errno != EROFS) || !open(O_RDONLY)))
         return errno == ENOENT ? Result::Gone : Result::Failed;
     if (isBeingWritten())
@@ -121,8 +122,8 @@ ArchiveCompressor::Result ArchiveCompressor::begin(const std::string& archive)
     return Result::Working;
 }
 
-/// Whoever appends holds a lock, and looks under it whether the file is still the log. So once nobody holds one, the
-/// archive is never written again.
+/// Writers hold a shared lock while they append, and check under it whether the file is still the log. So once nobody
+/// holds one, the archive is never written again.
 bool ArchiveCompressor::isBeingWritten()
 {
     const int file = work->input.get();
@@ -139,7 +140,7 @@ ArchiveCompressor::Result ArchiveCompressor::compressSlice(const std::string& ar
     Result result = Result::Failed;
     try {
         result = readSlice(archive);
-    } catch (const std::exception&) { // of the deflating stream, where the file could not be written
+    } catch (const std::exception&) { // the deflating stream's, when the file cannot be written
     }
     if (result != Result::Working)
         abandon();
@@ -176,20 +177,20 @@ ArchiveCompressor::Result ArchiveCompressor::finish(const std::string& archive)
         return errno == ENOENT ? Result::Gone : Result::Failed;
     if (!isSameFile(status, work->status))
         return Result::Gone;
-    if (std::uint64_t(status.st_size) != work->consumed) // written to although there are no locks
+    if (std::uint64_t(status.st_size) != work->consumed) // another writer, on a file system without locks
         return Result::Failed;
     FileCalls::copyAccess(status, output, watch);
     FileCalls::copyTimes(status, output, watch);
     if (!FileCalls::synchronize(output, watch))
         return Result::Failed;
 
-    // Somebody else may have taken the temporary file for a left-over.
+    // Another process may have removed the temporary file as a leftover.
     if (!FileCalls::status(output, status, watch) || status.st_nlink == 0)
         return Result::Failed;
     if (log.renameToFree(work->temporary, archive + ".gz", watch))
         return Result::Failed;
-    work->output.file.close(watch); // so that it is not removed as the temporary file
-    log.synchronize(watch);         // before the other name goes
+    work->output.file.close(watch); // so that abandon() removes nothing
+    log.synchronize(watch);         // before the plain file is removed
     log.remove(archive, watch);
     return Result::Done;
 }
@@ -198,7 +199,7 @@ void ArchiveCompressor::abandon() noexcept
 {
     if (!work)
         return;
-    if (work->output.file) // in a forked child it is closed and left to the parent
+    if (work->output.file) // closed in a forked child: the parent goes on with it
         work->log->remove(work->temporary, watch);
     work->output.file.close(watch);
     work->input.close(watch);
@@ -216,10 +217,10 @@ bool holdsAllOf(const LogPlace& log, const std::string& gzipped, const std::stri
         !FileCalls::status(file.get(), part, watch) || part.st_size < off_t(sizeof emptyGzip) ||
         FileCalls::readAt(file.get(), part.st_size - sizeBytes, size, sizeof size, watch) != sizeBytes)
         return false;
-    std::uint32_t told = 0;
+    std::uint32_t sizeInTrailer = 0;
     for (std::size_t byte = sizeof size; byte-- > 0;)
-        told = told << 8 | size[byte];
-    return told == std::uint32_t(whole.st_size);
+        sizeInTrailer = sizeInTrailer << 8 | size[byte];
+    return sizeInTrailer == std::uint32_t(whole.st_size);
 }
 
 } // namespace Zyr

@@ -7,17 +7,17 @@
 
 namespace Zyr {
 
-/// Compresses one archive at a time, a slice at each call, to a temporary file that takes the archive's place in the
-/// end. Holds memory and descriptors only between start() and the end of the work.
+/// Compresses one archive at a time, a slice per call, to a temporary file that finally replaces the archive. Holds
+/// memory and descriptors only between start() and the end of the work.
 class ArchiveCompressor
 {
 public:
     enum class Result {
         Working, ///< there is more to do
-        Done,    ///< ".gz" is there and the plain file, if it could be, removed
+        Done,    ///< ".gz" is in place; the plain file is removed if possible
         Gone,    ///< the archive is no longer under its name
-        Busy,    ///< somebody is just writing to it
-        Failed   ///< it is left as it was
+        Busy,    ///< another writer is appending to it
+        Failed   ///< the archive is left as it was
     };
 
     explicit ArchiveCompressor(CallWatch& itsWatch);
@@ -25,13 +25,13 @@ public:
 
     bool isWorking() const noexcept { return work != nullptr; }
 
-    /// `archive`: its name; `temporary`: that of a file beside it, overwritten.
+    /// `archive` and `temporary` are names in the log's directory; a file `temporary` is replaced.
     Result start(std::shared_ptr<const LogPlace> log, const std::string& archive, const std::string& temporary);
 
-    /// At most 64 KiB of input. `archive`: its name now, since it may be renamed meanwhile.
+    /// At most 64 KiB of input. `archive`: its current name, since rotations rename archives.
     Result compressSlice(const std::string& archive);
 
-    /// Removes the temporary file. After every result but Working this is done already.
+    /// Removes the temporary file. Every result but Working has done so already.
     void abandon() noexcept;
 
 private:
@@ -46,7 +46,7 @@ private:
     std::unique_ptr<Work> work;
 };
 
-/// Whether a gzipped file looks as if it held all of the plain one: its trailer gives the same size.
+/// Whether a gzipped file seems to hold all of the plain one: its trailer has the same size.
 bool holdsAllOf(const LogPlace& log, const std::string& gzipped, const std::string& plain, CallWatch& watch);
 
 } // namespace Zyr

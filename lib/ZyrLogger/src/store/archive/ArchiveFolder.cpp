@@ -1,4 +1,5 @@
-// Finding the archives of a log in its directory.
+// Finds the archives of a log in its directory.
+
 #include "store/archive/ArchiveFolder.h"
 
 #include "system/DirectoryEntries.h"

@@ -14,8 +14,8 @@ struct FoundArchive
     bool regular = true;
 };
 
-/// All that is named as an archive of that log, in no order. One pass over the directory, which asks the file system
-/// about single files only where it does not tell their kind there.
+/// Everything that is named as an archive of that log, unordered, in one pass over the directory. Single files cost a
+/// system call only where the directory does not hold their types.
 std::error_code findArchives(const LogPlace& log, std::vector<FoundArchive>& found, CallWatch& watch);
 
 } // namespace Zyr

@@ -1,4 +1,5 @@
-// The names of archives, and what they tell of an archive's age.
+// The names of archives, from which their order and age follow.
+
 #include "store/archive/ArchiveNames.h"
 
 #include "base/LocalTime.h"
@@ -19,7 +20,7 @@ constexpr std::size_t stampDigits = 17;
 constexpr std::size_t wholeSecondDigits = 14;
 constexpr std::size_t maxNumberDigits = 9;
 
-/// What a calendar shows, without regard to its time zone.
+/// Date and time of day, in any time zone.
 using CalendarTime = sys_time<milliseconds>;
 
 /// Takes the leading decimal digits off `text`.
@@ -46,8 +47,8 @@ std::optional<std::int32_t> parseNumber(std::string_view digits)
     return toNumber<std::int32_t>(digits);
 }
 
-/// Nothing when there is no such date or time of day. The last year of four digits is left out, so that each stamp has
-/// one after it.
+/// Nothing when there is no such date or time of day. The year 9999 is not accepted, so that every stamp has a
+/// successor.
 std::optional<CalendarTime> toCalendar(std::uint64_t stamp)
 {
     const auto take = [&](unsigned base) {
@@ -62,7 +63,7 @@ std::optional<CalendarTime> toCalendar(std::uint64_t stamp)
     const day dayOfMonth(take(100));
     const month monthOfYear(take(100));
     const year_month_day date(year(int(stamp)), monthOfYear, dayOfMonth);
-    if (stamp >= 9999 || !date.ok() || hour > 23h || minute > 59min || second > 60s) // a leap second is shown as 60
+    if (stamp >= 9999 || !date.ok() || hour > 23h || minute > 59min || second > 60s) // 60: a leap second
         return std::nullopt;
     return sys_days(date) + hour + minute + second + millisecond;
 }

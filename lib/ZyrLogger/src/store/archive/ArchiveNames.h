@@ -8,29 +8,29 @@
 
 namespace Zyr {
 
-/// What tells one archive of a log from another: "app.log.3", "app.log.20260131235959999", both also with ".gz".
+/// The varying part of an archive's name: "app.log.3", "app.log.20260131235959999", both also with ".gz".
 struct ArchiveName
 {
     std::uint64_t stamp = 0;   ///< YYYYMMDDHHMMSSmmm read as a number; 0 without one
-    std::int32_t number = -1;  ///< -1 without one; behind a stamp it tells archives of one millisecond apart
-    bool wholeSeconds = false; ///< the stamp is written in its first 14 digits
+    std::int32_t number = -1;  ///< -1 without one; behind a stamp it distinguishes archives of one millisecond
+    bool wholeSeconds = false; ///< the name has only the first 14 digits of the stamp
     bool gzipped = false;
 
-    /// Nothing when the file is not an archive of the log, as far as its name tells.
+    /// Nothing when the name is not that of an archive of the log.
     static std::optional<ArchiveName> parse(std::string_view logName, std::string_view fileName);
 
-    /// What is put behind the log's name or path.
+    /// Everything behind the log's name or path.
     std::string suffix() const;
 
     bool isTimestamped() const noexcept { return stamp != 0; }
 
-    /// The same archive in the form of `asGzipped`.
+    /// The same archive, gzipped or plain.
     ArchiveName as(bool asGzipped) const noexcept;
 
     bool operator==(const ArchiveName&) const noexcept = default;
 
-    /// Whether it is the newer one of two of a kind. An archive that had to give way to one of the same millisecond got
-    /// a number, which was counted up each time.
+    /// For two archives of one kind, numbered or timestamped. With equal stamps, a higher number is older: archives of
+    /// the same millisecond were counted up by each new one.
     bool isNewerThan(const ArchiveName& other) const noexcept;
 };
 
@@ -38,10 +38,10 @@ namespace ArchiveStamp {
 
 using Time = std::chrono::system_clock::time_point;
 
-/// As ArchiveName has it, in local time or UTC.
+/// ArchiveName::stamp of a time, in local time or UTC.
 std::uint64_t of(Time time, bool local) noexcept;
 
-/// The stamp of a millisecond later.
+/// The stamp one millisecond later.
 std::uint64_t after(std::uint64_t stamp) noexcept;
 
 } // namespace ArchiveStamp

@@ -1,4 +1,5 @@
-// The archives of one log file: the list of them, room for the next one, purging, and what a kill left over.
+// The archives of one log file: their list, the name for the next one, purging, and recovery after a kill.
+
 #include "store/archive/Archives.h"
 
 #include "system/FileCalls.h"
@@ -94,7 +95,7 @@ void Archives::listChanged()
     }
 }
 
-/// Newest first; all of the kind in use before the other kind; a plain file before a gzipped one of the same archive.
+/// The configured kind, numbered or timestamped, before the other; newest first; a plain file before its gzipped twin.
 bool Archives::goesBefore(const Archive& one, const Archive& other) const noexcept
 {
     if (one.name.isTimestamped() != other.name.isTimestamped())
@@ -120,7 +121,7 @@ std::error_code Archives::makeRoom(Time now, std::string& archiveName)
     return {};
 }
 
-/// Later than all stamps there, also when the clock was set back, so that the order of the names is that of the logs.
+/// Later than all existing stamps, even if the clock was set back, so that the names are in the order of the logs.
 std::uint64_t Archives::freeStamp(Time now) const noexcept
 {
     const std::uint64_t stamp = ArchiveStamp::of(now, settings.localTimes);
@@ -130,19 +131,19 @@ std::uint64_t Archives::freeStamp(Time now) const noexcept
     return newest < stamp ? stamp : ArchiveStamp::after(newest);
 }
 
-/// Counts up the numbers of the archives from 0 to the first hole, the last one first.
+/// Counts up the numbers of the archives from 0 to the first gap, the last one first.
 std::error_code Archives::shift()
 {
     auto end = list.begin();
-    std::int32_t hole = 0;
-    while (end != list.end() && !end->name.isTimestamped() && end->name.number <= hole)
-        hole = end++->name.number + 1;
+    std::int32_t gap = 0;
+    while (end != list.end() && !end->name.isTimestamped() && end->name.number <= gap)
+        gap = end++->name.number + 1;
     while (end != list.begin()) {
         --end;
         ArchiveName moved = end->name;
         ++moved.number;
         const std::error_code error = log->renameToFree(nameOf(*end), log->name() + moved.suffix(), watch);
-        if (error && error != std::errc::no_such_file_or_directory) // which was removed since it was found
+        if (error && error != std::errc::no_such_file_or_directory) // removed since the scan: nothing to move
             return error;
         if (error && end->compressing)
             compressor.abandon();
@@ -168,7 +169,7 @@ struct Archives::AgeLimit
 
     std::int64_t age;
     std::int64_t present;
-    std::uint64_t stamp = 0; ///< of the newest time stamp that is too old
+    std::uint64_t stamp = 0; ///< the newest one that is too old
 };
 
 void Archives::added(const std::string& archiveName, Time now)
@@ -183,7 +184,7 @@ void Archives::added(const std::string& archiveName, Time now)
     listChanged();
 }
 
-/// What a time stamp in the name tells, or else the time at which the file was last written.
+/// By the time stamp in the name, or else by the time of the last write.
 bool Archives::isTooOld(const Archive& archive, const AgeLimit& limit)
 {
     if (archive.name.isTimestamped())
@@ -212,7 +213,7 @@ void Archives::purge(Time now)
             nextExpiry = never;
     }
 
-    std::size_t rank = 0; // two files of one archive have the same
+    std::size_t rank = 0; // the same for a plain file and its gzipped twin
     const ArchiveName* previous = nullptr;
     List kept;
     kept.reserve(list.size());
@@ -233,7 +234,7 @@ void Archives::purge(Time now)
     listChanged();
 }
 
-/// False when it is still there.
+/// False when the file still exists.
 bool Archives::remove(const Archive& archive)
 {
     if (archive.compressing)

@@ -14,10 +14,10 @@
 
 namespace Zyr {
 
-/// The archives of one log file: room for the next one, the purging of old ones, and their compression.
+/// The archives of one log file: makes room for the next one, purges old ones and compresses.
 ///
-/// Only regular files with the exact names of archives are ever removed or replaced. The directory is read when room
-/// is made; in between, the list of that time is kept up.
+/// Removes and replaces only regular files with exact names of archives. Reads the directory when it makes room; in
+/// between, it keeps that list up to date.
 class Archives
 {
 public:
@@ -25,32 +25,32 @@ public:
 
     explicit Archives(CallWatch& itsWatch);
 
-    /// Compression of another log's archive, or of one when that is switched off, is abandoned.
+    /// Abandons a compression under way if the log is another one or compression is switched off.
     void configure(std::shared_ptr<const LogPlace> itsLog, const FileSettings& wanted);
 
-    /// Gives the name that the log is to be renamed to, where no file is. May be repeated: room that was made stays.
+    /// Returns a free name for the log to be renamed to. May be repeated: room that was made stays.
     std::error_code makeRoom(Time now, std::string& archiveName);
 
-    /// The log has been renamed to what makeRoom() gave.
+    /// The log has been renamed to the name from makeRoom().
     void added(const std::string& archiveName, Time now);
 
-    /// Removes what is too old or too many, as far as it can be removed now; never the archive added last.
+    /// Removes archives that are too old or too many, as far as possible now; never the one added last.
     void purge(Time now);
 
-    /// What a process that was killed left over, of all steps of a rotation and of compression; then purges. After
-    /// an error the log's hidden ".next" may still be there, with lines in it.
+    /// Recovers from a kill in any step of a rotation or a compression, then purges. After an error the log's hidden
+    /// ".next" may still exist, with lines in it.
     std::error_code cleanUp(Time now);
 
     /// More than two archives added here wait for compression, and nothing has failed since the last one was added.
     bool mustCompressFirst() const noexcept;
 
-    /// Whether there is something to compress that has not failed only just now.
+    /// Whether there is something to compress, and no pause after a failure.
     bool canCompress(Time now) const noexcept;
 
     /// At most 64 KiB of input.
     void compressSlice(Time now) noexcept;
 
-    /// Lets the log go, until configure().
+    /// Releases the log, until configure().
     void leave() noexcept;
     bool isOf(const std::shared_ptr<const LogPlace>& place) const noexcept { return log && log == place; }
 
@@ -59,9 +59,9 @@ private:
 
     struct Archive : FoundArchive
     {
-        unsigned made = 0;        ///< counts what was added here; 0: found
-        bool compressing = false; ///< of at most one
-        bool postponed = false;   ///< could not be compressed, so others go first
+        unsigned made = 0;        ///< serial number of archives added here; 0: found by a scan
+        bool compressing = false; ///< true for one at most
+        bool postponed = false;   ///< could not be compressed: others go first
     };
     using List = std::vector<Archive>;
 
@@ -91,16 +91,16 @@ private:
     FileSettings settings;
 
     bool scanned = false;
-    List list;                   ///< newest first, the kind in use before the other one
+    List list;                   ///< as goesBefore() orders it
     unsigned made = 0;           ///< archives added so far
-    std::int64_t nextExpiry = 0; ///< second in which the first of the numbered ones there gets too old
+    std::int64_t nextExpiry = 0; ///< second in which the first of the numbered ones becomes too old
 
     ArchiveCompressor compressor;
-    std::size_t waiting = 0; ///< of those added here
-    bool leftOvers = false;  ///< others wait, too
+    std::size_t waiting = 0; ///< archives added here that wait for compression
+    bool leftOvers = false;  ///< archives found by a scan wait, too
     std::chrono::seconds backoff{0};
-    std::optional<Time> failed;    ///< when compression failed; nothing once it is to be tried again
-    std::chrono::seconds pause{0}; ///< how long not to try after that
+    std::optional<Time> failed;    ///< when compression last failed; nothing once it may be retried
+    std::chrono::seconds pause{0}; ///< how long to wait after that
 };
 
 } // namespace Zyr

@@ -1,4 +1,5 @@
-// The part of Archives that has them compressed.
+// The part of Archives that chooses what to compress, and when to retry.
+
 #include "store/archive/Archives.h"
 
 #include <algorithm>
@@ -12,7 +13,7 @@ namespace {
 
 constexpr std::size_t maxWaiting = 2;
 constexpr std::chrono::seconds firstWait(4);
-constexpr std::chrono::seconds maxWait(256); // a full disk is written to at each attempt
+constexpr std::chrono::seconds maxWait(256); // each attempt writes to a disk that may be full
 
 } // namespace
 
@@ -34,7 +35,7 @@ void Archives::compressSlice(Time now) noexcept
         return;
     try {
         compressNext(now);
-    } catch (const std::bad_alloc&) { // which keeps no line from being written
+    } catch (const std::bad_alloc&) { // no reason not to write lines
         abandonCompression();
         putOff(now, firstWait);
     }
@@ -81,8 +82,8 @@ void Archives::compressNext(Time now)
     listChanged();
 }
 
-/// What was added here, in that order, and then the others, the newest first, since the oldest ones are purged soonest.
-/// Something waits.
+/// Archives added here, in that order, then the others, newest first, since the oldest are purged soonest. To be called
+/// only if an archive waits.
 Archives::Archive* Archives::nextToCompress()
 {
     for (;;) {
@@ -100,7 +101,7 @@ Archives::Archive* Archives::nextToCompress()
     }
 }
 
-/// Whether an archive of the list is to be compressed. One that has a gzipped file beside it is left alone.
+/// Whether an archive of the list is to be compressed. One with a gzipped twin is left alone.
 bool Archives::waits(const Archive& archive) const noexcept
 {
     if (!archive.regular || archive.name.gzipped)

@@ -1,4 +1,5 @@
-// The hidden file that keeps when the present log file's interval began.
+// The hidden file that holds the start of the current log file's interval.
+
 #include "store/rotation/IntervalStart.h"
 
 #include "system/FileCalls.h"
@@ -17,11 +18,11 @@ namespace {
 using std::chrono::seconds;
 using Clock = std::chrono::system_clock;
 
-/// "-9223372036854775808" and a line end fit, and one more that shows that a file is too long.
+/// "-9223372036854775808", a line end, and one more byte that shows that a file is too long.
 constexpr std::size_t maxContent = 22;
 constexpr auto ending = ".since";
 
-/// A file system may hold times that the clock's type does not.
+/// Nothing for times that the clock's type cannot represent, which a file system may hold.
 std::optional<IntervalStart::Time> timeOf(std::int64_t secondsSinceEpoch)
 {
     const seconds time(secondsSinceEpoch);
@@ -35,7 +36,7 @@ std::optional<IntervalStart::Time> parse(std::string_view content)
     std::int64_t number = 0;
     const char* const end = content.data() + content.size();
     const auto [rest, error] = std::from_chars(content.data(), end, number);
-    // A line end tells that nothing is missing.
+    // Without its line end, the content is incomplete.
     if (error != std::errc{} || std::string_view(rest, static_cast<std::size_t>(end - rest)) != "\n")
         return {};
     return timeOf(number);
@@ -60,10 +61,10 @@ bool IntervalStart::write(const LogPlace& log, Time start) const
     const auto second = std::chrono::floor<seconds>(start.time_since_epoch()).count();
     const std::string name = log.hidden(ending), temporary = name + ".new", content = std::to_string(second) + '\n';
     ForkClosedFile file;
-    // For whoever rotates next to read, perhaps another user; what a crash left behind goes.
+    // Readable for all: the next process to rotate may be another user's. Replaces what a crash left behind.
     if (!log.create(temporary, Directory::Existing::Remove, file, watch, 0644))
         return false;
-    // Not synchronised, which would wear out storage: what a power cut leaves damaged counts as absent.
+    // Not synchronized, to save flash: a file damaged by a power cut counts as missing.
     const ssize_t written = FileCalls::write(file.get(), content.data(), content.size(), watch);
     file.close(watch);
     if (written == static_cast<ssize_t>(content.size()) && log.rename(temporary, name, watch))
@@ -77,10 +78,10 @@ void IntervalStart::remove(const LogPlace& log) const
     log.remove(log.hidden(ending), watch);
 }
 
-std::optional<IntervalStart::Time> IntervalStart::birthOf(const LogPlace& log) const
+std::optional<IntervalStart::Time> IntervalStart::birthTimeOf(const LogPlace& log) const
 {
-    std::int64_t made = 0;
-    return log.birth(log.name(), made, watch) ? timeOf(made) : std::nullopt;
+    std::int64_t seconds = 0;
+    return log.birthTime(log.name(), seconds, watch) ? timeOf(seconds) : std::nullopt;
 }
 
 } // namespace Zyr

@@ -7,7 +7,7 @@
 
 namespace Zyr {
 
-/// When the present log file's interval began, kept in a hidden file beside it (`.app.log.since` for `app.log`), since
+/// When the current log file's interval began, stored in a hidden file beside it (`.app.log.since` for `app.log`), as
 /// in the log itself every line is a record. For one thread; system calls go through the watch.
 class IntervalStart
 {
@@ -19,16 +19,16 @@ public:
     {
     }
 
-    /// In whole seconds. Nothing when the file is missing, unreadable or damaged, or names a time that is yet to come.
+    /// In whole seconds. Nothing when the file is missing, unreadable or damaged, or its time is in the future.
     std::optional<Time> read(const LogPlace& log) const;
 
-    /// Replaces the file at once, so that nobody reads half of it.
+    /// Replaces the file atomically.
     bool write(const LogPlace& log, Time start) const;
 
     void remove(const LogPlace& log) const;
 
-    /// For a log that has no such file: when it was made, or last written where the file system does not keep that.
-    std::optional<Time> birthOf(const LogPlace& log) const;
+    /// For a log without such a file: its birth time, or the last write where the file system keeps no birth time.
+    std::optional<Time> birthTimeOf(const LogPlace& log) const;
 
 private:
     CallWatch& watch;

@@ -1,4 +1,5 @@
-// How the active log file gives way to a new one.
+// Replaces the active log file by a new one, without a moment at which there is no log to open.
+
 #include "store/rotation/Rotation.h"
 
 #include "store/LogProblem.h"
@@ -27,8 +28,8 @@ RotationTimer::Time timeOf(const timespec& stamp)
 
 } // namespace
 
-Rotation::Rotation(const FileSettings& ofTheLog, CallWatch& itsWatch)
-    : settings(ofTheLog)
+Rotation::Rotation(const FileSettings& logSettings, CallWatch& itsWatch)
+    : settings(logSettings)
     , watch(itsWatch)
     , archives(itsWatch)
 {
@@ -75,7 +76,7 @@ void Rotation::begin(const ActiveFile& active, Time now)
         began = *kept;
     } else {
         if (hasLines)
-            began = start.birthOf(place).value_or(now);
+            began = start.birthTimeOf(place).value_or(now);
         start.write(place, began);
     }
     const Time written = hasLines ? timeOf(active.lastStatus().st_mtim) : now;
@@ -83,7 +84,7 @@ void Rotation::begin(const ActiveFile& active, Time now)
     ready = true;
 }
 
-/// For a file without a line.
+/// For an empty file.
 void Rotation::restartTimer(const ActiveFile& active, Time now)
 {
     if (settings.rotation.kind == RotationRule::Kind::Interval)
@@ -110,7 +111,7 @@ std::error_code Rotation::rotateIfDue(ActiveFile& active, Time now)
 {
     if (!isDue(active, now))
         return {};
-    const std::error_code gone = active.confirm(); // what is moved away must be the file that is written
+    const std::error_code gone = active.confirm(); // only the file that is being written may be moved
     follow(active, now);
     if (gone || !isDue(active, now))
         return gone;
@@ -131,8 +132,8 @@ std::error_code Rotation::rotateIfDue(ActiveFile& active, Time now)
     return {};
 }
 
-/// The new file is open and ours before the old one is let go, and there is never a moment without a file in its
-/// place, in which another writer would make one.
+/// The new file is open and locked before the old one is released, and the path always leads to a file: otherwise
+/// another writer would create one.
 std::error_code Rotation::rotate(ActiveFile& active, Time now)
 {
     assert(ready && active.isRotatedHere() && active.size() > 0);
@@ -142,7 +143,7 @@ std::error_code Rotation::rotate(ActiveFile& active, Time now)
     const std::string next = place.hidden(".next");
     AppendFile fresh;
     std::error_code error = fresh.create(place, next, watch);
-    if (error == std::errc::file_exists) { // left over: perhaps an old log, which is not to be lost
+    if (error == std::errc::file_exists) { // left by a crash: may be an old log, so cleanUp() rescues it
         archives.cleanUp(now);
         error = fresh.create(place, next, watch);
     }
@@ -157,12 +158,13 @@ std::error_code Rotation::rotate(ActiveFile& active, Time now)
     if (!error)
         error = place.replace(place.name(), next, archive, watch);
     if (error) {
-        // It may be the old log that could not be brought back, or another writer's lines may be in it by now.
+        // Only if it is still the empty file: not the old log that could not be renamed back, nor with another writer's
+        // lines.
         if (!fresh.findAgain(place, next, watch) && fresh.lastStatus().st_size == 0)
             place.remove(next, watch);
         return error;
     }
-    ready = false; // should memory be lacking from here on, follow() takes it up
+    ready = false; // after a std::bad_alloc below, follow() begins anew
     active.replaceBy(std::move(fresh));
     restartTimer(active, now);
     archives.added(archive, now);

@@ -12,25 +12,26 @@
 
 namespace Zyr {
 
-/// When and how the active log file gives way to a new one: by size, after an interval, at a time of day, or as it was
-/// asked for. Archives are looked after along with it.
+/// Decides when the active log file is replaced by a new one (by size, interval, time of day or request), and does so.
+/// Purges and compresses archives along with it.
 ///
-/// The steps of a rotation, for "app.log", and what a kill after each of them leaves:
+/// The steps of a rotation of "app.log", and what a kill after each of them leaves:
 ///
-/// 1. ".app.log.next" is made: empty, locked, with the log's owner and rights. Left: that file, removed by rescueLog.
-/// 2. Room is made: the numbers of the archives are counted up, the last one first. Left: a hole in the numbers, which
-///    the next rotation fills.
-/// 3. Log and ".next" change places. Left: the old log under the name ".next", which rescueLog makes an archive.
-/// 4. ".next" gets the archive's name. Left: nothing to repair but what follows.
-/// 5. ".app.log.since" is replaced, for intervals. Left: the former start, so the new file may be rotated too soon; and
-///    perhaps ".since.new", which the next writing of it removes.
-/// 6. What is too old or too many is purged. Left: too many, purged at the next start.
+/// 1. ".app.log.next" is created: empty, locked, with the log's owner and rights. Left: that file; rescueLog removes
+/// it.
+/// 2. The numbers of the archives are counted up, the last one first. Left: a gap in the numbers; the next rotation
+///    fills it.
+/// 3. Log and ".next" are exchanged. Left: the old log as ".next"; rescueLog makes it an archive.
+/// 4. ".next" is renamed to the archive. Left: only steps 5 and 6 are missing.
+/// 5. ".app.log.since" is replaced, for intervals. Left: the former start, so that the new file may be rotated too
+///    soon, and maybe ".since.new"; the next write of it removes that.
+/// 6. Old archives are purged. Left: too many archives, purged at the next start.
 ///
-/// Without an exchange in the file system, the log gets the archive's name and then ".next" the log's. In between there
-/// is no log: whoever opens it next makes one, and rescueLog removes the empty ".next".
+/// Where the file system cannot exchange, the log is renamed to the archive, then ".next" to the log. In between there
+/// is no log: the next writer that opens it creates one, and rescueLog removes the empty ".next".
 ///
-/// Compression comes later, as work in the background: to ".app.log.gz-part", which cleanUp removes; then that gets the
-/// name ".gz" and the plain file goes, which removePlainTwins does when a kill came in between.
+/// Compression follows in the background, to ".app.log.gz-part", which cleanUp removes. That is renamed to ".gz", and
+/// the plain file is removed, by removePlainTwins if a kill came in between.
 ///
 /// rescueLog, removePlainTwins and the purge are parts of Archives::cleanUp, which runs when a writer becomes the first
 /// one or gets other settings, and when step 1 finds a ".next".
@@ -39,30 +40,29 @@ class Rotation
 public:
     using Time = RotationTimer::Time;
 
-    Rotation(const FileSettings& ofTheLog, CallWatch& itsWatch);
+    Rotation(const FileSettings& logSettings, CallWatch& itsWatch);
 
-    // The calls that throw are those that need memory; each may be repeated then.
+    // The functions that are not noexcept may throw std::bad_alloc, and can be repeated then.
 
-    /// Looks after rotation and archives of that file, if that is this writer's business. To be called whenever the
-    /// file may be another one, or another writer's business.
+    /// Begins or continues to manage that file and its archives if this writer rotates it. To be called whenever the
+    /// file or its first writer may have changed.
     void follow(const ActiveFile& active, Time now);
-    /// The settings are others: follow() begins anew.
+    /// follow() begins anew.
     void settingsChanged() noexcept { ready = false; }
-    /// Lets the log go, until follow().
+    /// Releases the log, until follow().
     void leave() noexcept;
 
-    /// Has the next write begin a new file, whatever the rule says, or takes that back. Nothing is put off any more
-    /// that has failed before.
+    /// Makes the next write rotate, whatever the rule says, or cancels that. Ends the pause after a failure.
     void request(bool beginAnew) noexcept;
 
-    /// Begins a new file where it is time to. Where that cannot be done, the old one goes on, and it is tried again
-    /// soon. An error means that there is no file to go on with.
+    /// Rotates if that is due. After a failure the old file stays in use, and the next try follows soon. An error means
+    /// that there is no file to write to.
     std::error_code rotateIfDue(ActiveFile& active, Time now);
 
-    /// How many lines of the batch go into the present file.
+    /// How many lines of the batch go into the current file.
     std::size_t linesFitting(const ActiveFile& active, const LineBatch& batch) const noexcept;
 
-    /// Whether archives wait for compression, whether so many that it goes before the next lines, and a slice of it.
+    /// Whether archives wait for compression, whether so many that they must precede the next lines, and one slice.
     bool canCompress(Time now) const noexcept { return ready && archives.canCompress(now); }
     bool mustCompressFirst() const noexcept { return archives.mustCompressFirst(); }
     void compressSlice(Time now) noexcept { archives.compressSlice(now); }
@@ -80,7 +80,7 @@ private:
     Archives archives;
     RotationTimer timer;
     unsigned followed = 0; ///< generation of the active file
-    bool ready = false;    ///< archives and timer are as the settings say
+    bool ready = false;    ///< archives and timer are set up for the current settings
     bool wanted = false;
     bool failed = false;
     Steady::time_point nextTry;

@@ -1,4 +1,5 @@
-// When a file's time is up.
+// When a file's interval or time of day is reached, by a wall clock that may be wrong or corrected.
+
 #include "store/rotation/RotationTimer.h"
 
 #include "store/rotation/TimeOfDay.h"
@@ -15,7 +16,7 @@ using Time = RotationTimer::Time;
 /// A smaller step back is no reason for a second rotation at the same time of day.
 constexpr seconds clockTolerance(60);
 
-/// The end of time where the sum lies behind it.
+/// Saturates at Time::max().
 Time sum(Time time, seconds span)
 {
     const auto room = std::chrono::floor<seconds>(Time::max() - std::max(time, Time{}));
@@ -35,7 +36,7 @@ void RotationTimer::start(const RotationRule& newRule, bool localTimes, Time beg
         earliest = base;
         due = sum(base, rule.interval);
     } else if (rule.kind == RotationRule::Kind::TimeOfDay) {
-        // From the epoch on, which is where clocks without a battery start: sums do not overflow.
+        // Not before the epoch, where clocks without a battery start, so that sums do not overflow.
         const Time base = std::clamp(written, Time{}, std::max(now, Time{}));
         earliest = base - clockTolerance;
         const auto second = std::chrono::floor<seconds>(base);

@@ -6,26 +6,27 @@
 
 namespace Zyr {
 
-/// Tells when a file's time is up by the rules Interval and TimeOfDay; never by others. For one thread.
+/// When a file is due for rotation by the rules Interval and TimeOfDay; by others, never. For one thread.
 ///
-/// It follows the wall clock, and what it was told lies in the future by it counts as now: neither a wrong clock nor
-/// its correction puts a rotation off by more than the rule's own period.
+/// Goes by the wall clock. Times in the future count as now: neither a wrong clock nor its correction delays a rotation
+/// by more than the rule's own period.
 class RotationTimer
 {
 public:
     using Time = std::chrono::system_clock::time_point;
 
-    /// For a file whose interval began at `began` and which was last written at `written`, so that what was due since
-    /// then still is. For a new file all three are the same.
+    /// For a file whose interval began at `began` and which was last written at `written`: a rotation missed since then
+    /// is due. For a new file all three times are the same.
     void start(const RotationRule& rule, bool localTimes, Time began, Time written, Time now);
 
-    /// From now on until the next start, but for a clock that is set back. Cheap enough to be asked for every record.
+    /// Once true, it stays so until the next start(), unless the clock is set back. Cheap enough to call for every
+    /// record.
     bool isDue(Time now);
 
 private:
     RotationRule rule;
     bool inLocalTime = false;
-    Time earliest = Time::min(); ///< before which the clock must have been set back
+    Time earliest = Time::min(); ///< an earlier `now` shows that the clock was set back
     Time due = Time::max();
 };
 

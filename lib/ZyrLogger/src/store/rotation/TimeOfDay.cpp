@@ -1,4 +1,5 @@
-// The times of day at which the log rotates, on a wall clock that may jump.
+// The times of day at which the log rotates, on a wall clock that shifts with summer time.
+
 #include "store/rotation/TimeOfDay.h"
 
 #include "base/LocalTime.h"
@@ -13,13 +14,13 @@ using std::chrono::seconds;
 
 constexpr seconds minute(60), hour = 60 * minute, day = 24 * hour, week = 7 * day;
 
-/// How far the local wall clock is ahead of UTC.
+/// Local time minus UTC.
 seconds offsetAt(seconds time)
 {
     return seconds(LocalTime::offsetAt(time.count()));
 }
 
-/// The first second with another offset than at `from`; at `to` it is another one.
+/// The first second with another offset than at `from`, which `to` has.
 seconds shiftBetween(seconds from, seconds to)
 {
     const seconds offset = offsetAt(from);
@@ -35,13 +36,13 @@ seconds remainder(seconds time, seconds divisor)
     return (time % divisor + divisor) % divisor;
 }
 
-/// The first time after `wall` that lies `phase` behind the start of a period.
+/// The first time after `wall` that is `phase` after the start of a period.
 seconds nextInPeriod(seconds wall, seconds period, seconds phase)
 {
     return wall + period - remainder(wall - phase, period);
 }
 
-/// The times of a rule on a wall clock, whose seconds count from 1970 on.
+/// A rule's times on a wall clock, in seconds since 1970.
 class WallTimes
 {
 public:
@@ -62,7 +63,8 @@ public:
         return isOnDay ? next : nextInPeriod(wall, week, phase);
     }
 
-    /// A jump by whole periods passes over none: it shows a minute of the hour as the one before would have been.
+    /// Whether the jump skips or reaches a time of the rule. Whole periods are left out: an hourly rule's minute is the
+    /// same in every hour.
     bool isPassed(seconds from, seconds to) const
     {
         const seconds skipped = std::max(to - from, seconds(0)) % period;
@@ -85,7 +87,7 @@ seconds firstReached(const RotationRule& rule, bool localTime, seconds after)
         return times.firstAfter(after);
 
     LocalTime::checkZone();
-    // By the hour, which no zone has had two shifts in; a week and the longest shift hold every time of a rule.
+    // Hour by hour: no zone has had two shifts in one. A week plus the largest shift contains every time of a rule.
     const seconds end = after + week + 2 * day;
     for (seconds from = after, offset = offsetAt(from); from < end;) {
         const seconds due = times.firstAfter(from + offset) - offset;
