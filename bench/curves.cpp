@@ -34,7 +34,7 @@ struct Figure
 };
 using Figures = std::vector<Figure>;
 
-constexpr int calls = 50'000; // whose lines do not fill a file, so that they can be counted
+constexpr int calls = 50'000; // their lines do not fill a file, so that they can be counted
 
 const Bench::Record::Lines lines;
 
@@ -152,7 +152,7 @@ Figures logArguments(Bench::Loggers& loggers, int arguments)
         message.endl();
     };
     constexpr int first = 10'000;
-    for (int number = 0; number < first; ++number) // begins the writer's thread, fills what is filled once
+    for (int number = 0; number < first; ++number) // starts the writer's thread, fills caches
         log(number);
     const double call = timeCalls(first, log);
     expectLines(loggers, "arguments", first + calls);
@@ -169,7 +169,7 @@ Figures rememberRecords(Bench::Loggers& loggers, int records)
     for (int number = first - records; number < first; ++number)
         log(number);
     const double fresh = timeCalls(first, log);
-    // All that are remembered, in turns.
+    // Cycles through all remembered records.
     const int oldest = first + calls - records;
     const double repeat = timeCalls(0, [&](int number) { log(oldest + number % records); });
     expectLines(loggers, "remember", records + calls);
@@ -188,13 +188,13 @@ std::filesystem::path fileOf(const Bench::Loggers& loggers, int number, const ch
     return loggers.path(QStringLiteral("curves_") + className(number) + QLatin1String(ending)).toStdString();
 }
 
-/// They are left to the end of the process: to destroy one takes a second.
+/// Never destroyed: that takes a second each.
 Zyr::Logger& makeClassLogger(int number)
 {
     return (new Zyr::ClassLogger(className(number)))->getLogger();
 }
 
-/// When all files have their lines, and the threads that wrote them rest.
+/// Waits until all files have their lines and the threads that wrote them sleep.
 double memoryAtRest(const Bench::Loggers& loggers, int files)
 {
     const auto limit = Bench::Clock::now() + 30s;
@@ -216,7 +216,7 @@ double memoryAtRest(const Bench::Loggers& loggers, int files)
 
 Figures makeClassLoggers(Bench::Loggers& loggers, int count, bool haveSettings)
 {
-    // The first has what is made once for all.
+    // The first one includes what is made only once.
     Bench::logStandard(makeClassLogger(0), lines, 0);
     for (int number = 1; haveSettings && number <= count; ++number)
         std::filesystem::copy_file(fileOf(loggers, 0, "_Log.ini"), fileOf(loggers, number, "_Log.ini"));
@@ -249,8 +249,8 @@ struct Curve
 {
     std::string_view name;
     Figures (*measure)(Bench::Loggers& loggers, int point);
-    int least;
-    int most;
+    int min;
+    int max;
 };
 
 constexpr Curve curves[] = {
@@ -267,7 +267,7 @@ const Curve* findCurve(std::string_view name, int point)
 {
     const auto found =
         std::find_if(std::begin(curves), std::end(curves), [name](const Curve& curve) { return curve.name == name; });
-    return found != std::end(curves) && point >= found->least && point <= found->most ? found : nullptr;
+    return found != std::end(curves) && point >= found->min && point <= found->max ? found : nullptr;
 }
 
 int run(const Curve& curve, int point)

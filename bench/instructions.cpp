@@ -79,7 +79,7 @@ struct Path
     Log log;
     const char* settings;
     bool hasListener;
-    int written; ///< of a thousand entries
+    int written; ///< records per thousand entries
 };
 
 constexpr const char* usual = "";
@@ -107,11 +107,11 @@ public:
     int calls = 0;
 };
 
-/// Of the calling thread alone, whatever the others do meanwhile.
+/// Counts the calling thread only.
 void measure(const Path& path, Zyr::Logger& logger, int entries)
 {
-    path.log(logger, 1000); // begins threads, fills what is filled once
-    // The writer's thread opens the short way into the queue; under valgrind it waits until this one pauses.
+    path.log(logger, 1000); // starts threads, fills caches
+    // The writer's thread opens the fast path into the queue; under valgrind it runs only when this one pauses.
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     CALLGRIND_TOGGLE_COLLECT;
     path.log(logger, entries);

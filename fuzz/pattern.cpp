@@ -92,7 +92,7 @@ bool growsTooMuch(const std::string& pattern)
     return bytes >= std::size_t(tooWide) || texts > 32;
 }
 
-/// Whether POCO's line is to be expected: not with what it gets wrong.
+/// Whether POCO's line is right, and so expected.
 bool isRightInPoco(const std::string& pattern, const std::string& names, const Record& record)
 {
     if (!record.hasUsualTime)
@@ -121,7 +121,7 @@ bool isRightInPoco(const std::string& pattern, const std::string& names, const R
     return true;
 }
 
-/// Whether it was taken.
+/// Whether it was accepted.
 bool setProperty(PatternFormatter& formatter, const std::string& name, const std::string& value)
 {
     try {

@@ -1,5 +1,5 @@
-// A logger whose settings file holds any bytes, at its first load and when it is running already: whatever they do to
-// its chain, with a good file it writes again, and it touches no file but those of its own places.
+// A logger whose settings file holds any bytes, at its first load and while it runs: whatever they do to its chain,
+// with a good file it writes again, and it touches no files outside its own directories.
 
 #include "Check.h"
 #include "Confinement.h"
@@ -33,7 +33,7 @@ const QByteArray logDirectory = "log"; // and the working directory meanwhile, w
 const QByteArray goodDirectory = "good";
 const QByteArray settingsName = "fuzzed.ini";
 
-/// Keeps the thread that watches files, which would otherwise be started for each input.
+/// Keeps the watcher's thread alive, which would otherwise be started for each input.
 class WatcherKeeper : private Zyr::ConfigFileListener
 {
 public:
@@ -92,7 +92,7 @@ void logSome(Zyr::Logger& logger)
     logger.flushLog();
 }
 
-/// With a good settings file in force, an entry comes to be in its log file, soon, once and whole.
+/// With a good settings file, an entry is soon in the log file, once and whole.
 void checkRecovery(Zyr::Logger& logger, const Scratch& scratch, const QString& text)
 {
     const QByteArray name = goodDirectory + "/good.log";
@@ -105,7 +105,7 @@ void checkRecovery(Zyr::Logger& logger, const Scratch& scratch, const QString& t
     check(logger.getLogFilePath() == QFile::decodeName(scratch.path(name)), "A good file takes effect");
     logger.out(Zyr::Info, text).endl();
     const QByteArray line = "info " + text.toUtf8() + '\n';
-    const auto limit = std::chrono::steady_clock::now() + 30s; // since other programs may want the processors as well
+    const auto limit = std::chrono::steady_clock::now() + 30s; // the machine may be under load
     QByteArray written;
     while (!(written = scratch.read(name)).endsWith(line) && std::chrono::steady_clock::now() < limit)
         std::this_thread::sleep_for(50us);
@@ -115,7 +115,7 @@ void checkRecovery(Zyr::Logger& logger, const Scratch& scratch, const QString& t
 
 } // namespace
 
-// In the place of the one second that a logger waits when it is destroyed.
+// Replaces the wait of one second in a logger's destructor.
 extern "C" void __wrap__ZN7QThread6msleepEm(unsigned long)
 {
 }
@@ -133,7 +133,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (!hasHarmlessPath(parsed->values))
         return -1; // no input for the corpus
 
-    // Which the input cannot hold, as a pattern for example.
+    // A mark that the input cannot contain, as a pattern for example.
     const QString mark = QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha1).toHex());
     scratch.renew(logDirectory);
     scratch.renew(goodDirectory);

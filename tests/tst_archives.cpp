@@ -1,4 +1,4 @@
-// The archives of a rotating log file, which is named "l". A folder is told as its names in order, with "/" behind a
+// The archives of a rotating log file, which is named "l". A folder is shown as its sorted names, with "/" behind a
 // directory and "=" and the content behind a short file.
 
 #include "settings/FileProperties.h"
@@ -80,7 +80,7 @@ struct Folder
     }
 };
 
-/// Of about a megabyte, and compressed more than is written at once.
+/// About a megabyte; even compressed, more than one write.
 std::string longText()
 {
     std::string text;
@@ -121,7 +121,7 @@ private Q_SLOTS:
         }
     }
 
-    // A stamp before or like one there, or one that is no date, when the clock was set or two logs end at a time.
+    // A stamp that is not later than all existing ones, or is no date, when the clock was set or two logs end at once.
     void stampsGoOn()
     {
         for (const auto& [before, stamp] : {std::pair("l.20260228115959999.gz", "l.20260228120000000"),

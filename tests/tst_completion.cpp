@@ -31,8 +31,8 @@ class tst_Completion : public QObject
 private Q_SLOTS:
     void initTestCase() { QCoreApplication::setApplicationName(u"pump"_s); }
 
-    // A level with another's priority or mark; a record without its source; the time or the thread of another moment
-    // than creation and end; a NUL in the record; a file that gets another line.
+    // A level with another's priority or mark; a record without its source; a time that is not the creation's, a thread
+    // that is not the end's; a NUL in the record; a file with another entry's line.
     void mapsEveryLevel()
     {
         QStringList lines = QString(u"1 net [a.cpp, Line 42]|1 net|2 net|3 net|4 net|5 net|6 net|7 net|8 net|"
@@ -78,7 +78,7 @@ private Q_SLOTS:
                                      pid + u"  b.cpp x"_s}));
     }
 
-    // A level that is not the one in force; repeats that are not counted because nobody made the entry.
+    // A level that is not the current one; repeats that are not counted because nobody made the entry.
     void tellsWhatIsEnabled()
     {
         const auto enabled = [](const Zyr::Logger& asked) {

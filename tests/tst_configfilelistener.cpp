@@ -80,8 +80,8 @@ private Q_SLOTS:
         QCOMPARE(probe.loads(), "first old|new");
     }
 
-    // An exception that gets through or is not told, keys that are written after it; a failed load that no touch
-    // repeats, or one in force that every touch repeats.
+    // An exception that escapes or is not reported, keys that are written after it; a failed load that no touch
+    // repeats, or an applied one that every touch repeats.
     void repeatsFailedLoad()
     {
         const TestPlace place;
@@ -147,8 +147,8 @@ private Q_SLOTS:
             QCOMPARE(loads[i].load(), i < 2 ? 1 : 2);
     }
 
-    // A change that is missed because the system had no room left to tell of it, as the thread had been busy for long;
-    // where it led the path elsewhere, the later ones too.
+    // A change that is missed because the event queue overflowed while the thread was busy; later changes too, where
+    // the path led elsewhere since.
     void outlivesFullEventQueue()
     {
         const TestPlace place;
@@ -166,7 +166,7 @@ private Q_SLOTS:
         QTRY_VERIFY(isBusy);
         QFile limit(u"/proc/sys/fs/inotify/max_queued_events"_s), file(place.path(u"busy.ini"_s));
         QVERIFY(limit.open(QIODevice::ReadOnly) && file.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
-        // In turns, since equal ones become one.
+        // Alternating: the kernel merges equal events.
         for (int events = limit.readAll().toInt(); events >= 0; events -= 2)
             QVERIFY(file.write("\n") == 1 && ::fchmod(file.handle(), 0600) == 0);
         shell(place, "mv way gone; mv b way");
@@ -244,8 +244,7 @@ private Q_SLOTS:
         QVERIFY(after.ru_nvcsw - before.ru_nvcsw < 50);
     }
 
-    // An operator who is not told that his settings do nothing, or is at every touch; a missing file that counts as one
-    // that cannot be read.
+    // Settings without effect that are not reported, or at every touch; a missing file that is reported as unreadable.
     void tellsOnceOfAnUnreadableFile()
     {
         const TestPlace place;
@@ -291,7 +290,7 @@ private Q_SLOTS:
         QCOMPARE(probe.loads(), "first |1|2");
     }
 
-    // No settings at all where there is no directory for them; a start that loads or tells once more.
+    // No settings at all where there is no directory for them; a start that loads or reports once more.
     void unwatchableIsLoadedAllTheSame()
     {
         SettingsProbe probe({}, u"/dev/null/probe.ini"_s);

@@ -1,5 +1,5 @@
-// A store that fails, is slow or hangs: whatever is not in the log file is told as lost or given up, and the program
-// goes on and ends.
+// A store that fails, is slow or hangs: every record that is not in the log file is reported as lost or given up, and
+// the program goes on and ends.
 
 #include "TestPlace.h"
 
@@ -22,7 +22,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// Says which expectation of a scenario is not met; the test allows nothing unknown on standard error.
+/// Prints an expectation of a scenario that is not met; the test fails for anything unexpected on standard error.
 #define EXPECT(condition) ((condition) ? void() : void(std::cerr << "not met: " #condition << std::endl))
 
 const char* logFile = std::getenv("FAULTS_LOG"); // where the scenario's records arrive
@@ -75,15 +75,15 @@ class Scenarios : public QObject
 {
     Q_OBJECT
 public Q_SLOTS:
-    // Records that go on into a file that is no longer there, or are lost for good; a signal. `what` is a script that
-    // makes trouble, one that ends it, and whether the file is to grow meanwhile, since no other can be begun.
-    void trouble(const QString& what)
+    // Records that go on into a file that is no longer there, or are lost for good; a signal. `what`: a script that
+    // causes the failure, one that ends it, and "grows" if the file must grow meanwhile, since it cannot be rotated.
+    void failure(const QString& what)
     {
         padding = QString(100, u'x');
         count(100);
         EXPECT(holdsAll());
         std::FILE* const end =
-            popen(qPrintable(u"read _; "_s + what.section(u'|', 1, 1)), "w"); // while that is possible
+            popen(qPrintable(u"read _; "_s + what.section(u'|', 1, 1)), "w"); // starts it while that is possible
         shell(what.section(u'|', 0, 0));
         struct stat before = {};
         stat(logFile, &before);
@@ -100,9 +100,8 @@ public Q_SLOTS:
         EXPECT(!grows || QTest::qWaitFor([&] { return count(1), isNew(); }));
     }
 
-    // Half a record in the file; records lost that the file has room for, or that nobody tells of; archives touched.
-    // At the end a queue that grows, a thread for each retry, callers that wait for each record, an end that never
-    // comes.
+    // Half a record in the file; records lost that the file has room for, or that are not reported; archives touched.
+    // At the end a queue that grows, a thread for each retry, callers that wait for each record, a shutdown that hangs.
     void fullDisk(const QString& size)
     {
         shell(u"echo '{\"msg\":\"0 old\"}' >store/x.log.0"_s);
@@ -137,8 +136,8 @@ public Q_SLOTS:
         EXPECT(status("VmHWM:") < 40'000 || isSanitized);
     }
 
-    // A caller of anything that waits for the store, or one that waits for each record again; an end that never comes.
-    // When the store answers again: a write given up that is made after all, or a record that is.
+    // A caller of anything that waits for the store, or one that waits for each record again; a shutdown that hangs.
+    // When the store answers again: a write or a record that was given up and is made after all.
     void hangs(const QString& howLong)
     {
         Zyr::Logger& logger = Zyr::Logger::instance();
@@ -175,7 +174,7 @@ public Q_SLOTS:
         count(1'000);
     }
 
-    // A load that is refused, a rotation that is put off, or a failure that is told, where a signal only came between.
+    // A load that is refused, a rotation that is postponed, or a failure that is reported, because of a mere EINTR.
     void interrupted(const QString&)
     {
         order("write,fdatasync,fsync,openat,rename,noreplace,exchange,unlinkat,flock 0 4 -2\n");
@@ -187,8 +186,8 @@ public Q_SLOTS:
         shell(u"[ -e store/x.log.9 ] && [ -z \"$(find store -size +5k)\" ]"_s);
     }
 
-    // SIGPIPE; a loss that nobody is told of; a pipe that is full for a moment taken for a store that fails, so that
-    // records are lost or each piece of them is followed by a rest.
+    // SIGPIPE; a loss that is not reported; a pipe that is full for a moment taken for a store that fails, so that
+    // records are lost or each piece of them is followed by a pause.
     void pipe(const QString&)
     {
         shell(u"mkfifo pipe"_s);
@@ -207,11 +206,11 @@ public Q_SLOTS:
         }
     }
 
-    // A device that is locked, rotated or written at the wrong place, or whose failure is taken for something else.
+    // A device that is locked, rotated or written at a wrong offset, or whose failure is taken for another.
     void device(const QString&) { count(100); }
 
-    // A key that nobody knows and nobody is told of. A bad one that keeps the chain from being built, or puts something
-    // else in the place of what was in force.
+    // An unknown key that is not reported. A bad value that keeps the chain from being built, or replaces the current
+    // one.
     void queueKeys(const QString&)
     {
         QSettings settings(u"other.ini"_s, QSettings::IniFormat);
@@ -228,7 +227,7 @@ public Q_SLOTS:
         EXPECT(QTest::qWaitFor([] { return holds("lost: the queue is full"); }));
     }
 
-    // The zone that the process began in, or a zone's other time of year, in what is logged seconds later.
+    // The time zone of the process's start, or the zone's other half of the year, in records made seconds later.
     void zones(const QString&)
     {
         for (const char* const zone : {"Europe/Dublin", "Australia/Lord_Howe", "<+0545>-5:45"}) {
@@ -244,8 +243,8 @@ public Q_SLOTS:
 struct Row
 {
     const char* scenario; // and its parameter
-    const char* keys;     // beside those that every row has
-    const char* errors;   // an expression that matches all of standard error
+    const char* keys;     // in addition to those that every row has
+    const char* errors;   // regular expression for all of standard error
     int lossRecords = 0;  // -1: any number
     const char* log = "store/x.log";
 };
@@ -259,16 +258,16 @@ struct Row
 #define LEGAL "[^\n]* legal is [^\n]*\n"
 
 const Row rows[] = {
-    {"trouble 'mv store/x.log kept.log'", "", ""},
-    {"trouble 'cp store/x.log kept.log && : >store/x.log'", "rotation=4 K", ""},
-    {"trouble 'mv store moved | mkdir store'", "rotation=4 K", WAITS},
-    {"trouble 'chmod 555 store | chmod 755 store | grows'", "rotation=4 K", GROWS},
-    {"trouble 'chmod 000 store | chmod 755 store'", "rotation=4 K", GROWS},
-    {"trouble 'prlimit --pid $PPID --nofile=3: | prlimit --pid $PPID --nofile=256: | grows'",
+    {"failure 'mv store/x.log kept.log'", "", ""},
+    {"failure 'cp store/x.log kept.log && : >store/x.log'", "rotation=4 K", ""},
+    {"failure 'mv store moved | mkdir store'", "rotation=4 K", WAITS},
+    {"failure 'chmod 555 store | chmod 755 store | grows'", "rotation=4 K", GROWS},
+    {"failure 'chmod 000 store | chmod 755 store'", "rotation=4 K", GROWS},
+    {"failure 'prlimit --pid $PPID --nofile=3: | prlimit --pid $PPID --nofile=256: | grows'",
      "rotation=4 K\nflush=true", GROWS},
-    {"trouble 'prlimit --pid $PPID --nofile=3: ; mv store/x.log kept.log | prlimit --pid $PPID --nofile=256:'", "",
+    {"failure 'prlimit --pid $PPID --nofile=3: ; mv store/x.log kept.log | prlimit --pid $PPID --nofile=256:'", "",
      WAITS},
-    {"trouble 'prlimit --pid $PPID --fsize=2000: | prlimit --pid $PPID --fsize=unlimited:'", "rotation=4 K", WAITS},
+    {"failure 'prlimit --pid $PPID --fsize=2000: | prlimit --pid $PPID --fsize=unlimited:'", "rotation=4 K", WAITS},
     {"fullDisk 100", "rotation=200 K\nqueueSize=256 K", WAITS_TWICE GIVEN_UP, 1},
     {"fullDisk 5000", "rotation=200 K\nqueueSize=256 K\nflush=true", WAITS_TWICE GIVEN_UP, 1},
     {"fullDisk 110", "rotation=200 K\nqueueSize=256 K\nflush=true", WAITS_TWICE GIVEN_UP, 1},
@@ -317,7 +316,7 @@ class tst_Faults : public QObject
     }
 
 private Q_SLOTS:
-    // All at a time, since they wait most of it.
+    // In parallel: they mostly wait.
     void initTestCase()
     {
         QFile::setPermissions(place.path({}), QFile::permissions(place.path({})) | QFile::ExeOther);
@@ -340,7 +339,7 @@ private Q_SLOTS:
         const Row& row = rows[folder.toUInt()];
         const QString errors = QString::fromUtf8(place.read(folder + u"/error"_s));
         static const QRegularExpression refused(u"^(unshare|mount|setpriv): "_s);
-        if (errors.contains(refused)) // of a container, or for want of the tool's rights
+        if (errors.contains(refused)) // by a container, or for lack of rights
             SKIP_BUT_IN_CI(qPrintable(errors));
         const QRegularExpression expected(u"^%1$"_s.arg(QString::fromLatin1(row.errors)));
         QVERIFY2(expected.match(errors).hasMatch(), qPrintable(errors));

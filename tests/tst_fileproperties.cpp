@@ -37,7 +37,7 @@ static std::string stock(const std::string& name, const QByteArray& value)
     }
 }
 
-/// Times as weekday/hour/minute, of which -1 stands for any.
+/// Times as weekday/hour/minute; -1 stands for any.
 static std::string described(const Rule& rule)
 {
     if (rule.kind == Rule::Kind::Size)
@@ -97,7 +97,7 @@ private Q_SLOTS:
         }
     }
 
-    // What POCO never comes back from or misreads, and what it refuses although it documents it.
+    // Texts at which POCO hangs, which it misreads, or which it refuses against its documentation.
     void differsFromPoco()
     {
         const std::array<const char*, 3> rows[] = {

@@ -106,8 +106,8 @@ private Q_SLOTS:
         QTest::newRow(lacks("exchange,noreplace,rename", EINVAL)) << true;
     }
 
-    // A log that grows although it could rotate, or of which nobody is told that it cannot; records lost, twice or out
-    // of order; archives that are not compressed, written over, or not purged; files left behind.
+    // A log that grows although it could rotate, or that cannot and this is not reported; records lost, doubled or out
+    // of order; archives that are not compressed, overwritten, or not purged; files left behind.
     void rotates()
     {
         QFETCH(const bool, grows);
@@ -139,7 +139,7 @@ private Q_SLOTS:
             QTest::newRow(lacks("noreplace", error)) << error;
     }
 
-    // Somebody else's archive, of a moment ago, that is written over.
+    // Another process's archive, made a moment ago, that is overwritten.
     void renamesToFreeNames()
     {
         const QString directory = newDirectory();
@@ -164,7 +164,7 @@ private Q_SLOTS:
             QTest::newRow(lacks("ofdlock", error)) << error;
     }
 
-    // A second writer that waits for good for a lock against compression; a line torn by the next one.
+    // A second writer that waits for ever for the shared lock; a line torn by the next one.
     void appendsWithoutLocks()
     {
         const QString log = newDirectory() + u"x.log"_s;
@@ -185,15 +185,15 @@ private Q_SLOTS:
 
     void knowsWhenALogBegan_data()
     {
-        QTest::addColumn<int>("age"); // of what was written last, in seconds
+        QTest::addColumn<int>("age"); // of the last write, in seconds
         QTest::addColumn<bool>("rotates");
         QTest::newRow(lacks("birth", EINVAL)) << 2 * 3600 << true;
         QTest::newRow(lacks("birth", ENOSYS)) << 600 << false;
         QTest::newRow(lacks("statx", ENOSYS)) << 2 * 3600 << false;
     }
 
-    // A log that never rotates, or does at every start, where nothing tells when it was made. Without a time of birth
-    // it began no later than it was written last; without any, now.
+    // A log without a known start that never rotates, or does so at every start. Without a birth time it counts as
+    // begun at its last write; without any time, now.
     void knowsWhenALogBegan()
     {
         QFETCH(const int, age);
@@ -225,8 +225,8 @@ private Q_SLOTS:
         QTest::newRow(lacks("memfd_create", EINVAL, -2)) << old << both; // a kernel that does not know the new flag
     }
 
-    // Keys that are never added where they could be, or where that may go over a save or an access list; the own
-    // writing taken for a change; files left behind.
+    // Keys that are never added although they could be, or at the risk of overwriting a save or an access list; the own
+    // write taken for a change; files left behind.
     void addsMissingKeys()
     {
         QFETCH(const QByteArray, before);
@@ -251,8 +251,8 @@ private Q_SLOTS:
         QTest::newRow(lacks("memfd_create", EMFILE)) << EMFILE << false;
     }
 
-    // Settings that are given up, or for good, because the system refuses the file that they are parsed in; a file
-    // written over by defaults; a reason that is not told, or at each attempt.
+    // Settings that are lost, or not retried, because the system refuses the file that they are parsed in; a file
+    // overwritten by defaults; a reason that is not reported, or at each attempt.
     void outlivesMissingMemoryFile()
     {
         QFETCH(const int, error);

@@ -1,5 +1,6 @@
-// Symbolic links that other users made, on the way to the log and to the settings: who may write a directory there must
-// not have the process, perhaps root's, read or write other files than its own. Root alone can make such links.
+// Symbolic links that other users made, on the paths of the log and the settings: a user who may write a directory
+// there must not make the process, perhaps root's, read or write other files. Only root can create such links for a
+// test.
 
 #include "SettingsProbe.h"
 
@@ -103,8 +104,8 @@ private Q_SLOTS:
         }
     }
 
-    // A first file, or its missing directory, made where another user points; a logger that has to be told when the
-    // link is gone.
+    // A first file, or its missing directory, created where another user's link leads; a logger that does not notice
+    // that the link is gone.
     void logDoesNotBeginElsewhere()
     {
         const TestPlace place;

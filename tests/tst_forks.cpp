@@ -58,7 +58,7 @@ bool ended(pid_t child)
 
 } // namespace
 
-/// Takes the place of the C library's, to be a store that does not answer.
+/// Replaces the C library's, to act as a store that hangs.
 extern "C" ssize_t writev(int file, const iovec* pieces, int count)
 {
     while (storeHangs) {

@@ -93,8 +93,8 @@ class tst_Formatter : public QObject
 #endif
 
 private Q_SLOTS:
-    // A letter, bracket or padding with another meaning; a second kept for too long, or as another pattern shows it;
-    // %L that lasts or comes too late.
+    // A letter, bracket or padding with another meaning; a second cached for too long, or for another pattern; an %L
+    // that outlasts its record, or takes effect too late.
     void givesTheLinesOfPoco()
     {
         for (const char* zone : {"UTC0", "<+0545>-5:45", "<-0330>3:30"}) {
@@ -127,8 +127,8 @@ private Q_SLOTS:
         }
     }
 
-    // The offset of now, of standard time or of whole hours for all records; a zone that is not left again, also where
-    // the second stays the same.
+    // Today's offset, the standard one or whole hours for all records; a change of the zone that is missed, even within
+    // one second.
     void showsTheTimeOfTheZone()
     {
         configure(ours, "%Y-%m-%d %H:%M:%S %Z", "local");
@@ -149,8 +149,7 @@ private Q_SLOTS:
         }
     }
 
-    // A mistyped width, very many of them, or a text very often, that takes all memory with each line; one that is
-    // refused although it does not.
+    // A huge width, many widths or a text many times, so that each line takes all memory; a harmless pattern refused.
     void refusesToGrowWithoutBound()
     {
         const auto repeated = [](const char* text, int count) {
@@ -212,8 +211,8 @@ private Q_SLOTS:
         QCOMPARE(&patterns->inForce(), first);
     }
 
-    // A byte too many or too few where one way to copy ends and the next begins; what is read behind the source shows
-    // with AddressSanitizer.
+    // A byte too many or too few at the size where another way to copy takes over; AddressSanitizer finds reads behind
+    // the source.
     void copiesEveryLength()
     {
         for (std::size_t size = 0; size < 600; ++size) {

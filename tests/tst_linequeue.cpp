@@ -36,7 +36,7 @@ static std::string lineOf(unsigned thread, const Progress& before, std::size_t p
     return line + ' ' + std::string(padding, '.') + '|';
 }
 
-/// In turns: lines that fill a chunk's space, and such short ones that they fill its table.
+/// Alternates between lines that fill a chunk's space and lines so short that they fill its table.
 static std::size_t randomPadding(Random& random, unsigned number)
 {
     if (number / 1000 % 2 == 1)
@@ -70,7 +70,7 @@ public:
         }
     }
 
-    /// Some of the first lines as one text. Now and then the fast path is closed, or the queue has another bound.
+    /// Some of the first lines as one text. Occasionally closes the fast path, or changes the bound.
     std::string take(Random& random)
     {
         std::unique_lock lock(mutex);

@@ -20,7 +20,7 @@ class tst_LineQueueChannel : public QObject
 private Q_SLOTS:
     void losesLinesBeyondTheLimit_data()
     {
-        QTest::addColumn<QString>("limits"); // the last one is in force when the lines come
+        QTest::addColumn<QString>("limits"); // the last one is current when the lines come
         QTest::addColumn<int>("kept");
         QTest::newRow("one") << u"1"_s << 1;
         QTest::newRow("some") << u"7"_s << 7;
@@ -32,8 +32,8 @@ private Q_SLOTS:
         QTest::newRow("refused") << u"7 many"_s << 7;
     }
 
-    // A limit that is not looked at by lines that take the fast path, or lets one more or one less in, or
-    // stays when it is lifted; lines lost that nobody tells of, or a line that waits for room.
+    // A limit that the lock-free fast path ignores, that lets one line more or fewer in, or that stays when it is
+    // lifted; lost lines that are not reported, or a line that waits for room.
     void losesLinesBeyondTheLimit()
     {
         QFETCH(const QString, limits);
@@ -48,9 +48,9 @@ private Q_SLOTS:
         const auto log = [&](int line) { queue->log({{}, "line " + std::to_string(line), Poco::Message::PRIO_TRACE}); };
         QStringList expected;
         {
-            const Zyr::LogFileChannel::Change held(*file); // all lines are in the queue at a time
+            const Zyr::LogFileChannel::Change held(*file); // keeps all lines in the queue
             log(1);
-            QTest::qSleep(20); // until there is a thread, and so the fast path
+            QTest::qSleep(20); // until the thread runs and the fast path is open
             for (const QString& limit : limits.split(u' ')) {
                 try {
                     queue->setProperty("queueSize", limit.toStdString());

@@ -16,7 +16,7 @@ static const QByteArray edges =
     "-2.0000005 2.0000015 1.000005 1.000015 9.999995 0.0001 0.00012345675 0.00009999995 0.00001 1e5 1e6 1e7 1e10 1e-10 "
     "-1e22 1.5e23 1e99 1e100 -1e-100 1.797693134862315e308 2.2250738585072014e-308 2.2e-308 5e-324 inf -inf nan";
 
-/// The first number that comes out otherwise than the locale has it. All go into one line, which grows.
+/// The first number that differs from the locale's own text. All go into one line, which grows.
 static QByteArray difference(const Zyr::LocaleNumbers& numbers, const QLocale& locale, std::vector<double> doubles = {})
 {
     Zyr::LineBuffer line;

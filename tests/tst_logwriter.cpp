@@ -69,7 +69,7 @@ private:
     int pipe = -1;
 };
 
-/// Takes all addresses of the process but a hole, as long as it lives.
+/// While it lives, reserves all of the process's address space except one hole.
 class FullAddressSpace
 {
 public:
@@ -77,7 +77,7 @@ public:
 
     FullAddressSpace()
     {
-        ::mallopt(M_ARENA_MAX, 1); // a thread's own memory of the allocator would take its part of the hole
+        ::mallopt(M_ARENA_MAX, 1); // a thread's own arena would take a part of the hole
         void* const spare = take(hole);
         taken.reserve(5'000);
         for (std::size_t size = SIZE_MAX / 4 + 1; size >= 64 * 1024 && taken.size() < taken.capacity();) {
@@ -171,7 +171,7 @@ private Q_SLOTS:
             each.join();
     }
 
-    /// Lines lost, a crash or no end where the bound is larger than what address space there is.
+    /// Lines lost, a crash or a hang where the bound is larger than the free address space.
     void waitsForMemory()
     {
         if (isSanitized)
@@ -179,7 +179,7 @@ private Q_SLOTS:
         constexpr int lines = 5'000;
         const Pipe pipe;
         QVERIFY(pipe.isThere());
-        const std::string line(1023, 'x'); // so that all of them have five times the space
+        const std::string line(1023, 'x'); // all of them need five times the free address space
         pipe.writer->setLimits({Zyr::QueueLimits::maxBytes, Zyr::QueueLimits::Overflow::Wait});
         pipe.writer->push(line);
         QVERIFY(pipe.read(line.size() + 1));
@@ -200,7 +200,7 @@ private Q_SLOTS:
         QVERIFY2(all, "lines are missing");
     }
 
-    /// Lines lost because others have the memory just now, or give it back only after those who wait were told.
+    /// Lines lost because others hold the memory for a moment, or free it only after the waiting callers were woken.
     void takesTurnsWithMemory()
     {
         if (isSanitized)
@@ -235,7 +235,7 @@ private Q_SLOTS:
         QCOMPARE(size(), 6 + 15 * qint64(line.size() + 1));
     }
 
-    /// A caller that waits as long as others log.
+    /// A caller that waits as long as others go on logging.
     void givesMemoryUp()
     {
         if (isSanitized)

@@ -99,7 +99,7 @@ private Q_SLOTS:
         QCOMPARE(listener.records(), QStringList({u"notice <SYS> kept"_s, u"fatal kept"_s}));
     }
 
-    // Calls of two threads that count as one, or that both take the last place.
+    // Calls of two threads that count as one, or that both pass as the last.
     void countsAcrossThreads()
     {
         static Zyr::Detail::EveryNth every;

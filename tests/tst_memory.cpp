@@ -22,14 +22,14 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Of the thread that asks for it.
+// Of the calling thread:
 constexpr long any = std::numeric_limits<long>::max();
-constinit thread_local long allowed = any; ///< so many allocations, and then none
+constinit thread_local long allowed = any; ///< allocations that succeed before all others fail
 constinit thread_local long refused = 0;
 constinit thread_local std::ptrdiff_t taken = 0;
 constinit thread_local std::ptrdiff_t peak = 0;
 
-// Of the thread that writes log files.
+// Of the worker thread:
 constinit std::atomic<long> workerAllowed = any;
 constinit std::atomic<long> workerRefused = 0;
 
@@ -37,7 +37,7 @@ constinit std::atomic<long> workerRefused = 0;
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 
-// In the place of the C library's, for all libraries of the process; operator new comes by here too.
+// Replace the C library's functions for all libraries of the process; operator new calls them too.
 extern "C" {
 
 void* __libc_malloc(std::size_t size);
@@ -155,8 +155,8 @@ private Q_SLOTS:
         place.write(u"tst.log"_s, {});
     }
 
-    // An entry that vanishes without a word because any of the memory on its way was refused, or is told as lost
-    // although it is in the file; a crash.
+    // An entry that is lost unreported because any allocation on its path failed, or reported as lost although it is in
+    // the file; a crash.
     void tellsWhatItHasNoneFor_data()
     {
         QTest::addColumn<QByteArray>("settings");
@@ -205,7 +205,7 @@ private Q_SLOTS:
         qInfo("%d entries, %d with refusals", entries, refusals);
         QVERIFY(refusals > 10);
 
-        const auto told = [&] {
+        const auto accounted = [&] {
             int records = 0;
             static const QRegularExpression loss(u"^warn (\\d+) records? lost: Cannot allocate memory$"_s);
             for (const QString& line : place.lines(u"tst.log"_s)) {
@@ -214,7 +214,7 @@ private Q_SLOTS:
             }
             return records;
         };
-        QTRY_COMPARE(told(), entries);
+        QTRY_COMPARE(accounted(), entries);
         QVERIFY(place.read(u"tst.log"_s).contains(" lost: "));
     }
 

@@ -121,8 +121,8 @@ private Q_SLOTS:
         QTRY_VERIFY(logger->isEnabled(Zyr::Info));
     }
 
-    // The wrong reason told; a logger that stays silent, or that has to be told, after its directory could not be
-    // written for a while.
+    // The wrong reason reported; a logger that stays silent after its directory could not be written for a while, or
+    // until its settings change.
     void unwritableLogDirectory()
     {
         QDir().mkpath(place.path(u"locked"_s));

@@ -37,7 +37,7 @@ void limit(__rlimit_resource resource, rlim_t value)
     right &= setrlimit(resource, &limits) == 0;
 }
 
-/// A standard error that nobody reads unless told to.
+/// A standard error that is read only by read().
 class Unread
 {
 public:
@@ -151,19 +151,19 @@ public Q_SLOTS:
             {large, large.size() + added},
             {small, 0},
         };
-        for (const auto& [text, most] : files) {
+        for (const auto& [text, maxSize] : files) {
             QFile file(probeFile);
             right &= file.open(QIODevice::WriteOnly) && file.write(text) > 0;
             file.close();
             const Unread errors("pipe");
-            limit(RLIMIT_FSIZE, rlim_t(most));
+            limit(RLIMIT_FSIZE, rlim_t(maxSize));
             SettingsProbe probe([](SettingsProbe& self, QSettings& settings, bool first) {
                 right &= !isBlocked(SIGXFSZ) || !first;
                 addKey(self, settings, first);
             });
             right &= probe.startConfigFileWatcher() && !isBlocked(SIGXFSZ) && !isPending(SIGXFSZ);
             limit(RLIMIT_FSIZE, RLIM_INFINITY);
-            right &= most > 0 || QTest::qWaitFor([&] { return probe.loads().contains('|'); });
+            right &= maxSize > 0 || QTest::qWaitFor([&] { return probe.loads().contains('|'); });
             probe.stopConfigFileWatcher();
             const QByteArray error = errors.read();
             right &= file.open(QIODevice::ReadOnly);
@@ -172,7 +172,7 @@ public Q_SLOTS:
         }
     }
 
-    // The same when it is told of something, or when it prints: a line behind a piece of another, or a loss untold.
+    // The same for reports and for printed lines: a line behind a piece of another, or a loss that is not reported.
     void limitedOutput()
     {
         closePipe(STDERR_FILENO);
@@ -195,7 +195,7 @@ public Q_SLOTS:
         say(u"printed"_s);
     }
 
-    // A first load that waits for whoever reads standard error.
+    // A first load that waits for the reader of standard error.
     void fullAtLoad()
     {
         alarm(maxTestTime);
@@ -224,7 +224,7 @@ public Q_SLOTS:
         std::cout << errors.read().toStdString();
     }
 
-    // An end that never comes.
+    // A shutdown that hangs.
     void fullAtEnd()
     {
         alarm(maxTestTime);
@@ -324,8 +324,8 @@ private Q_SLOTS:
         QTest::newRow("terminal that cannot be opened") << false;
     }
 
-    // A caller that waits for whoever reads standard error; others who share it and do not wait any more; a loss that
-    // nobody is told of, or that a child tells as its own.
+    // A caller that waits for the reader of standard error; other processes whose standard error became non-blocking; a
+    // loss that is not reported, or that a child reports as its own.
     void unread()
     {
         QFETCH(const bool, opensAnew);

@@ -129,7 +129,7 @@ public Q_SLOTS:
 struct Row
 {
     const char* name;
-    const char* keys;     // beside those that every row has
+    const char* keys;     // in addition to those that every row has
     const char* script;   // ends with status 0; `run` starts a scenario
     int number;           // $N there; 0 when it is the files that are expected, and how their lines begin
     const char* expected; // else an expression for the numbers of each writer's records, $L being the last one of $N
@@ -244,7 +244,7 @@ class tst_Rotation : public QObject
     }
 
 private Q_SLOTS:
-    // All at a time, since they wait most of it.
+    // In parallel: they mostly wait.
     void initTestCase()
     {
         const QByteArray keys = "pattern={%t}\ncompress=true\npurgeAge=none\npurgeCount=1000000\n";

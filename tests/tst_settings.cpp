@@ -20,7 +20,7 @@ class tst_Settings : public QObject
     Zyr::Logger logger{u"Settings"_s, u"settings.log"_s, u"settings_Log.ini"_s};
 
 private Q_SLOTS:
-    // A default, a type or a key that differs, a key too many, a change that is not told or told twice.
+    // A default, a type or a key that differs, a key too many, a change that is not announced, or twice.
     void setsMissingKeys()
     {
         QSettings settings(place.path(u"own.ini"_s), QSettings::IniFormat);
@@ -85,9 +85,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("keys");
         QTest::addColumn<QByteArray>("problem");
-        const auto refused = [](const QByteArray& key, const QByteArray& value, const QByteArray& most) {
+        const auto refused = [](const QByteArray& key, const QByteArray& value, const QByteArray& maxCount) {
             QTest::newRow(key + '=' + value)
-                << key + '=' + value << key + " = '" + value + "' legal is a number from 0 to " + most;
+                << key + '=' + value << key + " = '" + value + "' legal is a number from 0 to " + maxCount;
         };
         for (const char* const value : {"-1", "100001", "99999999999", "123456789012345678901234567890"})
             refused("amountRepeatedMsg", value, "100000");
@@ -95,7 +95,7 @@ private Q_SLOTS:
             refused("maxRepeatedMsgCounter", value, "4294967295");
     }
 
-    // A number that wraps round to another one, as many records kept as there are; a refusal that is not told.
+    // A number that wraps round to another one, an unlimited number of records kept; a refusal that is not reported.
     void refusesCounts()
     {
         QFETCH(const QByteArray, keys);
@@ -128,7 +128,7 @@ private Q_SLOTS:
     }
 
     // A pattern that takes all memory, or one that is refused and leaves empty lines, or has the keys behind it applied
-    // or told as unknown; a report of many pages.
+    // or reported as unknown; a report of many pages.
     void refusesPatterns()
     {
         QFETCH(const QByteArray, pattern);
@@ -175,7 +175,7 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(place.path(u"missing"_s)));
     }
 
-    // A file that whoever can read it keeps from being rotated, and an operator who cannot tell by which program.
+    // A file whose lock another program holds, so that it does not rotate, without a report of which program that is.
     void namesWhoHoldsTheLock()
     {
         QFile reader(place.path(place.write(u"held.log"_s, {})));
@@ -190,7 +190,7 @@ private Q_SLOTS:
     }
 
     // A chain that is given up, or taken for complete, because its last link could not be made at first; a bad level
-    // that counts as some level later, is not told, or leaves the settings inside a group (load() looks).
+    // that counts as some level later, is not reported, or leaves the settings inside a group (load() checks that).
     void refusesLevels()
     {
         Zyr::Logger late(u"Late"_s, u"late.log"_s, place.write(u"late_Log.ini"_s, settingsFile("level=info")));

@@ -1,4 +1,4 @@
-// The text of a message in one pass, which is to be what the steps give, or left to them.
+// The text of a message in one pass: it equals what the steps give, or is left to them.
 
 #include "text/TextRenderer.h"
 
@@ -98,11 +98,11 @@ private Q_SLOTS:
         row(QString(9, QChar(0)), none, {}, false);
     }
 
-    // A text without end; one that ends too early, in the midst of a value or without a word; a step behind the end
-    // that goes on; one pass that goes beyond what the steps fill in, or stops where they go on.
+    // A text that grows without bound; one that ends too early, within a value or without its mark; a later step that
+    // goes on; one pass that fills in more than the steps do, or less.
     void endsAtTheBound()
     {
-        constexpr qsizetype most = Zyr::maxGrowth;
+        constexpr qsizetype bound = Zyr::maxGrowth;
         const QString mark = u" [placeholders left unfilled: the text would be too long]"_s;
         const auto x = [](qsizetype size) { return QString(size, u'x'); };
         const auto row = [&](const QString& text, const QVariantList& args, const QVariantMap& topics,
@@ -118,29 +118,29 @@ private Q_SLOTS:
             QVERIFY2(render(message) == std::pair(once, true), qUtf8Printable(text.left(40)));
         };
 
-        // One value, as long as the text and it may grow, and longer by one.
-        row(u"%1%1"_s, {x(most + 4)}, {}, x(2 * (most + 4)));
-        row(u"%1%1"_s, {x(most + 5)}, {}, x(most + 5) + u"%1"_s + mark);
-        row(u"%a%a"_s, {}, {{u"a"_s, x(most + 5)}}, x(most + 5) + u"%a"_s + mark);
-        row(x(3 * most) + u"%1"_s, {x(most)}, {}, x(4 * most), true);
-        row(x(3 * most) + u"%1%1"_s, {x(most / 2)}, {}, x(4 * most), true);
-        row(x(3 * most) + u"%1%1"_s, {x(most / 2 + 1)}, {}, x(4 * most + 2));
+        // One value: just within the bound, and longer by one.
+        row(u"%1%1"_s, {x(bound + 4)}, {}, x(2 * (bound + 4)));
+        row(u"%1%1"_s, {x(bound + 5)}, {}, x(bound + 5) + u"%1"_s + mark);
+        row(u"%a%a"_s, {}, {{u"a"_s, x(bound + 5)}}, x(bound + 5) + u"%a"_s + mark);
+        row(x(3 * bound) + u"%1"_s, {x(bound)}, {}, x(4 * bound), true);
+        row(x(3 * bound) + u"%1%1"_s, {x(bound / 2)}, {}, x(4 * bound), true);
+        row(x(3 * bound) + u"%1%1"_s, {x(bound / 2 + 1)}, {}, x(4 * bound + 2));
         row(u"%1"_s.repeated(2000), {7}, {}, QString(2000, u'7'), true);
         row(u"%1"_s.repeated(20'000), {7}, {}, QString(20'000, u'7'));
-        row(u"%1"_s.repeated(most), {u"1"_s}, {}, QString(most, u'1'), true);
+        row(u"%1"_s.repeated(bound), {u"1"_s}, {}, QString(bound, u'1'), true);
         // A value that multiplies the next one, in either kind; what follows the end.
-        row(u"%2%1"_s, {x(most / 2 + 4), u"%1%1"_s}, {}, x(3 * (most / 2 + 4)));
-        row(u"%2%1"_s, {x(most / 2 + 5), u"%1%1"_s}, {}, x(2 * (most / 2 + 5)) + u"%1"_s + mark);
-        row(u"%1 %b"_s, {u"%a%a%a"_s}, {{u"a"_s, x(most)}, {u"b"_s, u"short"_s}}, x(2 * most) + u"%a %b"_s + mark);
+        row(u"%2%1"_s, {x(bound / 2 + 4), u"%1%1"_s}, {}, x(3 * (bound / 2 + 4)));
+        row(u"%2%1"_s, {x(bound / 2 + 5), u"%1%1"_s}, {}, x(2 * (bound / 2 + 5)) + u"%1"_s + mark);
+        row(u"%1 %b"_s, {u"%a%a%a"_s}, {{u"a"_s, x(bound)}, {u"b"_s, u"short"_s}}, x(2 * bound) + u"%a %b"_s + mark);
         // Keys that are empty, or hold what begins them; a value that is shorter than its name.
-        row(u"%%"_s, {}, {{QString(), x(most + 3)}}, x(most + 3) + u'%' + mark);
-        row(u"%a%a%a%"_s, {}, {{u"a%a"_s, x(most)}}, x(most) + u"%a%"_s);
-        row(u"%a%"_s.repeated(3), {}, {{u"a%"_s, x(most)}}, x(2 * most) + u"%a%"_s + mark);
-        row(u"%2%1"_s.repeated(most), {QVariant(), QVariant()}, {}, {}, true);
+        row(u"%%"_s, {}, {{QString(), x(bound + 3)}}, x(bound + 3) + u'%' + mark);
+        row(u"%a%a%a%"_s, {}, {{u"a%a"_s, x(bound)}}, x(bound) + u"%a%"_s);
+        row(u"%a%"_s.repeated(3), {}, {{u"a%"_s, x(bound)}}, x(2 * bound) + u"%a%"_s + mark);
+        row(u"%2%1"_s.repeated(bound), {QVariant(), QVariant()}, {}, {}, true);
         // Characters that escaping removes or doubles; halves of characters that meet.
-        row(u"%1%1%1"_s, {QString(most, u'\r')}, {}, u"%1"_s + mark);
-        row(u"%1%1%1"_s, {QString(most, u'"')}, {}, u"\\\""_s.repeated(2 * most) + u"%1"_s + mark);
-        const QString half = QChar(0xde00) + x(most);
+        row(u"%1%1%1"_s, {QString(bound, u'\r')}, {}, u"%1"_s + mark);
+        row(u"%1%1%1"_s, {QString(bound, u'"')}, {}, u"\\\""_s.repeated(2 * bound) + u"%1"_s + mark);
+        const QString half = QChar(0xde00) + x(bound);
         row(QChar(0xd83d) + u"%1%1%1"_s, {half}, {}, QChar(0xd83d) + half + half + u"%1"_s + mark);
     }
 
@@ -149,15 +149,15 @@ private Q_SLOTS:
     {
         QRandomGenerator random(1);
         const QString alphabet = u"%%%%%001122xy\\\"\r\n\u00e9\u6f22\U0001f600"_s + QChar(0);
-        const auto text = [&](int most, qsizetype letters) {
-            QString made(random.bounded(most + 1), u'x');
+        const auto text = [&](int maxSize, qsizetype letters) {
+            QString made(random.bounded(maxSize + 1), u'x');
             for (QChar& letter : made)
                 letter = alphabet[random.bounded(letters)];
             return made;
         };
         int renderedOnce = 0;
         for (int round = 0; round < rounds; ++round) {
-            // Half of them without what is never rendered at once, so that the rest is met often enough.
+            // Half of them without the characters that rule out one pass, so that it happens often enough.
             const qsizetype letters = round % 2 ? alphabet.size() : alphabet.size() - 3;
             const auto value = [&]() -> QVariant {
                 const QString made = text(3, letters);

@@ -16,7 +16,7 @@ public:
 
     int wokenByLines = 0;
     int writes = 0;
-    Clock::duration maxDelay{0}; ///< of a line
+    Clock::duration maxDelay{0}; ///< of any line
 
     void line(Clock::time_point time)
     {
@@ -66,8 +66,8 @@ class tst_WritePace : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    // Callers that pay for waking the worker although lines come steadily, a write for each line, lines that wait long,
-    // and a worker that wakes for ever.
+    // Callers that wake the worker although lines come steadily, a write for each line, lines that wait long, and a
+    // worker that keeps waking without lines.
     void wakesAtThePaceOfLines_data()
     {
         QTest::addColumn<int>("interval"); // µs

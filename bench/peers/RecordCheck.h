@@ -35,7 +35,7 @@ inline bool isJsonWithTime(const std::string& line)
     return record.size() == 3 && time.size() >= 28 && QDateTime::fromString(time, Qt::ISODateWithMs).isValid();
 }
 
-/// Throws when anything is amiss.
+/// Throws when a record is missing, doubled, torn or foreign.
 inline void checkRecords(const std::string& path, int records)
 {
     const Record::Lines lines;

@@ -4,9 +4,9 @@
 //
 //   throughput     the whole load
 //   latency        each call of a load without a pause
-//   spin:<us>      each call where a record is due each so many microseconds, and the thread watches the clock
-//   meanwhile sleep:<us>     the same, where the thread sleeps meanwhile disabled       the statement below the level,
-//   by one thread; the records of the load only show that this wrote none
+//   spin:<us>      each call where a record is due every so many microseconds, and the thread polls the clock meanwhile
+//   sleep:<us>     the same, where the thread sleeps meanwhile
+//   disabled       the statement below the level, by one thread; the records of the load only show that it wrote none
 //
 // Prints one JSON object, or says on standard error what is wrong and fails. A Peer has, beside what measure() and
 // measureBelowLevel() need:

@@ -13,7 +13,7 @@
 
 namespace {
 
-/// Tells when the last record has come to the file. AsyncChannel::close() looks for that only ten times a second.
+/// Tells when the last record is in the file: AsyncChannel::close() polls only ten times a second.
 class CountingFileChannel : public Poco::FileChannel
 {
 public:

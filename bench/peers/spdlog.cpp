@@ -1,4 +1,4 @@
-// spdlog's asynchronous logger: one worker, 8192 slots, who logs waits while they are taken. The worker formats the
+// spdlog's asynchronous logger: one worker, 8192 slots; callers wait while all are taken. The worker formats the
 // line. Built twice: with ZYR_BENCH_PLAIN, texts are not escaped, and a quote in one of them breaks its line.
 
 #include "JsonText.h"

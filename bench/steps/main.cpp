@@ -50,7 +50,7 @@ void Bench::useVectorRegisters() noexcept
 
 namespace {
 
-/// Takes the option out of the words, for Google Benchmark has the rest. False where it asks for what there is not.
+/// Removes the option from the arguments, which are then Google Benchmark's. False where this machine lacks AVX.
 bool takeDirty(int& count, char* words[])
 {
     char** const end = std::remove(words + 1, words + count, std::string_view("--dirty"));

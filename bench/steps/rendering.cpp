@@ -92,7 +92,7 @@ RENDERING(nonAscii, "three arguments, not ASCII");
 RENDERING(withEscapes, "three arguments, escapes");
 RENDERING(withTopics, "three topics");
 
-/// Of about the same length, which the processor cannot foresee wholly.
+/// Similar lengths, varied so that the branch predictor cannot learn them entirely.
 template <typename Number>
 std::array<Number, 1024> numbersFrom(Number first)
 {

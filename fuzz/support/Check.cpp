@@ -9,7 +9,7 @@
 
 namespace {
 
-/// Of libFuzzer's own output, since what the library itself says on standard error is discarded.
+/// libFuzzer's own output: what the library prints on standard error is discarded.
 const int reports = ::dup(STDERR_FILENO);
 
 QByteArray shown(const QByteArray& bytes)

@@ -3,9 +3,9 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 
-/// Ends the program where a property does not hold, which is a finding, and says which one. `details` are shown with
-/// everything but plain ASCII escaped.
+/// Ends the program with a finding if a property does not hold, and prints it. `details` are shown with everything but
+/// plain ASCII escaped.
 void check(bool holds, const char* property, const QByteArray& details = {});
 
-/// Two texts that should be the same.
+/// The same for two texts that should be equal.
 void checkEqual(const QByteArray& found, const QByteArray& expected, const char* property);

@@ -1,6 +1,6 @@
 // Defines the calls that change files anew, and ends the program when one is made outside the directory.
 
-// Both names of each function are to be defined here, not one in the other's place.
+// With these, the headers would rename open() to open64() and so on, but both names are defined here.
 #undef _FILE_OFFSET_BITS
 #undef _TIME_BITS
 
@@ -34,7 +34,7 @@ bool isInside(std::string_view path)
 {
     if (path.starts_with("../") || path.ends_with("/..") || path.find("/../") != path.npos)
         return false;
-    // What is named as if it were below /dev/null is no file and cannot become one.
+    // A name below /dev/null cannot become a file.
     return !path.starts_with('/') || isAtOrBelow(path, confinedTo) || isAtOrBelow(path, "/dev/null");
 }
 
@@ -43,7 +43,7 @@ void checkPlace(const char* path)
     check(!confined || isInside(path), "No file is touched outside the scratch directory", path);
 }
 
-/// The same of a name in an open directory.
+/// The same for a name in an open directory.
 void checkPlace(int directory, const char* name)
 {
     if (!confined || directory == AT_FDCWD || *name == '/')
@@ -81,7 +81,7 @@ Confinement::~Confinement()
     confined = false;
 }
 
-// In the place of the C library's, for Qt and POCO too. libFuzzer's own files go by other ways.
+// Replace the C library's functions, for Qt and POCO too. libFuzzer accesses its own files by others.
 extern "C" {
 
 int open(const char* path, int flags, ...)
@@ -150,14 +150,14 @@ int renameat2(int fromDirectory, const char* from, int toDirectory, const char* 
 
 int link(const char* from, const char* to) noexcept
 {
-    checkPlace(from); // which could be written by its new name
+    checkPlace(from); // it could be written through its new name
     checkPlace(to);
     return int(::syscall(SYS_linkat, AT_FDCWD, from, AT_FDCWD, to, 0));
 }
 
 int linkat(int fromDirectory, const char* from, int toDirectory, const char* to, int flags) noexcept
 {
-    // A file that was opened without a name gets one from its descriptor.
+    // A file opened with O_TMPFILE gets its name through its descriptor.
     if (!std::string_view(from).starts_with("/proc/self/fd/"))
         checkPlace(fromDirectory, from);
     checkPlace(toDirectory, to);

@@ -2,9 +2,9 @@
 
 #include <QtCore/QByteArray>
 
-/// While one of these lives, opening a file for writing, or making, linking, renaming or removing one, anywhere but
-/// below `directory` ends the program as a finding. Names relative to the working directory count as below it. Not to
-/// be had twice at a time, nor while libFuzzer looks after its own files.
+/// While one of these lives, a file that is opened for writing, created, linked, renamed or removed outside `directory`
+/// ends the program with a finding. Names relative to the working directory count as inside. Only one may exist at a
+/// time, and none while libFuzzer accesses its own files.
 class Confinement
 {
 public:

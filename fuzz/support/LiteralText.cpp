@@ -14,13 +14,13 @@ QString replaced(const QString& text, const QString& what, const QString& by)
     return text.split(what).join(by);
 }
 
-/// A text that is replaced in from left to right, up to where it would become longer than `most`; then no more.
+/// A text whose placeholders are replaced from left to right, until the next one would make it longer than `maxSize`.
 class Filling
 {
 public:
-    Filling(const QString& begun, qsizetype most)
+    Filling(const QString& begun, qsizetype maxSize)
         : text(begun)
-        , room(most - begun.size())
+        , room(maxSize - begun.size())
     {
     }
 

@@ -5,13 +5,13 @@
 #include <QtCore/QString>
 #include <QtCore/QVariant>
 
-/// What a text ends in that could not be filled to the end.
+/// The end of a text whose placeholders could not all be filled in.
 inline const QString unfilledMark = QStringLiteral(" [placeholders left unfilled: the text would be too long]");
 
-/// How many UTF-16 units a message's text may have before it is escaped: a mebi more than text and values together.
+/// Max. UTF-16 units of a message's text before it is escaped: 2^20 more than text and values together.
 qsizetype maxUnits(const QString& text, const QList<QVariant>& args, const QMap<QString, QVariant>& topics);
 
-/// What a message's text is defined to be, step by step: the arguments from the last one down, then the topics by
-/// ascending key, each as long as the text has no more than the most units; then the escapes, and the mark. Written
-/// without a look at the library's own ways, so that both do not err alike.
+/// A message's text as it is defined, step by step: the arguments from the last to the first, then the topics by
+/// ascending key, each up to maxUnits(); then the escapes, and the mark. Written independently of the library, so that
+/// both do not have the same mistake.
 QString literalText(const QString& text, const QList<QVariant>& args, const QMap<QString, QVariant>& topics);

@@ -3,7 +3,7 @@
 #include <QtCore/QByteArray>
 #include <QtCore/QString>
 
-/// A temporary directory, which is removed at the end, and the place of what others make as temporary.
+/// A temporary directory, removed at the end; TMPDIR leads there too.
 class Scratch
 {
 public:

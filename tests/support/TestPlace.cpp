@@ -47,8 +47,8 @@ void TestPlace::replace(const QString& name, const QByteArray& bytes) const
 
 namespace {
 
-/// Hands what it loads first to a logger. Not by a QSettings of the test's own: ThreadSanitizer does not see the lock
-/// of Qt's under which that shares its memory with those of the library.
+/// Hands its first load to a logger. The test makes no QSettings of its own: it would share memory with the library's
+/// under a lock of Qt's, which ThreadSanitizer does not see.
 class FirstLoad : public Zyr::ConfigFileListener
 {
 public:
@@ -62,7 +62,7 @@ public:
 
     bool changed = false;
     std::exception_ptr problem;
-    QString group; ///< that the settings were left in
+    QString group; ///< current group of the settings afterwards
 
 private:
     bool onConfigFileChanged(QSettings& settings, bool isFirst) override

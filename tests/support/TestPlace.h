@@ -11,8 +11,8 @@ constexpr bool isSanitized = true;
 constexpr bool isSanitized = false;
 #endif
 
-/// Ends a test function that needs what not every machine has. Where CI is set, as .ci/run does, the machine has to
-/// have it, and the function fails. What cannot work in a build at all, as isSanitized tells, is for QSKIP.
+/// Skips a test function that needs what not every machine has. Where CI is set, as by .ci/run, the machine must have
+/// it, and the function fails. For what cannot work in a build at all, as with isSanitized, use QSKIP.
 #define SKIP_BUT_IN_CI(reason)                                                                                         \
     do {                                                                                                               \
         if (!qEnvironmentVariableIsEmpty("CI"))                                                                        \
@@ -51,7 +51,7 @@ private:
 /// `loggerKeys` and `channelKeys` are lines "key=value".
 QByteArray settingsFile(const QByteArray& loggerKeys = {}, const QByteArray& channelKeys = {});
 
-/// What only a scenario itself sees; with false there its process fails.
+/// Set to false by a scenario for what only it can see; its process fails then.
 inline bool right = true;
 
 /// Logs a text by the main logger.

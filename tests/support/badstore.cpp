@@ -1,19 +1,19 @@
-// A store that is slow, hangs, fails or lacks calls, for any program: to be linked first, or loaded with LD_PRELOAD.
+// Makes a store slow, hang, fail or lack calls, for any program: to be linked first, or loaded with LD_PRELOAD.
 //
 // The variable BADSTORE_DIRECTORY names the directory below which files are affected, BADSTORE_ORDERS a file that is
 // read again at each call and may have the line
 //
 //     <call>[,<call>]... <milliseconds> <errno> <times>
 //
-// Each of those calls takes that long, -1 being until the orders change, and then fails with that error, 0 being that
-// it does what it should; 0 times means always, -2 every second time. They are named as in the system's manual, but for
+// Each of those calls takes that long (-1: until the orders change) and then fails with that error (0: succeeds), for
+// that many times (0: always, -2: every second time). They are named as in the manual pages, except
 //
 //     write                        writev, too
 //     rename, noreplace, exchange  renameat2, by its flags
 //     ofdlock, lease               fcntl, for open file description locks and for leases
-//     birth                        statx that only tells no time of birth
-//     readdir                      that only tells no types
-//     memfd_create                 wherever that file is to lie
+//     birth                        statx, which succeeds without a birth time
+//     readdir                      succeeds without the entries' types
+//     memfd_create                 independent of the directory
 
 #include <array>
 #include <atomic>
@@ -37,13 +37,13 @@
 
 namespace {
 
-std::atomic<int> made = 0; // of the calls whose number is limited
+std::atomic<int> made = 0; // calls so far whose number is limited
 
 int openOrders()
 {
     const char* const name = std::getenv("BADSTORE_ORDERS");
     const int file = name ? int(::syscall(SYS_openat, AT_FDCWD, name, O_RDONLY | O_CLOEXEC)) : -1;
-    const int moved = ::fcntl(file, F_DUPFD_CLOEXEC, 50); // out of the way of those that the program expects
+    const int moved = ::fcntl(file, F_DUPFD_CLOEXEC, 50); // leaves the program the numbers that it expects
     ::close(file);
     return moved;
 }
@@ -64,7 +64,7 @@ bool obey(std::string_view call, const char* path)
     const char* const directory = std::getenv("BADSTORE_DIRECTORY");
     if (!directory || !std::string_view(path).starts_with(directory))
         return true;
-    static const int ordersFile = openOrders(); // at the first of those calls, so that a test can set the variable
+    static const int ordersFile = openOrders(); // only now, so that a test can set the variable first
     const int before = errno;
     for (int waited = 0;; ++waited) {
         std::array<char, 100> text = {};

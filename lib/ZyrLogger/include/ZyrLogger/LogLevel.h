@@ -14,7 +14,7 @@ enum LogLevel : unsigned char {
     Error = 3,    ///< `error`
     Warning = 4,  ///< `warn`
     Notice = 5,   ///< `notice`
-    Info = 6,     ///< `info`; the highest number that is written unless the setting `level` says otherwise
+    Info = 6,     ///< `info`; the least important one that is written unless the setting `level` says otherwise
     Debug = 7,    ///< `debug`
     Trace = 8,    ///< `trace`
     System = 11,  ///< `notice`, marked `<SYS>`: life of the application itself

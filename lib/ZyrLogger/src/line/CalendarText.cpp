@@ -25,7 +25,7 @@ void putTwoDigits(char* to, std::int64_t number) noexcept
     to[1] = char('0' + number % 10);
 }
 
-constexpr std::uint8_t usualBurst = 32;
+constexpr std::uint8_t checkInterval = 32;
 
 } // namespace
 
@@ -37,7 +37,7 @@ const CalendarText& CalendarText::of(std::int64_t second, bool local) noexcept
     CalendarText& text = kept[local];
     // Records of one second are mostly made within it. Records with given times may share one for long, so the zone is
     // checked every so often.
-    if (text.second == second && ++text.timesShown % usualBurst != 0)
+    if (text.second == second && ++text.timesAsked % checkInterval != 0)
         return text;
     const std::uint32_t check = local ? LocalTime::checkZone() : 0;
     if (text.second != second || text.zoneCheck != check) {
@@ -50,7 +50,7 @@ const CalendarText& CalendarText::of(std::int64_t second, bool local) noexcept
 
 void CalendarText::render(bool local) noexcept
 {
-    shownOf.pattern = 0;
+    runs.pattern = 0;
     const std::int32_t offset = local ? LocalTime::offsetAt(second) : 0;
     if (local) {
         renderZone(offset);

@@ -33,7 +33,7 @@ public:
     std::uint8_t weekday = 0; ///< 0 is Sunday
 
     /// Cache of a pattern's time fields for this second.
-    struct Shown
+    struct RunCache
     {
         static constexpr std::size_t room = 160;
         static constexpr std::size_t maxRuns = 7;
@@ -44,7 +44,7 @@ public:
         std::uint8_t begins[maxRuns + 1]; ///< of the runs in `text`, and the end of the last one
         char text[room + 16];             ///< readers copy 16 bytes at once
     };
-    Shown& shown() const noexcept { return shownOf; }
+    RunCache& runCache() const noexcept { return runs; }
 
 private:
     void render(bool local) noexcept;
@@ -53,7 +53,7 @@ private:
 
     std::int64_t second = std::numeric_limits<std::int64_t>::min(); // none: timestamps in microseconds do not reach it
     std::uint32_t zoneCheck = 0;
-    std::uint8_t timesShown = 0;
+    std::uint8_t timesAsked = 0;
     std::uint8_t yearSize = 0;
     std::uint8_t isoZoneSize = 0;
     std::uint8_t rfcZoneSize = 0;
@@ -61,7 +61,7 @@ private:
     char isoZone[6] = {};
     char rfcZone[5] = {};
 
-    mutable Shown shownOf = {}; // no lock: the whole object is the thread's own
+    mutable RunCache runs = {}; // no lock: the whole object is the thread's own
 
     static thread_local CalendarText kept[2];
 };

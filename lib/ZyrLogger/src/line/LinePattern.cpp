@@ -133,7 +133,8 @@ void LinePattern::checkGrowth() const
         throw Poco::InvalidArgumentException("the pattern shows more than 32 texts of a record");
 }
 
-/// Turns each run of time fields into one field, which is formatted once a second, where CalendarText::Shown has room.
+/// Turns each run of time fields into one field, which is formatted once a second, where CalendarText::RunCache has
+/// room.
 void LinePattern::foldTimeFields()
 {
     std::vector<Field> folded;
@@ -152,7 +153,7 @@ void LinePattern::foldTimeFields()
         timeFields.push_back(field);
         timeFields.back().argument = folded.back().argument;
     }
-    if (runs > CalendarText::Shown::maxRuns || bytes > CalendarText::Shown::room)
+    if (runs > CalendarText::RunCache::maxRuns || bytes > CalendarText::RunCache::room)
         timeFields.clear();
     else
         fields = std::move(folded);
@@ -180,7 +181,7 @@ void LinePattern::format(const Poco::Message& message, LineBuffer& line) const
     }
     const auto fraction = std::uint32_t(rest);
     const CalendarText* time = showsTime ? &CalendarText::of(second, origin.localTime) : nullptr;
-    const CalendarText::Shown* const shown = timeFields.empty() ? nullptr : &show(*time);
+    const CalendarText::RunCache* const runCache = timeFields.empty() ? nullptr : &cachedRuns(*time);
 
     FieldWriter out(line, fixedSize);
     for (const Field& field : fields) {
@@ -248,7 +249,7 @@ void LinePattern::format(const Poco::Message& message, LineBuffer& line) const
             out.number(second);
             break;
         case timeRun:
-            out.literal(shown->text + shown->begins[field.argument], shown->sizeOf(field.argument));
+            out.literal(runCache->text + runCache->begins[field.argument], runCache->sizeOf(field.argument));
             break;
         default:
             if (time)
@@ -260,26 +261,26 @@ void LinePattern::format(const Poco::Message& message, LineBuffer& line) const
 }
 
 /// The runs of time fields of a second; its first record fills the cache.
-const CalendarText::Shown& LinePattern::show(const CalendarText& time) const
+const CalendarText::RunCache& LinePattern::cachedRuns(const CalendarText& time) const
 {
-    CalendarText::Shown& shown = time.shown();
-    if (shown.pattern == number)
-        return shown;
+    CalendarText::RunCache& runCache = time.runCache();
+    if (runCache.pattern == number)
+        return runCache;
     LineBuffer line;
     FieldWriter out(line, fixedSize);
     std::size_t run = 0;
     for (std::size_t i = 0; i < timeFields.size(); ++i) {
         const Field& field = timeFields[i];
         if (field.argument == run)
-            shown.begins[run++] = std::uint8_t(out.size());
+            runCache.begins[run++] = std::uint8_t(out.size());
         out.literal(literals.data() + field.literal, field.literalSize);
         putTimeField(out, field.letter, time);
     }
     out.finish();
-    shown.begins[run] = std::uint8_t(line.view().size());
-    line.view().copy(shown.text, sizeof shown.text);
-    shown.pattern = number;
-    return shown;
+    runCache.begins[run] = std::uint8_t(line.view().size());
+    line.view().copy(runCache.text, sizeof runCache.text);
+    runCache.pattern = number;
+    return runCache;
 }
 
 /// A priority without a name is shown as its number.

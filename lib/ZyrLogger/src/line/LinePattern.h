@@ -48,7 +48,7 @@ private:
     void compile();
     void checkGrowth() const;
     void foldTimeFields();
-    const CalendarText::Shown& show(const CalendarText& time) const;
+    const CalendarText::RunCache& cachedRuns(const CalendarText& time) const;
     void addField(char letter, std::size_t argument);
     std::string_view priorityName(int priority, char (&digits)[12]) const noexcept;
 

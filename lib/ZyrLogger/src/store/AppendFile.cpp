@@ -44,7 +44,7 @@ std::error_code AppendFile::open(const std::string& path, CallWatch& watch)
             continue; // a link has taken the name since
         if (!opened)
             return lastError();
-        if (const std::error_code error = look(watch))
+        if (const std::error_code error = readStatus(watch))
             return error;
         place = isRegular() && !realPath.isKernelLink() ? LogPlace::of(realPath, watch) : nullptr;
         if (place || !isRegular() || realPath.isKernelLink())
@@ -58,10 +58,10 @@ std::error_code AppendFile::open(const std::string& path, CallWatch& watch)
 
 std::error_code AppendFile::create(const LogPlace& beside, const std::string& name, CallWatch& watch)
 {
-    return beside.create(name, Directory::Existing::Fail, file, watch) ? look(watch) : lastError();
+    return beside.create(name, Directory::Existing::Fail, file, watch) ? readStatus(watch) : lastError();
 }
 
-std::error_code AppendFile::look(CallWatch& watch)
+std::error_code AppendFile::readStatus(CallWatch& watch)
 {
     if (FileCalls::status(file.get(), status, watch))
         return {};

@@ -72,7 +72,7 @@ public:
     std::error_code synchronize(CallWatch& watch) noexcept;
 
 private:
-    std::error_code look(CallWatch& watch);
+    std::error_code readStatus(CallWatch& watch);
     std::error_code compare(const std::error_code& error, const struct stat& now, CallWatch& watch) noexcept;
     ssize_t write(std::span<iovec> pieces, std::chrono::seconds limit, CallWatch& watch) const noexcept;
     bool isBeingWritten(CallWatch& watch) const noexcept;

@@ -24,14 +24,13 @@ bool NumberWriter::use(const QLocale& locale)
 {
     if (!symbols.deriveFrom(locale))
         return false;
-    const NumberSymbols& has = symbols;
-    maxBytes =
-        std::size_t(has.minus.size + maxDigits * (has.digitSize + has.groupSeparator.size) + has.decimalPoint.size +
-                    std::max(has.positiveExponent.size, has.negativeExponent.size) + Symbol::capacity + chunk);
-    if (has.groupedFrom == NumberSymbols::never)
+    maxBytes = std::size_t(
+        symbols.minus.size + maxDigits * (symbols.digitSize + symbols.groupSeparator.size) + symbols.decimalPoint.size +
+        std::max(symbols.positiveExponent.size, symbols.negativeExponent.size) + Symbol::capacity + chunk);
+    if (symbols.groupedFrom == NumberSymbols::never)
         return true;
-    return has.lastGroup > 0 && has.lastGroup < has.groupedFrom && has.lastGroup <= chunk && has.otherGroups > 0 &&
-           has.firstGroup <= has.otherGroups && 2 * has.otherGroups <= chunk;
+    return symbols.lastGroup > 0 && symbols.lastGroup < symbols.groupedFrom && symbols.lastGroup <= chunk &&
+           symbols.otherGroups > 0 && symbols.firstGroup <= symbols.otherGroups && 2 * symbols.otherGroups <= chunk;
 }
 
 char* NumberWriter::write(quint64 number, bool negative, char* to) const noexcept
@@ -106,13 +105,12 @@ char* NumberWriter::writeGrouped(const char* ascii, int count, char* to) const n
 
 char* NumberWriter::writeDigits(const char* ascii, int count, char* to) const noexcept
 {
-    const NumberSymbols& has = symbols;
-    if (has.asciiDigits) {
+    if (symbols.asciiDigits) {
         std::memcpy(to, ascii, chunk);
         return to + count;
     }
-    for (int digit = 0; digit < count; ++digit, to += has.digitSize)
-        std::memcpy(to, has.digits[ascii[digit] - '0'], sizeof has.digits[0]);
+    for (int digit = 0; digit < count; ++digit, to += symbols.digitSize)
+        std::memcpy(to, symbols.digits[ascii[digit] - '0'], sizeof symbols.digits[0]);
     return to;
 }
 
