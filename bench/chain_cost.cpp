@@ -1,5 +1,5 @@
 // What one record costs on its way from Poco::Logger::log() into the file, through our chain and through POCO's own:
-// processor time of the whole process per record, both in turns, medians of several rounds.
+// processor time of the whole process per record, alternating, medians of several rounds.
 //
 //   chain_cost [records per thread and rounds: 500000 5]
 
@@ -110,9 +110,9 @@ double measure(const Load& load, bool own, int records)
         const double before = Bench::processorNanoseconds();
         (own ? runOwn : runStock)(directory.path().toStdString(), load, records);
         const double cost = (Bench::processorNanoseconds() - before) / (double(records) * load.threads);
-        const bool told = write(channel[1], &cost, sizeof cost) == sizeof cost;
+        const bool sent = write(channel[1], &cost, sizeof cost) == sizeof cost;
         const_cast<QTemporaryDir&>(directory).remove();
-        _exit(told ? 0 : 1);
+        _exit(sent ? 0 : 1);
     }
     double cost = 0;
     int status = 0;

@@ -108,7 +108,7 @@ private Q_SLOTS:
         QCOMPARE(enabled(sameName), QList<int>()); // POCO has no logger for it
     }
 
-    // A conversion of the application's that is left out or called again where its entry or its value is not needed.
+    // A conversion of the application's that is skipped, or repeated, where its entry or its value is not needed.
     void convertsOwnTypesOnce()
     {
         struct Counted
@@ -133,8 +133,8 @@ private Q_SLOTS:
         }
     }
 
-    // An entry that vanishes because the application's own conversion, or its listener, had no memory; one counted that
-    // is in the file or below the level.
+    // An entry that is lost because the application's own conversion or listener ran out of memory; one that is counted
+    // as lost although it is in the file or below the level.
     void tellsOfWantOfMemory()
     {
         struct Huge
@@ -232,7 +232,7 @@ private Q_SLOTS:
             QVERIFY(i >= renamed || errors.contains("class logger '" + name.toUtf8() + "': its name leads away"));
             QVERIFY(Poco::Logger::has(name.toStdString()));
         }
-        std::vector<std::jthread> ends; // all at a time, for each takes a second
+        std::vector<std::jthread> ends; // in parallel: each takes a second
         for (auto& each : classes)
             ends.emplace_back([&each] { each.reset(); });
     }

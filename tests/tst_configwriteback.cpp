@@ -1,4 +1,4 @@
-// Keys that a settings file lacks: what it looks like after they have been added, and whose saves that never goes over.
+// Keys that a settings file lacks: how they are added, without ever overwriting another process's save.
 
 #include "SettingsProbe.h"
 
@@ -59,7 +59,7 @@ private Q_SLOTS:
         QTest::newRow("open quotation") << u"[S]\nv=\"1\n[T]\nx=1\n"_s << u"[S]\nv=\"1\n[T]\nx=1\n"_s;
     }
 
-    // Comments or order lost, a key inside another's value, the own writing taken for a change, files left behind.
+    // Comments or order lost, a key inside another's value, the own write taken for a change, files left behind.
     void addsMissingKeys()
     {
         QFETCH(const QString, text);
@@ -73,7 +73,7 @@ private Q_SLOTS:
         QVERIFY(!probe.loads().contains('|'));
     }
 
-    // What a listener changes or removes, left in the file as it was.
+    // A key that a listener changes or removes, but that stays in the file as it was.
     void writesChangesToo()
     {
         const TestPlace place;

@@ -372,7 +372,7 @@ private Q_SLOTS:
         for (auto match = reported.globalMatch(errors); match.hasNext();)
             givenUp += match.next().captured(1).toInt();
 
-        qInfo() << "found" << found.size() << "told as lost" << lost << "given up" << givenUp;
+        qInfo() << "found" << found.size() << "reported as lost" << lost << "given up" << givenUp;
         std::sort(found.begin(), found.end());
         QVERIFY(std::adjacent_find(found.begin(), found.end()) == found.end());
         QCOMPARE(found.size() + lost + givenUp, place.read(folder + u"/logged"_s).toInt());

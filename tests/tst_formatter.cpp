@@ -4,12 +4,13 @@
 #include "base/ShortCopy.h"
 #include "chain/LineFormatter.h"
 
-#include <Poco/Exception.h>
-
 #include <QtTest/QtTest>
 
-#include <sys/wait.h>
+#include <Poco/Exception.h>
+
 #include <thread>
+
+#include <sys/wait.h>
 #include <unistd.h>
 
 #if defined(__x86_64__)

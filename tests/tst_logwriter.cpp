@@ -121,7 +121,7 @@ class tst_LogWriter : public QObject
 {
     Q_OBJECT
 private Q_SLOTS:
-    /// A line that comes while the thread is about to sleep, and lies there until the next one.
+    /// A line that comes while the thread is about to sleep, and is not written until the next one.
     void writesTheLastLineToo()
     {
         const Pipe pipe;

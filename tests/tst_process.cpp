@@ -56,7 +56,7 @@ public Q_SLOTS:
         early->arg(1).endl();
     }
 
-    // A load that goes on behind the refused value, stays in its group, tells of changes, or is never made up for.
+    // A load that continues after the refused value, stays in its group, announces changes, or is never repeated.
     void refusesRotation()
     {
         say(u"dropped"_s);
@@ -80,7 +80,7 @@ public Q_SLOTS:
         other.join();
     }
 
-    // A crash, or an entry that vanishes, when static objects log as they are destroyed.
+    // A crash or a lost entry when destructors of static objects log.
     void logsInDestructors()
     {
         afterMainLogger = [] { say(u"after"_s); };
@@ -94,7 +94,7 @@ public Q_SLOTS:
         afterMainLogger = [] { say(u"late"_s); };
     }
 
-    // A chain touched after POCO's own static objects took it along, by a logger that nobody destroys.
+    // A chain touched after POCO's static objects have destroyed it, by a logger that nobody destroys.
     void leaksClassLogger()
     {
         static auto& leaked = *new Zyr::ClassLogger(u"Valve"_s);
@@ -159,7 +159,7 @@ public Q_SLOTS:
         _exit(0);
     }
 
-    // A chain touched after the application itself shut POCO down, or queued records that went with it.
+    // A chain touched after the application itself shut POCO down, or queued records that are lost with it.
     void shutsPocoDown()
     {
         Zyr::Logger& logger = Zyr::Logger::instance();
@@ -179,7 +179,7 @@ public Q_SLOTS:
         say(u"b"_s);
     }
 
-    // What a thread keeps, made of Qt's static objects when they are gone.
+    // A thread's cached objects that are made from Qt's static objects after those are destroyed.
     void beginsThreadAtExit()
     {
         Zyr::Logger::instance();
@@ -236,7 +236,7 @@ public Q_SLOTS:
             const pid_t child = fork();
             if (child == 0) {
                 alarm(5);
-                afterMainLogger = [] { _exit(0); }; // the rest, a leak checker above all, is no concern of the library
+                afterMainLogger = [] { _exit(0); }; // skips what is not the library's, above all a leak checker
                 std::exit(1);
             }
             int status = -1;

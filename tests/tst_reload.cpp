@@ -22,7 +22,8 @@ class tst_Reload : public QObject
     }
 
 private Q_SLOTS:
-    // A change that is missed, announced twice (the write-back of missing keys is none), or told by a class logger.
+    // A change that is missed, announced twice (the write-back of missing keys is none), or announced by a class
+    // logger.
     void announcesEachChangeOfTheMainSettings()
     {
         Zyr::ClassLogger valve(u"Valve"_s);

@@ -1,4 +1,4 @@
-// That no record is lost, doubled or torn: under rotation, kills, several writers and reloads.
+// No record is lost, doubled or torn by rotation, kills, several writers and reloads.
 //
 // tests/rotation.sh runs it with the numbers of a long life.
 

@@ -1,4 +1,4 @@
-// libZyrLogger as an application has it: every setting its default but for rotation.
+// libZyrLogger as applications use it: default settings, except for rotation.
 
 #include "Workload.h"
 

@@ -186,8 +186,8 @@ public:
     /// A level that is refused once the logger writes is thrown as POCO's exception.
     bool createLoggerBySettings(QSettings& settings);
 
-    /// Called when the settings file was loaded; on the watcher's thread but for the first load. The main logger then
-    /// writes "Logger configuration changed" after every load but the first.
+    /// Called when the settings file was loaded; on the watcher's thread except for the first load. The main logger
+    /// then writes "Logger configuration changed" after every load but the first.
     bool onConfigFileChanged(QSettings& settings, bool firstLoad) override;
 
 private:

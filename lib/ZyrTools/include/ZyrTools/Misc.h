@@ -19,7 +19,7 @@ namespace Zyr::Misc {
 /// A stored value is returned as it is stored, a text as a rule, and never rewritten; a text with an unquoted comma,
 /// which QSettings reads as a list, comes back as that text (see settingsText()) unless the default is a list. A
 /// missing key is set to `defaultValue` in `settings`, `changed` becomes true (it never becomes false) and the result
-/// is `defaultValue`. The file itself is written by whoever loaded the settings, once per load.
+/// is `defaultValue`. The loader of the settings writes the file, once per load.
 ZYRTOOLS_EXPORT QVariant checkSettingsValue(QSettings& settings, const QString& key, bool& changed,
                                             const QVariant& defaultValue);
 
