@@ -112,8 +112,8 @@ public:
     void apply(Change& change) override { change = {}; }
     Written write(const Zyr::LineBatch&) override { return {0, std::make_error_code(std::errc::no_space_on_device)}; }
     bool isInLine() const noexcept override { return false; }
-    Upkeep upkeep() const noexcept override { return Upkeep::None; }
-    void keepUp() noexcept override {}
+    Maintenance maintenanceDue() const noexcept override { return Maintenance::None; }
+    void maintain() noexcept override {}
     void close() noexcept override {}
 };
 

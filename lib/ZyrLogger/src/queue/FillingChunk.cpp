@@ -1,4 +1,5 @@
 // How threads reserve the place for a line, and the owner opens, closes and recycles the chunk.
+
 #include "queue/FillingChunk.h"
 
 #include <cassert>

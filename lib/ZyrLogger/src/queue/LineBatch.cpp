@@ -1,4 +1,5 @@
 // Where the lines of a batch lie, and how many of them a number of bytes is.
+
 #include "queue/LineBatch.h"
 
 #include <algorithm>

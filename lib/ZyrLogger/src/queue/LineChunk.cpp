@@ -1,4 +1,5 @@
 // The memory of a chunk, and a line on its way into it.
+
 #include "queue/LineChunk.h"
 
 #include "base/ShortCopy.h"

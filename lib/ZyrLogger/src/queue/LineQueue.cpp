@@ -1,4 +1,5 @@
 // The list of chunks: how it grows, is consumed and gives memory back.
+
 #include "queue/LineQueue.h"
 
 #include <algorithm>

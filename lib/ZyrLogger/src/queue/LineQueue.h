@@ -57,7 +57,7 @@ public:
     bool isUsed() const noexcept { return !isEmpty() || reserved > 0; }
     /// Those that are just being copied included.
     std::size_t size() const noexcept { return closedLines + (closed ? 0 : filling.lines()); }
-    /// Whether they take the better part of the memory of a usual write, or of the bound.
+    /// Whether they take so much memory that they should be written now, rather than gather further.
     bool isFilling() const noexcept { return linked > fillingChunks * usualChunk; }
 
     /// The first lines, of at most `maxBytes` together unless the first chunk alone has more, up to one that is just

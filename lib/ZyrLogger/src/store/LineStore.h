@@ -16,8 +16,8 @@ class LineBatch;
 /// What the worker thread writes the lines to. For one thread.
 ///
 /// The functions that are not noexcept may throw std::bad_alloc, and can be repeated then. What may hang goes through
-/// the CallWatch, or the end of the logger would wait for it without limit. isInLine() and upkeep() make no system
-/// calls, since callers may wait for the lock that is held meanwhile.
+/// the CallWatch, or the end of the logger would wait for it without limit. isInLine() and maintenanceDue() make no
+/// system calls, since callers may wait for the lock that is held meanwhile.
 class LineStore
 {
 public:
@@ -30,7 +30,7 @@ public:
     {
         std::optional<FileSettings> settings; ///< another path takes effect with the next write
         std::optional<AppendFile> opened;     ///< the file to continue with, opened under the path of the settings
-        bool beginAnew = false;               ///< with `opened`: rotate before the next line
+        bool rotateFirst = false;             ///< with `opened`: rotate before the next line
         bool lookAgain = false;               ///< check whether the path still leads to the file
     };
 
@@ -46,10 +46,10 @@ public:
     virtual bool isInLine() const noexcept = 0;
 
     /// Background work: none now, some that yields to lines, or some that must precede the next lines.
-    enum class Upkeep { None, Yields, GoesFirst };
-    virtual Upkeep upkeep() const noexcept = 0;
+    enum class Maintenance { None, Yields, GoesFirst };
+    virtual Maintenance maintenanceDue() const noexcept = 0;
     /// A slice of it, of a few milliseconds.
-    virtual void keepUp() noexcept = 0;
+    virtual void maintain() noexcept = 0;
 
     virtual void close() noexcept = 0;
 };

@@ -24,7 +24,7 @@ void LogFile::apply(Change& change)
         change.settings.reset();
     }
     if (change.opened) {
-        adopt(std::move(*change.opened), change.beginAnew);
+        adopt(std::move(*change.opened), change.rotateFirst);
         change.opened.reset();
     }
 }
@@ -39,13 +39,13 @@ void LogFile::configure(FileSettings wanted)
         rotation.follow(active, Clock::now());
 }
 
-void LogFile::adopt(AppendFile&& opened, bool beginAnew)
+void LogFile::adopt(AppendFile&& opened, bool rotateFirst)
 {
     if (opened.isOpen())
         active.adopt(std::move(opened));
     if (active.hasPathOfSettings())
         rotation.follow(active, Clock::now());
-    rotation.request(beginAnew && active.isFirstWriter());
+    rotation.request(rotateFirst && active.isFirstWriter());
 }
 
 void LogFile::close() noexcept
@@ -69,14 +69,14 @@ LogFile::Written LogFile::write(const LineBatch& batch)
     return written;
 }
 
-LineStore::Upkeep LogFile::upkeep() const noexcept
+LineStore::Maintenance LogFile::maintenanceDue() const noexcept
 {
     if (!active.isRotatedHere() || !rotation.canCompress(Clock::now()))
-        return Upkeep::None;
-    return rotation.mustCompressFirst() ? Upkeep::GoesFirst : Upkeep::Yields;
+        return Maintenance::None;
+    return rotation.mustCompressFirst() ? Maintenance::GoesFirst : Maintenance::Yields;
 }
 
-void LogFile::keepUp() noexcept
+void LogFile::maintain() noexcept
 {
     rotation.compressSlice(Clock::now());
 }

@@ -21,14 +21,14 @@ public:
     void apply(Change& change) override;
     Written write(const LineBatch& batch) override;
     bool isInLine() const noexcept override { return active.isInLine(); }
-    Upkeep upkeep() const noexcept override;
-    void keepUp() noexcept override;
+    Maintenance maintenanceDue() const noexcept override;
+    void maintain() noexcept override;
     void close() noexcept override;
 
 private:
     void configure(FileSettings wanted);
     /// If `opened` is not open, an earlier call has adopted it before it threw.
-    void adopt(AppendFile&& opened, bool beginAnew);
+    void adopt(AppendFile&& opened, bool rotateFirst);
 
     FileSettings settings;
     ActiveFile active;

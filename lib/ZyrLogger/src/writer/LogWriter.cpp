@@ -1,4 +1,5 @@
 // The writer as the threads that log see it.
+
 #include "writer/LogWriter.h"
 
 #include <algorithm>
@@ -184,7 +185,7 @@ bool LogWriter::waitForRoom()
         progress.waitUntil(mutex, until);
     }
     if (worker.hasGivenUp())
-        progress.notifyAll(); // whoever gives up counts what is lost here
+        progress.notifyAll(); // giveUp() counts what is lost here
     return true;
 }
 

@@ -52,7 +52,7 @@ public:
 
     // Requests, which the worker thread takes up between two writes.
     void configure(FileSettings wanted) ZYR_EXCLUDES(mutex);
-    void adopt(AppendFile&& opened, bool beginAnew) ZYR_EXCLUDES(mutex);
+    void adopt(AppendFile&& opened, bool rotateFirst) ZYR_EXCLUDES(mutex);
     void close() ZYR_EXCLUDES(mutex);
     /// Between these, which may be nested, lines wait in the queue and no request is taken up.
     void beginChange() ZYR_EXCLUDES(mutex);

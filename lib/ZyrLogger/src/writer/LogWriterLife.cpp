@@ -1,4 +1,5 @@
 // How the writer's thread starts and ends: with everything in the file, or giving up what the store does not take.
+
 #include "writer/LogWriter.h"
 
 #include "store/LogProblem.h"
@@ -47,8 +48,8 @@ void LogWriter::start()
         reportFailure("no thread to write it, records wait: ");
 }
 
-/// For whoever waits for a thread to write something: not so often when the system had none the last time. Returns when
-/// it is to be called again, at the latest.
+/// For callers that wait for lines to be written: pauses when the system had no thread the last time. Returns when to
+/// call it again, at the latest.
 LogWriter::Clock::time_point LogWriter::startIfDue()
 {
     if (!worker.isAlive() && (!startFailed || Clock::now() >= health.retryTime()))

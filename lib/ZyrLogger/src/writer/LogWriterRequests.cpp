@@ -1,4 +1,5 @@
 // What is set and asked for on any thread, and how the worker thread takes it up between two writes.
+
 #include "writer/LogWriter.h"
 
 #include <utility>
@@ -42,14 +43,14 @@ void LogWriter::configure(FileSettings wanted)
     request();
 }
 
-void LogWriter::adopt(AppendFile&& opened, bool beginAnew)
+void LogWriter::adopt(AppendFile&& opened, bool rotateFirst)
 {
     AppendFile waited; // the one that waited is closed after the mutex is released
     const Guard guard(mutex);
     if (requests.change.opened)
         waited = std::move(*requests.change.opened);
     requests.change.opened = std::move(opened);
-    requests.change.beginAnew = beginAnew;
+    requests.change.rotateFirst = rotateFirst;
     requests.close = false;
     request();
 }
@@ -63,7 +64,7 @@ void LogWriter::close()
         requests.change.opened.reset();
     }
     requests.change.lookAgain = true;
-    requests.close = changes == 0; // whoever changes something goes on with the file
+    requests.close = changes == 0; // a change that is under way goes on with the file
     request();
 }
 
@@ -95,7 +96,7 @@ void LogWriter::takeRequests()
     if (requests.configure)
         change.settings = settings; // may throw: nothing is taken yet
     change.opened = std::exchange(requests.change.opened, std::nullopt);
-    change.beginAnew = requests.change.beginAnew;
+    change.rotateFirst = requests.change.rotateFirst;
     change.lookAgain = requests.change.lookAgain;
     const bool closes = requests.close;
     closing = closes || (closing && !change.opened);
@@ -120,7 +121,7 @@ void LogWriter::putBack(LineStore::Change& change, bool closes) noexcept
     if (!change.opened || requests.change.opened || requests.close)
         return;
     requests.change.opened = std::move(change.opened);
-    requests.change.beginAnew = change.beginAnew;
+    requests.change.rotateFirst = change.rotateFirst;
     requests.close = closes;
 }
 

@@ -1,4 +1,5 @@
 // The writer's worker thread.
+
 #include "writer/LogWriter.h"
 
 #include "base/LineBuffer.h"
@@ -32,7 +33,7 @@ void* LogWriter::enter(void* self)
 void LogWriter::run()
 {
     const Guard guard(mutex);
-    while (worker.thread() == Thread::Starting) { // whoever starts it is just about to say so
+    while (worker.thread() == Thread::Starting) { // start() is just about to say so
         const Counted waits(waiting);
         progress.wait(mutex);
     }
@@ -77,15 +78,15 @@ bool LogWriter::step()
             wait(held ? std::nullopt : std::optional(health.retryTime()));
             return true;
         }
-        if (store->upkeep() != LineStore::Upkeep::GoesFirst)
+        if (store->maintenanceDue() != LineStore::Maintenance::GoesFirst)
             isLossDue() ? writeLoss() : writeLines();
-    } else if (stopping && (store->upkeep() == LineStore::Upkeep::None || Clock::now() >= stopBy)) {
+    } else if (stopping && (store->maintenanceDue() == LineStore::Maintenance::None || Clock::now() >= stopBy)) {
         return false;
     }
 
-    if (store->upkeep() != LineStore::Upkeep::None) {
+    if (store->maintenanceDue() != LineStore::Maintenance::None) {
         const Unlocked unlocked(mutex);
-        store->keepUp();
+        store->maintain();
     } else if (closing && !hasWork()) { // mid-line, a pipe's reader would see a torn line and the end
         closing = false;
         const Unlocked unlocked(mutex);
@@ -159,7 +160,7 @@ void LogWriter::writeLoss()
 /// What a write that failed or not means for those who wait.
 void LogWriter::afterWrite(const std::error_code& error) noexcept
 {
-    returnMemory(); // before those are notified who wait for it
+    returnMemory(); // before notifying those who wait for memory
     const auto now = Clock::now();
     bool reports = false;
     if (!error) {
@@ -168,7 +169,7 @@ void LogWriter::afterWrite(const std::error_code& error) noexcept
     } else {
         health.failed(error, now);
         loss.postpone(); // first what is held now
-        // A pipe that is full has a slow reader, which is no trouble to tell of.
+        // A full pipe only has a slow reader: not reported.
         reports = error != std::errc::resource_unavailable_try_again && health.shouldReport(now);
     }
     if (waiting > 0)

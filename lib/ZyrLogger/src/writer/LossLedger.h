@@ -50,7 +50,7 @@ public:
         dueAfter.reset();
     }
 
-    /// No line will tell of them. Returns how many.
+    /// No line in the file will tell of them. Returns how many.
     std::uint64_t giveUp() noexcept
     {
         dueAfter.reset();

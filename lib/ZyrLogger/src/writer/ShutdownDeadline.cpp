@@ -1,3 +1,5 @@
+// The time that is left, and whether the main thread has ended.
+
 #include "writer/ShutdownDeadline.h"
 
 #include <atomic>

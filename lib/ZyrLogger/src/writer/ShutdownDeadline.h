@@ -14,7 +14,7 @@ void programEnds() noexcept;
 /// The same when the calling thread is the main one and ends, as it does before static objects are destroyed.
 void watchMainThread() noexcept;
 
-/// When whoever finds now that the store fails gives up.
+/// Deadline for a caller that finds the store failing at `now`.
 Clock::time_point limit(Clock::time_point now) noexcept;
 
 } // namespace Zyr::ShutdownDeadline

@@ -1,4 +1,5 @@
 // What each failure and success of the store changes.
+
 #include "writer/StoreHealth.h"
 
 #include <algorithm>

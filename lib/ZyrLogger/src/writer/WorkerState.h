@@ -10,27 +10,23 @@ namespace Zyr {
 ///
 /// Thread                  | who
 /// ------------------------|---------------------------------------------------------------------------------------
-/// None, Ended -> Starting | whoever has a line or waits for lines, and finds no thread
-/// Starting -> Running     | the same, when the system has made one; the thread waits for that
-/// Starting -> None        | the same, when the system has not
+/// None, Ended -> Starting | a caller that has a line, or waits for lines to be written, and finds no thread
+/// Starting -> Running     | the same caller, when the system has made one; the thread waits for that
+/// Starting -> None        | the same caller, when the system has not
 /// Running -> Ended        | the thread
 /// Ended -> None           | finish(), which joins it
 /// Running -> Detached     | finish(), when the thread hangs in a call of the store
 /// Detached -> None        | the thread, when that call comes back after all
 ///
-/// Duty                    |
+/// Duty                    | who
 /// ------------------------|---------------------------------------------------------------------------------------
-/// Working -> GivenUp      | whoever waits for the queue to empty, or for the thread to end, and finds the store
-/// failing
-///                         | or hanging for too long
+/// Working -> GivenUp      | drain() and finish(), when the store fails or hangs for too long
 /// GivenUp -> Working      | finish(), once there is no thread; or a detached thread that comes back, as it ends
 ///
-/// Rest                    |
+/// Rest                    | who
 /// ------------------------|---------------------------------------------------------------------------------------
 /// Busy -> any other       | the thread
-/// any other -> Busy       | the thread, when it wakes; or whoever wakes it for a line, so that nobody else does, or
-/// for
-///                         | a request
+/// any other -> Busy       | the thread, when it wakes; or the caller that wakes it, so that no other one does
 class WorkerState
 {
 public:

@@ -54,9 +54,9 @@ void Rotation::leave() noexcept
     archives.leave();
 }
 
-void Rotation::request(bool beginAnew) noexcept
+void Rotation::request(bool rotateFirst) noexcept
 {
-    wanted = beginAnew;
+    wanted = rotateFirst;
     nextTry = {};
 }
 

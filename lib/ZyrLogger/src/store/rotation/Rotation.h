@@ -53,7 +53,7 @@ public:
     void leave() noexcept;
 
     /// Makes the next write rotate, whatever the rule says, or cancels that. Ends the pause after a failure.
-    void request(bool beginAnew) noexcept;
+    void request(bool rotateFirst) noexcept;
 
     /// Rotates if that is due. After a failure the old file stays in use, and the next try follows soon. An error means
     /// that there is no file to write to.
