@@ -229,6 +229,33 @@ private Q_SLOTS:
         QCOMPARE(probe.loads(), "first |1");
     }
 
+    // A fork that waits for a load, which has Qt's message handler called; a child that waits for Qt's lock of the file
+    // that its parent reads, since it reads one with the same descriptor number.
+    void forksWhileAValueIsRead()
+    {
+        const TestPlace place;
+        place.write(probeFile, "[S]\nv=@Variant(\\0\\0\\0\\x7f\\0\\0\\0\\x2x\\0)\n");
+        static pid_t child;
+        child = -1;
+        const auto handler = qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {
+            if (child >= 0 || (child = ::fork()) != 0)
+                return;
+            ::alarm(20);
+            for (int file = 3; file < 50; ++file)
+                ::close(file);
+            for (int file = 3; file < 50; file = ::dup(STDOUT_FILENO)) {
+                SettingsProbe own;
+                own.startConfigFileWatcher();
+            }
+            ::_exit(0);
+        });
+        SettingsProbe probe;
+        QVERIFY(probe.startConfigFileWatcher());
+        qInstallMessageHandler(handler);
+        int status = -1;
+        QVERIFY(::waitpid(child, &status, 0) == child && status == 0);
+    }
+
     // A thread that wakes for every file in the directory, for good after its own one had been missing.
     void sleepsWhileOtherFilesChange()
     {

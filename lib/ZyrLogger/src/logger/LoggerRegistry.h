@@ -69,8 +69,8 @@ class LoggerPrivate;
 /// application has POCO release a logger, the chain ends under it. This library keeps references meanwhile.
 ///
 /// ZyrTools has three more, which the first load takes under 3: the watcher's for walks, its one for clients, and the
-/// one for the life of QSettings objects. Qt's message handler may log under the last of them, but not make the main
-/// logger, whose first load would take it once more. A fork takes the last two first, where a listener was used before.
+/// one with which QSettings objects are made and destroyed, but not read: then Qt's message handler may run. A fork
+/// takes the last two first, where a listener was used before.
 class LoggerRegistry
 {
 public:

@@ -2,9 +2,8 @@
 
 #include "settings/QtSettings.h"
 
+#include "base/Mutex.h"
 #include "watch/Watcher.h"
-
-#include <QtCore/QSettings>
 
 #include <atomic>
 #include <mutex>
@@ -16,7 +15,7 @@ namespace Zyr::QtSettings {
 namespace {
 
 constinit std::atomic<bool> isExiting = false;
-constinit Mutex objectMutex;
+constinit Mutex qtMutex; ///< held while Qt holds its global lock
 
 /// Recursive: a listener may call exit() in a load. Never destroyed: the watcher's thread may still wait for it.
 std::recursive_mutex& loadMutex()
@@ -30,13 +29,14 @@ class QtLifetime
 public:
     QtLifetime()
     {
-        // Qt creates its static objects at first use: before this one, so that they are destroyed after it.
+        // Qt creates its static objects at first use: before this one, so that they are destroyed after it. Without the
+        // lock: the caller may hold one that fork() takes after it.
         QSettings(u"/dev/null/none.ini"_qs, QSettings::IniFormat).sync();
         loadMutex();
         // Unchecked: the mutex is held from one handler to the next.
-        ::pthread_atfork([]() ZYR_UNCHECKED_LOCKING { objectMutex.lock(); },
-                         []() ZYR_UNCHECKED_LOCKING { objectMutex.unlock(); },
-                         []() ZYR_UNCHECKED_LOCKING { objectMutex.unlock(); });
+        ::pthread_atfork([]() ZYR_UNCHECKED_LOCKING { qtMutex.lock(); },
+                         []() ZYR_UNCHECKED_LOCKING { qtMutex.unlock(); },
+                         []() ZYR_UNCHECKED_LOCKING { qtMutex.unlock(); });
     }
     ~QtLifetime()
     {
@@ -55,9 +55,16 @@ void prepare()
     static const QtLifetime lifetime;
 }
 
-Mutex& lifeMutex()
+void Destroy::operator()(QSettings* settings) const
 {
-    return objectMutex;
+    const Guard guard(qtMutex);
+    delete settings;
+}
+
+Object open(const QString& file)
+{
+    const Guard guard(qtMutex);
+    return Object(new QSettings(file, QSettings::IniFormat));
 }
 
 Load::Load()

@@ -5,12 +5,10 @@
 
 #include "file/FileBytes.h"
 #include "settings/IniText.h"
-#include "settings/QtSettings.h"
 #include "system/Descriptor.h"
 #include "system/HeldSignals.h"
 
 #include <QtCore/QFile>
-#include <QtCore/QSettings>
 #include <QtCore/QTemporaryDir>
 
 #include <atomic>
@@ -42,17 +40,18 @@ bool isWritable(const QString& key)
     return !key.isEmpty() && !key.startsWith(u'/') && !key.endsWith(u'/') && !key.contains(u"//"_s);
 }
 
+/// A name under which no file can exist. Unique, as QSettings objects of the same name share their values.
+QString uniqueName()
+{
+    static std::atomic<unsigned> last = 0;
+    return u"/dev/null/settings-%1.ini"_s.arg(++last);
+}
+
 } // namespace
 
 MemorySettings::MemorySettings(const SettingsMap& values)
+    : object(QtSettings::open(uniqueName()))
 {
-    // No file can exist under this name. Unique, as QSettings objects of the same name share their values.
-    static std::atomic<unsigned> last = 0;
-    const QString name = u"/dev/null/settings-%1.ini"_s.arg(++last);
-    {
-        const Guard guard(QtSettings::lifeMutex());
-        object = std::make_unique<QSettings>(name, QSettings::IniFormat);
-    }
     for (auto value = values.cbegin(); value != values.cend(); ++value)
         object->setValue(value.key(), *value);
 }
@@ -60,8 +59,6 @@ MemorySettings::MemorySettings(const SettingsMap& values)
 MemorySettings::~MemorySettings()
 {
     object->clear(); // otherwise QSettings tries to save it
-    const Guard guard(QtSettings::lifeMutex());
-    object.reset();
 }
 
 SettingsMap allValues(const QSettings& settings)
@@ -90,14 +87,15 @@ std::optional<ParsedSettings> parseSettings(const QByteArray& bytes, QString& re
     if (!file || ::futimens(file.get(), times) != 0)
         return failed(errorText(errno));
 
-    const QString name = u"/proc/self/fd/%1"_s.arg(file.get());
+    // By the process's number: a forked child may have closed the descriptor that its parent was reading, and get the
+    // same number here.
+    const QString name = QFile::symLinkTarget(u"/proc/self"_s) + u"/fd/%1"_s.arg(file.get());
     if (!QFile::exists(name))
         return failed(u"there is no /proc"_s);
-    const Guard guard(QtSettings::lifeMutex());
-    const QSettings settings(name, QSettings::IniFormat);
-    ParsedSettings result{allValues(settings)};
+    const auto settings = QtSettings::open(name);
+    ParsedSettings result{allValues(*settings)};
     // After reading the values: QSettings parses a section when its keys are read.
-    const QSettings::Status status = settings.status();
+    const QSettings::Status status = settings->status();
     if (status == QSettings::AccessError)
         return failed(u"it cannot be read"_s);
     result.wellFormed = status == QSettings::NoError;
@@ -123,16 +121,15 @@ std::optional<QByteArray> serialiseSettings(const QByteArray& base, const Settin
         return failed();
     file.close();
     {
-        const Guard guard(QtSettings::lifeMutex());
-        QSettings settings(file.fileName(), QSettings::IniFormat);
+        const auto settings = QtSettings::open(file.fileName());
         for (const QString& key : removed)
-            settings.remove(key);
+            settings->remove(key);
         for (auto value = values.cbegin(); value != values.cend(); ++value) {
-            if (!settings.contains(value.key()) || settings.value(value.key()) != *value)
-                settings.setValue(value.key(), *value);
+            if (!settings->contains(value.key()) || settings->value(value.key()) != *value)
+                settings->setValue(value.key(), *value);
         }
-        settings.sync();
-        if (settings.status() == QSettings::AccessError)
+        settings->sync();
+        if (settings->status() == QSettings::AccessError)
             return failed();
     }
     const FileBytes written = readFile(QFile::encodeName(file.fileName()));

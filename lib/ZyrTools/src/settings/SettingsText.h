@@ -1,17 +1,14 @@
 #pragma once
 
+#include "settings/QtSettings.h"
+
 #include <QtCore/QByteArray>
 #include <QtCore/QMap>
 #include <QtCore/QString>
 #include <QtCore/QStringList>
 #include <QtCore/QVariant>
 
-#include <memory>
 #include <optional>
-
-QT_BEGIN_NAMESPACE
-class QSettings;
-QT_END_NAMESPACE
 
 namespace Zyr {
 
@@ -45,7 +42,7 @@ public:
     QSettings& settings() noexcept { return *object; }
 
 private:
-    std::unique_ptr<QSettings> object;
+    const QtSettings::Object object;
 };
 
 /// All keys of `settings` and their values.
