@@ -6,7 +6,7 @@
 #include "Scratch.h"
 
 #include "file/FileBytes.h"
-#include "settings/ChainSettings.h"
+#include "settings/SettingsKeys.h"
 #include "settings/SettingsText.h"
 #include "settings/WriteBack.h"
 
@@ -14,6 +14,7 @@
 
 #include <QtCore/QSettings>
 
+#include <algorithm>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -29,10 +30,11 @@ SettingsMap defaults()
                        {u"Logger/textFilters"_s, u""_s},
                        {u"Logger/checkRepeatedMsg"_s, false},
                        {u"LoggerFileChannel/-path"_s, u"/var/log/app.log"_s}};
-    for (const auto& settings : {Zyr::fileChannelSettings(), Zyr::formatterSettings()}) {
-        for (const Zyr::ChainSetting& setting : settings)
-            values.insert(u"LoggerFileChannel/"_s + setting.key, setting.defaultValue);
-    }
+    const auto insert = [&](const Zyr::ChainKey& key) {
+        values.insert(u"LoggerFileChannel/"_s + key.name, key.defaultVariant());
+    };
+    std::ranges::for_each(Zyr::ChainKeys::fileChannel, insert);
+    std::ranges::for_each(Zyr::ChainKeys::formatter, insert);
     return values;
 }
 

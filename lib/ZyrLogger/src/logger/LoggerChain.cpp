@@ -78,7 +78,7 @@ bool LoggerChain::complete(const QString& loggerName, const QString& level, cons
 {
     ensureQueueAndFormatting(loggerName);
     const std::string levelName = level.toStdString();
-    const QString setting = describeSetting("Logger"_L1, "level"_L1, level);
+    const QString setting = describeSetting(LoggerKeys::group, LoggerKeys::level.name, level);
     if (auto registered = share(links.logger)) {
         try {
             registered->setLevel(levelName);

@@ -4,9 +4,8 @@
 
 #include "logger/LoggerPrivate.h"
 #include "logger/OwnEntries.h"
-#include "settings/ByteSize.h"
-#include "settings/ChainSettings.h"
 #include "settings/SettingsGroup.h"
+#include "settings/SettingsKeys.h"
 #include "store/AppendFile.h"
 #include "system/StandardOutput.h"
 
@@ -17,7 +16,6 @@
 
 #include <Poco/PatternFormatter.h>
 
-#include <limits>
 #include <memory>
 
 namespace Zyr {
@@ -25,9 +23,6 @@ namespace Zyr {
 using namespace Qt::StringLiterals;
 
 namespace {
-
-/// Each is a copy of its record, text included: all that a logger ever wrote must not be kept.
-constexpr quint32 maxRemembered = 100'000;
 
 /// Tries whether a log file can be opened again, and keeps it open for the load that follows: the reader of a pipe
 /// would otherwise find its end before the logger writes.
@@ -48,32 +43,16 @@ private:
 /// The setting that is being handed to the chain, for a report when it is refused.
 struct CurrentKey
 {
-    QLatin1StringView key;
+    QLatin1StringView name;
     QString value;
 };
 
-std::optional<std::size_t> queueBound(const QString& text)
+void configure(Poco::Configurable& link, std::span<const ChainKey> keys, SettingsGroup& group, CurrentKey& current)
 {
-    const auto bytes = parseByteSize(text.toStdString());
-    return bytes && *bytes >= QueueLimits::minBytes && *bytes <= QueueLimits::maxBytes
-               ? std::optional(static_cast<std::size_t>(*bytes))
-               : std::nullopt;
-}
-
-std::optional<QueueLimits::Overflow> queueOverflow(const QString& text)
-{
-    if (text == "wait"_L1)
-        return QueueLimits::Overflow::Wait;
-    return text == "drop"_L1 ? std::optional(QueueLimits::Overflow::Drop) : std::nullopt;
-}
-
-void configure(Poco::Configurable& link, std::span<const ChainSetting> settings, SettingsGroup& group,
-               CurrentKey& current)
-{
-    for (const ChainSetting& setting : settings) {
-        current = {setting.key, {}};
-        current.value = group.readText(setting);
-        link.setProperty(setting.property, current.value.toStdString());
+    for (const ChainKey& key : keys) {
+        current = {key.name, {}};
+        current.value = group.read(key);
+        link.setProperty(key.property, current.value.toStdString());
     }
 }
 
@@ -124,7 +103,7 @@ public:
     LoadOutcome apply(bool& settingsChanged);
 
 private:
-    QString applyFilters(bool& keysAdded, bool& accepted);
+    QString applyRules(bool& keysAdded, bool& accepted);
     LoadOutcome applyFileChannel(Poco::FileChannel& channel, SettingsGroup& group);
     bool applyFormat(Poco::PatternFormatter& formatter, bool isNew, SettingsGroup& group);
     bool applyQueue(SettingsGroup& group);
@@ -146,9 +125,9 @@ LoggerPrivate::LoadOutcome LoggerPrivate::applySettings(QSettings& settings, boo
 LoggerPrivate::LoadOutcome LoggerPrivate::SettingsLoad::apply(bool& settingsChanged)
 {
     bool keysAdded = false;
-    bool counted = true;
-    const QString level = applyFilters(keysAdded, counted);
-    SettingsGroup group(settings, "LoggerFileChannel"_L1, keysAdded, logger.configFilePath());
+    bool countsAccepted = true;
+    const QString level = applyRules(keysAdded, countsAccepted);
+    SettingsGroup group(settings, ChainKeys::group, keysAdded, logger.configFilePath());
 
     auto channel = chain.ensureFile();
     if (!channel)
@@ -166,26 +145,22 @@ LoggerPrivate::LoadOutcome LoggerPrivate::SettingsLoad::apply(bool& settingsChan
         group.reportUnknown();
     const bool complete = chain.complete(logger.loggerName, level, logger.configFilePath());
     settingsChanged = keysAdded;
-    return counted && formatted && queued && complete ? LoadOutcome::Applied : LoadOutcome::ValueRefused;
+    return countsAccepted && formatted && queued && complete ? LoadOutcome::Applied : LoadOutcome::ValueRefused;
 }
 
 /// The group "Logger". Returns the level, which is applied last; a refused count leaves the current one, and
 /// `accepted` becomes false.
-QString LoggerPrivate::SettingsLoad::applyFilters(bool& keysAdded, bool& accepted)
+QString LoggerPrivate::SettingsLoad::applyRules(bool& keysAdded, bool& accepted)
 {
-    SettingsGroup group(settings, "Logger"_L1, keysAdded, logger.configFilePath());
-    QString level = group.readText("level"_L1, u"information"_s);
-    const QStringList filters = group.readText("textFilters"_L1, u""_s).split(u'|', Qt::SkipEmptyParts);
-    const bool check = group.readSwitch("checkRepeatedMsg"_L1, false);
+    SettingsGroup group(settings, LoggerKeys::group, keysAdded, logger.configFilePath());
+    QString level = group.read(LoggerKeys::level);
+    const QStringList filters = group.read(LoggerKeys::textFilters).split(u'|', Qt::SkipEmptyParts);
+    const bool check = group.read(LoggerKeys::checkRepeatedMsg);
     const bool isFirst = !chain.shareFile();
-    const auto readCount = [&](QLatin1StringView key, int usual, quint32 most, quint32 current) {
-        const auto count = group.readCount(key, usual, most);
-        accepted = accepted && count;
-        return count.value_or(isFirst ? static_cast<quint32>(usual) : current);
-    };
-    const quint32 amount = readCount("amountRepeatedMsg"_L1, 1, maxRemembered, logger.amountRepeatedMsg);
-    const quint32 maximum =
-        readCount("maxRepeatedMsgCounter"_L1, 10, std::numeric_limits<quint32>::max(), logger.maxRepeatedMsgCounter);
+    quint32 amount = isFirst ? LoggerKeys::amountRepeatedMsg.defaultValue : logger.amountRepeatedMsg;
+    quint32 maximum = isFirst ? LoggerKeys::maxRepeatedMsgCounter.defaultValue : logger.maxRepeatedMsgCounter;
+    accepted = group.read(LoggerKeys::amountRepeatedMsg, amount);
+    accepted = group.read(LoggerKeys::maxRepeatedMsgCounter, maximum) && accepted;
     group.reportUnknown();
 
     const std::lock_guard lock(d.fieldsMutex);
@@ -214,7 +189,7 @@ LoggerPrivate::LoadOutcome LoggerPrivate::SettingsLoad::applyFileChannel(Poco::F
     LoadOutcome failure = LoadOutcome::ValueRefused;
     CurrentKey current;
     try {
-        configure(channel, fileChannelSettings(), group, current);
+        configure(channel, ChainKeys::fileChannel, group, current);
         current = {"path"_L1, path};
         if (!path.isEmpty()) // no repair of the disk opens that one
             failure = LoadOutcome::FileNotOpened;
@@ -222,7 +197,7 @@ LoggerPrivate::LoadOutcome LoggerPrivate::SettingsLoad::applyFileChannel(Poco::F
         return LoadOutcome::Applied;
     } catch (...) {
         StandardOutput::printParagraph(u"Exception on creating logger"_s);
-        group.report(current.key, current.value, Misc::currentExceptionText());
+        group.report(current.name, current.value, Misc::currentExceptionText());
         return failure;
     }
 }
@@ -233,46 +208,30 @@ bool LoggerPrivate::SettingsLoad::applyFormat(Poco::PatternFormatter& formatter,
 {
     CurrentKey current;
     try {
-        configure(formatter, formatterSettings(), group, current);
+        configure(formatter, ChainKeys::formatter, group, current);
         return true;
     } catch (...) {
-        group.report(current.key, current.value, Misc::currentExceptionText());
+        group.report(current.name, current.value, Misc::currentExceptionText());
     }
-    for (const ChainSetting& setting : formatterSettings()) {
-        if (isNew && setting.key == current.key && setting.property == Poco::PatternFormatter::PROP_PATTERN)
-            formatter.setProperty(setting.property, setting.defaultValue.toString().toStdString());
-        group.contains(setting.key); // also those behind it, which are known
+    for (const ChainKey& key : ChainKeys::formatter) {
+        if (isNew && key.name == current.name && key.property == Poco::PatternFormatter::PROP_PATTERN)
+            formatter.setProperty(key.property, key.defaultVariant().toString().toStdString());
+        group.contains(key.name); // those after the refused one too: otherwise they are reported as unknown
     }
     return false;
 }
 
-/// The two keys that are read only when they are there. Returns whether none was refused; a refused one leaves the
-/// current one.
+/// A refused value leaves the current one. Returns whether none was refused.
 bool LoggerPrivate::SettingsLoad::applyQueue(SettingsGroup& group)
 {
     auto channel = chain.shareFile();
     if (!channel)
         return true;
     QueueLimits limits = channel->writer().limits();
-    bool accepted = true;
-    const auto apply = [&](QLatin1StringView key, auto read, auto& limit, auto usual, const QString& legal) {
-        if (!group.contains(key)) {
-            limit = usual;
-            return;
-        }
-        const QString value = group.storedText(key, {});
-        if (const auto wanted = read(value)) {
-            limit = *wanted;
-        } else {
-            group.report(key, value, u"legal is "_s + legal);
-            accepted = false;
-        }
-    };
-    apply("queueSize"_L1, queueBound, limits.bytes, QueueLimits().bytes,
-          u"<n>, <n> K or <n> M, from 64 K to 1024 M"_s);
-    apply("queueOverflow"_L1, queueOverflow, limits.overflow, QueueLimits().overflow, u"wait or drop"_s);
+    const bool sizeAccepted = group.read(ChainKeys::queueSize, limits.bytes);
+    const bool overflowAccepted = group.read(ChainKeys::queueOverflow, limits.overflow);
     channel->writer().setLimits(limits);
-    return accepted;
+    return sizeAccepted && overflowAccepted;
 }
 
 } // namespace Zyr

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <QtCore/QString>
+
 #include <cstddef>
+#include <optional>
 
 namespace Zyr {
 
@@ -14,6 +17,10 @@ struct QueueLimits
 
     std::size_t bytes = std::size_t(8) << 20; ///< of memory that the queue may hold
     Overflow overflow = Overflow::Wait;
+
+    // From the texts of settings; nothing for what is not legal.
+    static std::optional<std::size_t> parseBytes(const QString& text);
+    static std::optional<Overflow> parseOverflow(const QString& text);
 };
 
 } // namespace Zyr

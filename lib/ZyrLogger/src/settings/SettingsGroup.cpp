@@ -1,3 +1,5 @@
+// Reads the keys of one group, adds the missing ones, and reports what is wrong with a value.
+
 #include "settings/SettingsGroup.h"
 
 #include <ZyrTools/Misc.h>
@@ -19,8 +21,10 @@ bool isOneOf(const QString& text, std::span<const QLatin1StringView> known)
 /// What a line can show of a text that got there by mistake.
 QString shortened(const QString& text)
 {
-    constexpr qsizetype most = 100;
-    return text.size() <= most ? text : text.left(most) + u"... ("_s + QString::number(text.size()) + u" characters)"_s;
+    constexpr qsizetype maxShown = 100;
+    return text.size() <= maxShown
+               ? text
+               : text.left(maxShown) + u"... ("_s + QString::number(text.size()) + u" characters)"_s;
 }
 
 } // namespace
@@ -62,42 +66,42 @@ QVariant SettingsGroup::read(QLatin1StringView key, const QVariant& defaultValue
     return Misc::checkSettingsValue(settings, QString(key), changed, defaultValue);
 }
 
-QString SettingsGroup::readText(QLatin1StringView key, const QVariant& defaultValue)
+QString SettingsGroup::read(const TextKey& key)
 {
-    return read(key, defaultValue).toString();
+    return read(key.name, QString(key.defaultText)).toString();
 }
 
-QString SettingsGroup::readText(const ChainSetting& setting)
+bool SettingsGroup::read(const SwitchKey& key)
 {
-    QString text = readText(setting.key, setting.defaultValue);
-    if (!setting.known.empty() && !isOneOf(text, setting.known))
-        report(setting.key, text, u"is not known and counts as "_s + setting.known.back());
-    return text;
-}
-
-bool SettingsGroup::readSwitch(QLatin1StringView key, bool defaultValue)
-{
-    const QVariant value = read(key, defaultValue);
+    const QVariant value = read(key.name, key.defaultValue);
     const QString text = value.toString();
     constexpr QLatin1StringView plain[] = {"true"_L1, "1"_L1, "false"_L1, "0"_L1, ""_L1};
     if (!isOneOf(text, plain))
-        report(key, text, u"is not known and counts as true"_s);
+        report(key.name, text, u"is not known and counts as true"_s);
     return value.toBool();
 }
 
-std::optional<quint32> SettingsGroup::readCount(QLatin1StringView key, int defaultValue, quint32 most)
+QString SettingsGroup::read(const ChainKey& key)
 {
-    const QVariant value = read(key, defaultValue);
+    QString text = read(key.name, key.defaultVariant()).toString();
+    if (!key.known.empty() && !isOneOf(text, key.known))
+        report(key.name, text, u"is not known and counts as "_s + key.known.back());
+    return text;
+}
+
+bool SettingsGroup::read(const CountKey& key, quint32& count)
+{
+    const QVariant value = read(key.name, key.defaultValue);
     // Asked first: Qt takes what is out of range for another number.
-    if (const double number = value.toDouble(); number < 0 || number > most) {
-        report(key, value.toString(), u"legal is a number from 0 to "_s + QString::number(most));
-        return std::nullopt;
+    if (const double number = value.toDouble(); number < 0 || number > key.max) {
+        report(key.name, value.toString(), u"legal is a number from 0 to "_s + QString::number(key.max));
+        return false;
     }
     bool isCount = false;
-    const quint32 count = value.toUInt(&isCount);
+    count = value.toUInt(&isCount);
     if (!isCount)
-        report(key, value.toString(), u"is no whole number and counts as 0"_s);
-    return count;
+        report(key.name, value.toString(), u"is no whole number and counts as 0"_s);
+    return true;
 }
 
 void SettingsGroup::report(const QString& key, const QString& value, const QString& problem) const

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "settings/ChainSettings.h"
+#include "settings/SettingsKeys.h"
 
 #include <QtCore/QSettings>
 #include <QtCore/QString>
@@ -32,22 +32,33 @@ public:
 
     /// The stored value; a missing one is set to the default, in the default's type.
     QVariant read(QLatin1StringView key, const QVariant& defaultValue);
-    QString readText(QLatin1StringView key, const QVariant& defaultValue);
 
-    /// The text that goes to the chain as it stands. One that is not known there is reported.
-    QString readText(const ChainSetting& setting);
+    // The same for the keys of the tables. What is not legal is treated as their kinds tell.
 
-    /// Everything but "false", "0" and nothing counts as true; what is not "true" or "1" then is reported.
-    bool readSwitch(QLatin1StringView key, bool defaultValue);
+    QString read(const TextKey& key);
+    bool read(const SwitchKey& key);
+    QString read(const ChainKey& key);
 
-    /// A text that is no number counts as 0, which is reported. Nothing, and a report, for a number below 0 or above
-    /// `most`.
-    std::optional<quint32> readCount(QLatin1StringView key, int defaultValue, quint32 most);
+    /// Returns false for a refused number, which leaves `count`.
+    bool read(const CountKey& key, quint32& count);
+
+    /// Returns false for a refused text, which leaves `value`.
+    template <typename Value>
+    bool read(const OptionalKey<Value>& key, Value& value)
+    {
+        const bool isStored = contains(key.name);
+        const QString text = storedText(key.name, {});
+        const std::optional<Value> wanted = isStored ? key.parse(text) : key.defaultValue;
+        if (!wanted)
+            report(key.name, text, QStringLiteral("legal is ") + key.legal);
+        value = wanted.value_or(value);
+        return wanted.has_value();
+    }
 
     /// Says on standard error what is wrong with a value.
     void report(const QString& key, const QString& value, const QString& problem) const;
 
-    /// Reports the stored keys that none of the above was called with, but for those put out of force by a "-".
+    /// Reports the stored keys that contains() and read() were not called with, except those disabled by a "-".
     void reportUnknown() const;
 
 private:
