@@ -1,3 +1,5 @@
+// Sizes of files and of memory, as settings give them.
+
 #include "settings/ByteSize.h"
 
 #include "settings/Quantity.h"

@@ -1,3 +1,5 @@
+// What the texts of the file channel's properties mean.
+
 #include "settings/FileProperties.h"
 
 #include "settings/Quantity.h"
@@ -15,19 +17,16 @@ namespace {
 
 using Channel = Poco::FileChannel;
 
-bool isTrue(const std::string& value)
+template <bool FileSettings::*Switch>
+std::string setSwitch(FileSettings& settings, const std::string& value)
 {
-    return Poco::icompare(value, "true") == 0;
+    settings.*Switch = Poco::icompare(value, "true") == 0;
+    return settings.*Switch ? "true" : "false";
 }
 
 bool isNone(const std::string& value)
 {
     return value.empty() || Poco::icompare(value, "none") == 0;
-}
-
-std::string kept(const std::string& value)
-{
-    return isNone(value) ? "none" : value;
 }
 
 /// Whether `value` is the second of two texts, of which it has to be one.
@@ -64,66 +63,75 @@ std::optional<unsigned> parseCount(const std::string& value)
     return static_cast<unsigned>(*count->number);
 }
 
+struct Property
+{
+    const std::string& name;
+    const char* defaultText; ///< says what a FileSettings begins with
+
+    /// Throws, or returns the text to keep.
+    std::string (*set)(FileSettings& settings, const std::string& value);
+};
+
+using Settings = FileSettings&;
+using Text = const std::string&;
+
+constexpr Property properties[] = {
+    {Channel::PROP_PATH, "", [](Settings settings, Text value) { return settings.path = value; }},
+    {Channel::PROP_ROTATION, "",
+     [](Settings settings, Text value) {
+         settings.rotation = parseRotation(value);
+         return value;
+     }},
+    {Channel::PROP_ARCHIVE, "",
+     [](Settings settings, Text value) {
+         settings.timestampedArchives =
+             isSecond<Poco::InvalidArgumentException>(Channel::PROP_ARCHIVE, value, "number", "timestamp");
+         return value;
+     }},
+    {Channel::PROP_TIMES, "utc",
+     [](Settings settings, Text value) {
+         settings.localTimes =
+             isSecond<Poco::PropertyNotSupportedException>(Channel::PROP_TIMES, value, "utc", "local");
+         return value;
+     }},
+    {Channel::PROP_COMPRESS, "false", setSwitch<&FileSettings::compress>},
+    {Channel::PROP_PURGEAGE, "",
+     [](Settings settings, Text value) {
+         settings.purgeAge = parseAge(value);
+         return settings.purgeAge ? value : "none";
+     }},
+    {Channel::PROP_PURGECOUNT, "",
+     [](Settings settings, Text value) {
+         settings.purgeCount = parseCount(value);
+         return settings.purgeCount ? value : "none";
+     }},
+    {Channel::PROP_FLUSH, "true", setSwitch<&FileSettings::flush>},
+    {Channel::PROP_ROTATEONOPEN, "false", setSwitch<&FileSettings::rotateOnOpen>},
+};
+
+const Property& find(const std::string& name)
+{
+    for (const Property& property : properties) {
+        if (property.name == name)
+            return property;
+    }
+    throw Poco::PropertyNotSupportedException(name);
+}
+
 } // namespace
 
 void FileProperties::set(const std::string& name, const std::string& value)
 {
     FileProperties changed = *this;
-    changed.change(name, value);
+    changed.texts[name] = find(name).set(changed.parsed, value);
     *this = std::move(changed);
-}
-
-void FileProperties::change(const std::string& name, const std::string& value)
-{
-    if (name == Channel::PROP_PATH) {
-        parsed.path = value;
-    } else if (name == Channel::PROP_ROTATION) {
-        parsed.rotation = parseRotation(value);
-        rotation = value;
-    } else if (name == Channel::PROP_ARCHIVE) {
-        parsed.timestampedArchives = isSecond<Poco::InvalidArgumentException>(name, value, "number", "timestamp");
-        archive = value;
-    } else if (name == Channel::PROP_TIMES) {
-        parsed.localTimes = isSecond<Poco::PropertyNotSupportedException>(name, value, "utc", "local");
-    } else if (name == Channel::PROP_COMPRESS) {
-        parsed.compress = isTrue(value);
-    } else if (name == Channel::PROP_PURGEAGE) {
-        parsed.purgeAge = parseAge(value);
-        purgeAge = kept(value);
-    } else if (name == Channel::PROP_PURGECOUNT) {
-        parsed.purgeCount = parseCount(value);
-        purgeCount = kept(value);
-    } else if (name == Channel::PROP_FLUSH) {
-        parsed.flush = isTrue(value);
-    } else if (name == Channel::PROP_ROTATEONOPEN) {
-        parsed.rotateOnOpen = isTrue(value);
-    } else {
-        throw Poco::PropertyNotSupportedException(name);
-    }
 }
 
 std::string FileProperties::get(const std::string& name) const
 {
-    const auto text = [](bool value) { return value ? "true" : "false"; };
-    if (name == Channel::PROP_PATH)
-        return parsed.path;
-    if (name == Channel::PROP_ROTATION)
-        return rotation;
-    if (name == Channel::PROP_ARCHIVE)
-        return archive;
-    if (name == Channel::PROP_TIMES)
-        return parsed.localTimes ? "local" : "utc";
-    if (name == Channel::PROP_COMPRESS)
-        return text(parsed.compress);
-    if (name == Channel::PROP_PURGEAGE)
-        return purgeAge;
-    if (name == Channel::PROP_PURGECOUNT)
-        return purgeCount;
-    if (name == Channel::PROP_FLUSH)
-        return text(parsed.flush);
-    if (name == Channel::PROP_ROTATEONOPEN)
-        return text(parsed.rotateOnOpen);
-    throw Poco::PropertyNotSupportedException(name);
+    const Property& property = find(name);
+    const auto text = texts.find(name);
+    return text == texts.end() ? property.defaultText : text->second;
 }
 
 } // namespace Zyr

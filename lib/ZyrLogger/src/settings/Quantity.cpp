@@ -1,3 +1,5 @@
+// A number and its unit, the common form of sizes, times and counts.
+
 #include "settings/Quantity.h"
 
 #include <charconv>

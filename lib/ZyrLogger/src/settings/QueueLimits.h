@@ -7,7 +7,7 @@
 
 namespace Zyr {
 
-/// How much may wait for the log file, and what happens to a line that finds no room.
+/// How much memory the lines that wait to be written may take, and what happens to one that finds no room.
 struct QueueLimits
 {
     enum class Overflow { Wait, Drop };
@@ -15,7 +15,7 @@ struct QueueLimits
     static constexpr std::size_t minBytes = std::size_t(64) << 10;
     static constexpr std::size_t maxBytes = std::size_t(1024) << 20;
 
-    std::size_t bytes = std::size_t(8) << 20; ///< of memory that the queue may hold
+    std::size_t bytes = std::size_t(8) << 20; ///< of memory that the queue may take
     Overflow overflow = Overflow::Wait;
 
     // From the texts of settings; nothing for what is not legal.

@@ -1,3 +1,5 @@
+// The syntax of the property "rotation", and of the times that it shares with "purgeAge".
+
 #include "settings/RotationText.h"
 
 #include "settings/ByteSize.h"
@@ -20,7 +22,7 @@ using std::chrono::seconds;
 using Kind = RotationRule::Kind;
 
 constexpr seconds minute(60), hour = 60 * minute, day = 24 * hour, week = 7 * day, month = 30 * day;
-constexpr seconds longest = 36525 * day;
+constexpr seconds maxSpan = 36525 * day;
 
 template <typename Refusal>
 [[noreturn]] void refuse(const std::string& text)
@@ -31,7 +33,7 @@ template <typename Refusal>
                   numberRange + " but in sizes");
 }
 
-/// Like POCO any beginning of the name that has three letters, in upper or lower case.
+/// Like POCO takes any beginning of the name, of at least three letters, whatever their case.
 std::optional<int> parseWeekday(std::string_view name)
 {
     for (int i = 0; name.size() >= 3 && i < 7; ++i) {
@@ -41,7 +43,7 @@ std::optional<int> parseWeekday(std::string_view name)
     return {};
 }
 
-/// The part of the time of day `text` that has to be a number.
+/// Of `part` of the time of day `text`, a number below `limit`.
 int parseNumber(const std::string& text, std::string_view part, std::uint64_t limit)
 {
     const std::optional<Quantity> value = Quantity::parse(part);
@@ -52,7 +54,7 @@ int parseNumber(const std::string& text, std::string_view part, std::uint64_t li
     return static_cast<int>(*value->number);
 }
 
-/// Like POCO with a colon or a comma behind the weekday.
+/// Like POCO takes a colon or a comma after the weekday.
 RotationRule parseTimeOfDay(const std::string& text)
 {
     const std::string_view whole = text;
@@ -80,7 +82,7 @@ RotationRule parseTimeOfDay(const std::string& text)
     return rule;
 }
 
-/// Of the words that stand without a number.
+/// The interval of a word that needs no number.
 std::optional<seconds> parsePeriod(std::string_view word)
 {
     if (word == "daily")
@@ -108,7 +110,7 @@ std::optional<seconds> timeSpan(const Quantity& text)
                                                               {"weeks", week},         {"months", month}};
     for (const auto& [name, length] : units) {
         if (name == text.unit && isInRange(text.number))
-            return std::min(length * static_cast<seconds::rep>(*text.number), longest);
+            return std::min(length * static_cast<seconds::rep>(*text.number), maxSpan);
     }
     return {};
 }

@@ -19,8 +19,8 @@ RotationRule parseRotation(const std::string& text);
 /// so that sums of time do not overflow.
 std::optional<std::chrono::seconds> timeSpan(const Quantity& text);
 
-/// Numbers of units and files end where POCO's would overflow.
+/// Whether so many units or files are legal: at least one, and no more than POCO's ints hold.
 bool isInRange(const std::optional<std::uint64_t>& number);
-extern const char* const numberRange; ///< says so at the end of a sentence
+extern const char* const numberRange; ///< the same, for the end of a message
 
 } // namespace Zyr

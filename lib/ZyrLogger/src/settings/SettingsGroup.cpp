@@ -18,7 +18,7 @@ bool isOneOf(const QString& text, std::span<const QLatin1StringView> known)
                        [&](QLatin1StringView each) { return text.compare(each, Qt::CaseInsensitive) == 0; });
 }
 
-/// What a line can show of a text that got there by mistake.
+/// For a report: a text that got there by mistake may be of any length.
 QString shortened(const QString& text)
 {
     constexpr qsizetype maxShown = 100;
@@ -92,7 +92,7 @@ QString SettingsGroup::read(const ChainKey& key)
 bool SettingsGroup::read(const CountKey& key, quint32& count)
 {
     const QVariant value = read(key.name, key.defaultValue);
-    // Asked first: Qt takes what is out of range for another number.
+    // Checked first: toUInt() wraps a number out of range.
     if (const double number = value.toDouble(); number < 0 || number > key.max) {
         report(key.name, value.toString(), u"legal is a number from 0 to "_s + QString::number(key.max));
         return false;
@@ -108,7 +108,7 @@ void SettingsGroup::report(const QString& key, const QString& value, const QStri
 {
     QString text = u' ' + problem;
     if (const QString shown = shortened(value); shown != value)
-        text.replace(value, shown); // many name it once more
+        text.replace(value, shown); // many reports name the value again
     Misc::reportProblem(file, describeSetting(name, key, value) + text);
 }
 

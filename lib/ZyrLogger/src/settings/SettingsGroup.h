@@ -55,7 +55,7 @@ public:
         return wanted.has_value();
     }
 
-    /// Says on standard error what is wrong with a value.
+    /// Reports on standard error what is wrong with a value.
     void report(const QString& key, const QString& value, const QString& problem) const;
 
     /// Reports the stored keys that contains() and read() were not called with, except those disabled by a "-".
