@@ -7,12 +7,16 @@
 
 #include <QtTest/QtTest>
 
+#include <Poco/Channel.h>
+#include <Poco/Logger.h>
+
 #include <algorithm>
 #include <atomic>
 #include <functional>
 #include <list>
 #include <thread>
 
+#include <pthread.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
@@ -29,6 +33,29 @@ std::atomic<bool> storeHangs = false;
 std::atomic<bool> storeIsSlow = false;
 std::atomic<bool> inHungWrite = false;
 std::atomic<int> forked = 0;
+std::atomic<bool> inRelease = false;
+std::atomic<bool> forking = false;
+
+/// Released under POCO's lock, logs and ends the main logger's queue there, when a fork has begun.
+class SlowlyReleased : public Poco::Channel
+{
+public:
+    void log(const Poco::Message&) override {}
+
+protected:
+    ~SlowlyReleased() override
+    {
+        inRelease = true;
+        while (!forking)
+            usleep(1000);
+        usleep(100'000); // in which the fork takes what locks it gets
+        say(u"released"_s);
+        chain->close();
+    }
+
+private:
+    Poco::Channel::Ptr chain = Poco::Logger::get("MainLogger").getChannel();
+};
 
 void flood(char16_t name)
 {
@@ -133,6 +160,27 @@ public Q_SLOTS:
         storeHangs = false;
     }
 
+    // A fork that has locked a file and waits for a logger's end, while that waits for POCO's lock and its owner for
+    // the file.
+    void forksWhilePocoReleases()
+    {
+        alarm(20);
+        say(u"parent"_s);
+        auto* const valve = new Zyr::Logger(u"Valve"_s, u"_Valve.log"_s, u"_Valve_Log.ini"_s);
+        Poco::Logger::create("Released", Poco::Channel::Ptr(new SlowlyReleased));
+        std::thread release([] { Poco::Logger::destroy("Released"); });
+        while (!inRelease)
+            usleep(1000);
+        std::thread end([valve] { delete valve; });
+        while (valve->isEnabled(Zyr::Emerg))
+            usleep(1000);
+        usleep(50'000); // from there to POCO's lock
+        pthread_atfork([] { forking = true; }, nullptr, nullptr);
+        right = ended(start([] { say(u"child"_s); }));
+        release.join();
+        end.join();
+    }
+
     // A child that never logs and keeps its parent's lock: the next one appends for ever, without rotation.
     void leavesChildBehind()
     {
@@ -232,6 +280,13 @@ private Q_SLOTS:
         QCOMPARE(QSet(lines.begin(), lines.end()).size(), 2);
         for (const QString& line : lines)
             QCOMPARE(line.section(u'-', 0, 0), line.section(u'-', 1));
+    }
+
+    void forksWhilePocoReleases()
+    {
+        place->write(u"Quadel_Log.ini"_s, settingsFile("checkRepeatedMsg=true"));
+        run("forksWhilePocoReleases");
+        QCOMPARE(place->lines(u"Quadel.log"_s), QStringList({u"info parent"_s, u"info released"_s, u"info child"_s}));
     }
 
     void leavesTheLockToTheNextOne()

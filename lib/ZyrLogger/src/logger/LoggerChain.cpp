@@ -90,15 +90,7 @@ bool LoggerChain::complete(const QString& loggerName, const QString& level, cons
         return true;
     }
     try {
-        ensure(links.logger, [&] {
-            const int parsed = Poco::Logger::parseLevel(levelName);
-            auto& made = LoggerRegistry::callPocoRegistry([&]() -> Poco::Logger& {
-                return Poco::Logger::create(loggerName.toStdString(), Poco::Channel::Ptr(links.formatting, true),
-                                            parsed);
-            });
-            links.formatting->release();
-            return &made;
-        });
+        makeLogger(loggerName.toStdString(), levelName);
         return true;
     } catch (const Poco::ExistsException&) {
         Misc::reportProblem(settingsFile,
@@ -109,6 +101,25 @@ bool LoggerChain::complete(const QString& loggerName, const QString& level, cons
                                               Misc::currentExceptionText());
         return false;
     }
+}
+
+/// POCO's lock is waited for without that of the fields: the thread that holds it may log, and so want that one. An
+/// entry that comes just after a shutdown is released by POCO at the end of the process.
+void LoggerChain::makeLogger(const std::string& loggerName, const std::string& level)
+{
+    const Poco::Channel::Ptr channel = share(links.formatting);
+    if (!channel)
+        return;
+    const int parsed = Poco::Logger::parseLevel(level);
+    LoggerRegistry::callPocoRegistry([&] {
+        if (isGone())
+            return;
+        auto& made = Poco::Logger::create(loggerName, channel, parsed);
+        const std::lock_guard lock(fieldsMutex);
+        links.logger = &made;
+        links.formatting->release();
+        publish();
+    });
 }
 
 void LoggerChain::publish() noexcept

@@ -109,6 +109,7 @@ private:
     template <typename Link, typename Make>
     Poco::AutoPtr<Link> ensure(Link*& link, Make make);
     void ensureQueueAndFormatting(const QString& loggerName);
+    void makeLogger(const std::string& loggerName, const std::string& level);
     void releaseIncomplete() noexcept;
     void forget() noexcept;
 

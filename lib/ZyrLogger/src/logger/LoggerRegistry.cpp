@@ -143,11 +143,11 @@ void LoggerRegistry::shutPocoDown()
 
 void LoggerRegistry::beforeFork()
 {
+    pocoRegistryMutex.lock();
     constructionMutex.lock();
     listMutex.lock();
     for (LoggerPrivate* logger : loggers())
         logger->lockForFork();
-    pocoRegistryMutex.lock();
     ForkClosedFile::beforeFork();
 }
 
@@ -155,11 +155,11 @@ void LoggerRegistry::beforeFork()
 void LoggerRegistry::afterFork() noexcept
 {
     ForkClosedFile::afterFork();
-    pocoRegistryMutex.unlock();
     for (LoggerPrivate* logger : loggers())
         logger->unlockAfterFork();
     listMutex.unlock();
     constructionMutex.unlock();
+    pocoRegistryMutex.unlock();
 }
 
 void LoggerRegistry::afterForkInChild() noexcept
@@ -171,9 +171,9 @@ void LoggerRegistry::afterForkInChild() noexcept
     CallerThread::afterForkInChild();
     for (LoggerPrivate* logger : loggers())
         logger->renewInChild();
-    pocoRegistryMutex.unlock();
     listMutex.unlock();
     constructionMutex.unlock();
+    pocoRegistryMutex.unlock();
 }
 
 } // namespace Zyr

@@ -18,11 +18,12 @@ class LoggerPrivate;
 /// **Fork.** A child has the forking thread alone, and every lock as it was at that moment. So the handlers see to it
 /// that no lock that a child needs is copied while another thread is inside, or make it anew.
 ///
-/// - Before: beforeFork() takes constructionMutex, then listMutex, so that the main logger is not half made and none
-///   half listed; then of each logger Logger::mutex, the lock of its fields, its file channel's and its writer's; then
-///   pocoRegistryMutex, so that POCO's own lock is free; last the list of open files, which code under the writers'
-///   locks takes. ZyrTools registers its handlers at the first listener, normally later than these: they run earlier
-///   here and later afterwards, and hold the watcher's lock and that of QSettings.
+/// - Before: beforeFork() takes pocoRegistryMutex, so that POCO's own lock is free. It does so first: who has that
+///   mutex waits for POCO's lock, under which the application may have a channel end that logs, and so wants any of the
+///   others. Then constructionMutex and listMutex, so that the main logger is not half made and none half listed; then
+///   of each logger Logger::mutex, the lock of its fields, its file channel's and its writer's; last the list of open
+///   files, which code under the writers' locks takes. ZyrTools registers its handlers at the first listener, normally
+///   later than these: they run earlier here and later afterwards, and hold the watcher's lock and that of QSettings.
 /// - In the parent: afterFork() releases in the opposite order.
 /// - In the child: first its files are closed, so that their locks stay the parent's; then standard output, the time
 ///   zone and the calling thread's record are made usable again; then each logger gets a new writer with an empty
@@ -55,18 +56,19 @@ class LoggerPrivate;
 /// 2. startMutex (MainLogger.cpp): the first load of the main logger's settings, so all below.
 /// 3. LoggerPrivate::reloadMutex: a load's or a location call's changes, so those from 6 on. It is recursive, and only
 ///    as long as settings are read may the application run in it: Qt's message handler, which may log, and so make the
-///    main logger. 2 and 4 then come behind that of another logger, which the main logger's start never takes.
-/// 4. constructionMutex: the main logger's construction, with listMutex.
-/// 5. listMutex: the fields' lock of each logger, one after the other.
-/// 6. Logger::mutex (POCO's): nothing. Only a fork goes on to the next with it.
-/// 7. LoggerPrivate::fieldsMutex: making a link takes the writer's lock and pocoRegistryMutex.
-/// 8. LogFileChannel's lock of its properties: the writer's.
-/// 9. LogWriter's lock: ForkClosedFile's list.
-/// 10. pocoRegistryMutex: POCO's lock of its registry.
-/// 11. ForkClosedFile's list, StandardOutput, LinePatterns' lock for writers: nothing.
+///    main logger. 2 and 6 then come behind that of another logger, which the main logger's start never takes.
+/// 4. pocoRegistryMutex: POCO's lock of its registry; the lock of the fields, for the entry just made there.
+/// 5. POCO's lock, where the application has POCO release a channel of its own or a logger: what that logs, and the
+///    writer's lock, since the chain ends under POCO's. This library keeps references meanwhile.
+/// 6. constructionMutex: the main logger's construction, with listMutex.
+/// 7. listMutex: the fields' lock of each logger, one after the other.
+/// 8. Logger::mutex (POCO's): nothing. Only a fork goes on to the next with it.
+/// 9. LoggerPrivate::fieldsMutex: making a link takes the writer's lock.
+/// 10. LogFileChannel's lock of its properties: the writer's.
+/// 11. LogWriter's lock: ForkClosedFile's list.
+/// 12. ForkClosedFile's list, StandardOutput, LinePatterns' lock for writers: nothing.
 ///
-/// Listeners are called and records are written with none of 4 to 11. POCO's lock alone may come before 9: where the
-/// application has POCO release a logger, the chain ends under it. This library keeps references meanwhile.
+/// Listeners are called and records are written with none of these but 5.
 ///
 /// ZyrTools has three more, which the first load takes under 3: the watcher's for walks, its one for clients, and the
 /// one with which QSettings objects are made and destroyed, but not read: then Qt's message handler may run. A fork
