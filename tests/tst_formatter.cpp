@@ -184,14 +184,14 @@ private Q_SLOTS:
     {
         configure(ours, "a%ta%pa", "local");
         const auto patterns = ours.patterns();
-        const Zyr::LinePattern* const first = &patterns->inForce();
+        const Zyr::LinePattern* const first = &patterns->current();
         std::atomic<bool> torn = false;
         int status = 0;
         {
             const std::jthread formatting([&](const std::stop_token& stop) {
                 while (!stop.stop_requested()) {
                     Zyr::LineBuffer line;
-                    patterns->inForce().format(message(0), line);
+                    patterns->current().format(message(0), line);
                     torn = torn || (line.view() != "atextainfoa" && line.view() != "btextbinfob");
                     Zyr::LocalTime::offsetAt(0);
                 }
@@ -209,7 +209,7 @@ private Q_SLOTS:
             }
         }
         QVERIFY(!torn && status == 0);
-        QCOMPARE(&patterns->inForce(), first);
+        QCOMPARE(&patterns->current(), first);
     }
 
     // A byte too many or too few at the size where another way to copy takes over; AddressSanitizer finds reads behind

@@ -40,7 +40,7 @@ void format(State& state)
         Bench::leaveVectorRegistersDirty();
         message.setTime(message.getTime() + microsecondsBetween);
         line.clear();
-        patterns.inForce().format(message, line);
+        patterns.current().format(message, line);
         benchmark::DoNotOptimize(line.view().data());
     }
 }

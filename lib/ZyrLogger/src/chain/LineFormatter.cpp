@@ -1,3 +1,5 @@
+// The chain's formatter: properties become patterns.
+
 #include "chain/LineFormatter.h"
 
 #include <Poco/String.h>
@@ -13,7 +15,7 @@ LineFormatter::LineFormatter()
 void LineFormatter::format(const Poco::Message& message, std::string& text)
 {
     LineBuffer line;
-    shared->inForce().format(message, line);
+    shared->current().format(message, line);
     text.append(line.view());
 }
 
@@ -33,7 +35,7 @@ void LineFormatter::setProperty(const std::string& name, const std::string& valu
 
 std::string LineFormatter::getProperty(const std::string& name) const
 {
-    const LinePattern::Source& source = shared->inForce().source();
+    const LinePattern::Source& source = shared->current().source();
     if (name == PROP_PATTERN)
         return source.pattern;
     if (name == PROP_TIMES)

@@ -1,3 +1,5 @@
+// The link that formats: from a record to a line in the queue, and the end of the chain.
+
 #include "chain/LineFormattingChannel.h"
 
 #include "base/LineBuffer.h"
@@ -14,7 +16,7 @@ LineFormattingChannel::LineFormattingChannel(const Poco::AutoPtr<LineFormatter>&
                                              std::shared_ptr<ChainAccess> itsAccess)
     : Poco::FormattingChannel(itsFormatter, target)
     , patterns(itsFormatter->patterns())
-    , lines(target->sharedLines())
+    , handle(target->writerHandle())
     , access(std::move(itsAccess))
 {
 }
@@ -27,18 +29,18 @@ LineFormattingChannel::~LineFormattingChannel()
     // its use is working with outlives the chain.
     if (!access->waitForUses())
         // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): rather the end than a use of memory that is freed
-        static_cast<void>(new std::pair(patterns, lines));
+        static_cast<void>(new std::pair(patterns, handle));
 }
 
 void LineFormattingChannel::log(const Poco::Message& message)
 {
     LineBuffer line;
     try {
-        patterns->inForce().format(message, line);
+        patterns->current().format(message, line);
     } catch (const std::bad_alloc&) {
-        return lines->writer->loseForWantOfMemory(); // as a line that the queue has no memory for
+        return handle->writer->loseForWantOfMemory(); // as a line that the queue has no memory for
     }
-    lines->writer->push(line.view());
+    handle->writer->push(line.view());
 }
 
 void LineFormattingChannel::setProperty(const std::string& name, const std::string& value)

@@ -26,7 +26,7 @@ protected:
 
 private:
     const std::shared_ptr<const LinePatterns> patterns;
-    const std::shared_ptr<const LogFileChannel::Lines> lines;
+    const std::shared_ptr<const LogFileChannel::WriterHandle> handle;
     const std::shared_ptr<ChainAccess> access;
 };
 

@@ -1,3 +1,5 @@
+// The queue as a link: POCO's properties and calls, handed on to the log file's writer.
+
 #include "chain/LineQueueChannel.h"
 
 #include <Poco/Exception.h>
@@ -23,14 +25,14 @@ std::size_t lineLimit(const std::string& value)
 
 LineQueueChannel::LineQueueChannel(Poco::AutoPtr<LogFileChannel> target)
     : Poco::AsyncChannel(target, Poco::Thread::PRIO_NORMAL)
-    , lines(target->sharedLines())
+    , handle(target->writerHandle())
 {
 }
 
 LineQueueChannel::~LineQueueChannel()
 {
     try {
-        lines->writer->finish();
+        handle->writer->finish();
     } catch (...) {
         // A destructor always finishes.
     }
@@ -42,18 +44,18 @@ void LineQueueChannel::open()
 
 void LineQueueChannel::close()
 {
-    lines->writer->finish();
+    handle->writer->finish();
 }
 
 void LineQueueChannel::log(const Poco::Message& message)
 {
-    lines->writer->push(message.getText());
+    handle->writer->push(message.getText());
 }
 
 void LineQueueChannel::setProperty(const std::string& name, const std::string& value)
 {
     if (name == "queueSize")
-        lines->writer->setLineLimit(lineLimit(value));
+        handle->writer->setLineLimit(lineLimit(value));
     else if (name == "channel")
         throw Poco::PropertyNotSupportedException(name, "the queue belongs to the log file");
     else

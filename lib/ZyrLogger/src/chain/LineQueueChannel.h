@@ -24,14 +24,14 @@ public:
     void log(const Poco::Message& message) override;
     void setProperty(const std::string& name, const std::string& value) override;
 
-    const std::shared_ptr<const LogFileChannel::Lines>& sharedLines() const { return lines; }
+    const std::shared_ptr<const LogFileChannel::WriterHandle>& writerHandle() const { return handle; }
 
 protected:
     ~LineQueueChannel() override;
     void run() override;
 
 private:
-    const std::shared_ptr<const LogFileChannel::Lines> lines;
+    const std::shared_ptr<const LogFileChannel::WriterHandle> handle;
 };
 
 } // namespace Zyr

@@ -1,3 +1,5 @@
+// The log file as a link: its properties, and requests to its writer.
+
 #include "chain/LogFileChannel.h"
 
 #include "store/LogFile.h"
@@ -23,10 +25,10 @@ std::string absolute(const std::string& path)
 } // namespace
 
 LogFileChannel::LogFileChannel()
-    : lines(std::make_shared<Lines>(Lines{std::make_shared<LogWriter>(&LogFile::make)}))
+    : handle(std::make_shared<WriterHandle>(WriterHandle{std::make_shared<LogWriter>(&LogFile::make)}))
 {
-    inForce = properties.settings();
-    writer().configure(inForce);
+    current = properties.settings();
+    writer().configure(current);
 }
 
 LogFileChannel::~LogFileChannel() = default;
@@ -35,8 +37,8 @@ void LogFileChannel::open()
 {
     FileSettings settings;
     {
-        const std::lock_guard lock(propertiesMutex);
-        settings = inForce;
+        const Guard guard(propertiesMutex);
+        settings = current;
     }
     CallWatch unwatched;
     AppendFile file;
@@ -57,19 +59,19 @@ void LogFileChannel::log(const Poco::Message& message)
 
 void LogFileChannel::setProperty(const std::string& name, const std::string& value)
 {
-    const std::lock_guard lock(propertiesMutex);
+    const Guard guard(propertiesMutex);
     properties.set(name, value);
     if (name == PROP_PATH)
         Poco::FileChannel::setProperty(name, value); // for path()
     FileSettings wanted = properties.settings();
-    wanted.path = name == PROP_PATH ? absolute(value) : inForce.path;
-    inForce = std::move(wanted);
-    writer().configure(inForce);
+    wanted.path = name == PROP_PATH ? absolute(value) : current.path;
+    current = std::move(wanted);
+    writer().configure(current);
 }
 
 std::string LogFileChannel::getProperty(const std::string& name) const
 {
-    const std::lock_guard lock(propertiesMutex);
+    const Guard guard(propertiesMutex);
     return properties.get(name);
 }
 
@@ -88,8 +90,8 @@ void LogFileChannel::unlock()
 void LogFileChannel::renewInChild()
 {
     static auto& inherited = *new std::vector<std::shared_ptr<LogWriter>>;
-    inherited.push_back(lines->writer);
-    lines->writer = writer().copyForChild();
+    inherited.push_back(handle->writer);
+    handle->writer = writer().copyForChild();
     propertiesMutex.unlock();
 }
 

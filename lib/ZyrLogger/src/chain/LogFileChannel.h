@@ -1,12 +1,12 @@
 #pragma once
 
+#include "base/Mutex.h"
 #include "settings/FileProperties.h"
 #include "writer/LogWriter.h"
 
 #include <Poco/FileChannel.h>
 
 #include <memory>
-#include <mutex>
 
 namespace Zyr {
 
@@ -46,29 +46,29 @@ public:
     void setProperty(const std::string& name, const std::string& value) override;
     std::string getProperty(const std::string& name) const override;
 
-    LogWriter& writer() const noexcept { return *lines->writer; }
+    LogWriter& writer() const noexcept { return *handle->writer; }
 
-    /// For the other links, which POCO would let an application connect elsewhere.
-    struct Lines
+    /// Where every link of the chain finds the writer: a forked child swaps it for all of them at once.
+    struct WriterHandle
     {
         std::shared_ptr<LogWriter> writer;
     };
-    std::shared_ptr<const Lines> sharedLines() const { return lines; }
+    std::shared_ptr<const WriterHandle> writerHandle() const { return handle; }
 
-    // Around fork().
-    void lock();
-    void unlock();
+    // Around fork(), in functions that the check of locks cannot follow.
+    void lock() ZYR_UNCHECKED_LOCKING;
+    void unlock() ZYR_UNCHECKED_LOCKING;
     /// The child gets a writer of its own; the inherited one, whose thread is not there, is never touched again.
-    void renewInChild();
+    void renewInChild() ZYR_UNCHECKED_LOCKING;
 
 protected:
     ~LogFileChannel() override;
 
 private:
-    mutable std::mutex propertiesMutex;
-    FileProperties properties;
-    FileSettings inForce; ///< with an absolute path
-    const std::shared_ptr<Lines> lines;
+    mutable Mutex propertiesMutex;
+    FileProperties properties ZYR_GUARDED_BY(propertiesMutex);
+    FileSettings current ZYR_GUARDED_BY(propertiesMutex); ///< with an absolute path
+    const std::shared_ptr<WriterHandle> handle;
 };
 
 } // namespace Zyr

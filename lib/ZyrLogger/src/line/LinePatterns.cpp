@@ -1,3 +1,5 @@
+// The list of a logger's patterns, which only grows.
+
 #include "line/LinePatterns.h"
 
 #include <new>
@@ -6,32 +8,32 @@
 namespace Zyr {
 
 LinePatterns::LinePatterns()
-    : newest(new Entry{LinePattern({}), nullptr})
-    , current(newest.load())
+    : newestEntry(new Entry{LinePattern({}), nullptr})
+    , currentEntry(newestEntry.load())
 {
 }
 
 LinePatterns::~LinePatterns()
 {
-    for (const Entry* entry = newest.load(); entry;)
+    for (const Entry* entry = newestEntry.load(); entry;)
         delete std::exchange(entry, entry->next);
 }
 
-void LinePatterns::enforce(LinePattern::Source source)
+void LinePatterns::makeCurrent(LinePattern::Source source)
 {
-    const Entry* entry = newest.load(std::memory_order_relaxed);
+    const Entry* entry = newestEntry.load(std::memory_order_relaxed);
     while (entry && entry->pattern.source() != source)
         entry = entry->next;
     if (!entry) {
-        entry = new Entry{LinePattern(std::move(source)), newest.load(std::memory_order_relaxed)};
-        newest.store(entry, std::memory_order_release);
+        entry = new Entry{LinePattern(std::move(source)), newestEntry.load(std::memory_order_relaxed)};
+        newestEntry.store(entry, std::memory_order_release);
     }
-    current.store(entry, std::memory_order_release);
+    currentEntry.store(entry, std::memory_order_release);
 }
 
 void LinePatterns::afterForkInChild() noexcept
 {
-    new (&mutex) std::mutex;
+    new (&mutex) Mutex;
 }
 
 } // namespace Zyr

@@ -1,13 +1,13 @@
 #pragma once
 
+#include "base/Mutex.h"
 #include "line/LinePattern.h"
 
 #include <atomic>
-#include <mutex>
 
 namespace Zyr {
 
-/// The pattern in force, and all that were before. It may outlive its formatter, for threads that still format.
+/// The current pattern, and all that were before. It may outlive its formatter, for threads that still format.
 ///
 /// A pattern that was replaced stays until the end, since a thread may be in it: reading takes no lock and counts no
 /// reference. One that comes back is found again, so that reloads between the same few do not take memory.
@@ -19,17 +19,17 @@ public:
     LinePatterns& operator=(const LinePatterns&) = delete;
     ~LinePatterns();
 
-    const LinePattern& inForce() const noexcept { return current.load(std::memory_order_acquire)->pattern; }
+    const LinePattern& current() const noexcept { return currentEntry.load(std::memory_order_acquire)->pattern; }
 
-    /// Puts another pattern in force, `change` being called with the source of the present one. Where it throws or the
-    /// pattern cannot be compiled, nothing changes.
+    /// Replaces the pattern by one whose source is the current one's after `change`. Where that throws or the pattern
+    /// cannot be compiled, nothing changes.
     template <typename Change>
-    void replace(Change change)
+    void replace(Change change) ZYR_EXCLUDES(mutex)
     {
-        const std::lock_guard lock(mutex);
-        LinePattern::Source source = inForce().source();
+        const Guard guard(mutex);
+        LinePattern::Source source = current().source();
         change(source);
-        enforce(std::move(source));
+        makeCurrent(std::move(source));
     }
 
     /// For the child of a fork, where a thread that is not there may have held the mutex.
@@ -42,11 +42,12 @@ private:
         const Entry* const next;
     };
 
-    void enforce(LinePattern::Source source);
+    void makeCurrent(LinePattern::Source source) ZYR_REQUIRES(mutex);
 
-    std::mutex mutex;                 // for writers only
-    std::atomic<const Entry*> newest; // a list that a fork cannot catch half changed
-    std::atomic<const Entry*> current;
+    // Both are read without the mutex, which keeps those apart that change them.
+    std::atomic<const Entry*> newestEntry; ///< of a list that a fork cannot catch half changed
+    std::atomic<const Entry*> currentEntry;
+    Mutex mutex;
 };
 
 } // namespace Zyr

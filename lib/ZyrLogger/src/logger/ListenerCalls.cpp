@@ -40,7 +40,7 @@ private:
 ListenerCalls::Call::Call(ListenerCalls& itsCalls, std::vector<const Logger::LogListener*>& served)
     : calls(itsCalls)
 {
-    const std::lock_guard lock(calls.fieldsMutex);
+    const Guard guard(calls.fieldsMutex);
     const auto next = std::find_if(calls.listeners.begin(), calls.listeners.end(), [&](const auto* candidate) {
         return candidate && std::find(served.begin(), served.end(), candidate) == served.end();
     });
@@ -57,18 +57,18 @@ ListenerCalls::Call::~Call()
     if (!current)
         return;
     --callsHere;
-    const std::lock_guard lock(calls.fieldsMutex);
+    const Guard guard(calls.fieldsMutex);
     calls.underWay.erase(entry);
-    calls.left.notify_all();
+    calls.left.notifyAll();
 }
 
 bool ListenerCalls::Call::isStillRegistered() const
 {
-    const std::lock_guard lock(calls.fieldsMutex);
+    const Guard guard(calls.fieldsMutex);
     return calls.listeners.contains(current);
 }
 
-void ListenerCalls::tell(const ListenerRecord& record)
+void ListenerCalls::callAll(const ListenerRecord& record)
 {
     std::vector<const Logger::LogListener*> served;
     for (;;) {
@@ -82,10 +82,13 @@ void ListenerCalls::tell(const ListenerRecord& record)
     }
 }
 
-void ListenerCalls::waitUntilLeft(std::unique_lock<std::mutex>& lock, const Logger::LogListener* listener)
+void ListenerCalls::waitUntilLeft(const Logger::LogListener* listener)
 {
-    if (callsHere == 0)
-        left.wait(lock, [&] { return !isInside(listener); });
+    if (callsHere > 0)
+        return;
+    const Guard guard(fieldsMutex);
+    while (isInside(listener))
+        left.wait(fieldsMutex);
 }
 
 bool ListenerCalls::isInside(const Logger::LogListener* listener) const
@@ -96,7 +99,7 @@ bool ListenerCalls::isInside(const Logger::LogListener* listener) const
 /// A copied condition variable may count threads that wait, and are not there.
 void ListenerCalls::renewInChild()
 {
-    new (&left) std::condition_variable;
+    new (&left) Condition;
 }
 
 } // namespace Zyr

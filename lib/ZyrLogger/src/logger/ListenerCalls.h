@@ -2,13 +2,12 @@
 
 #pragma once
 
+#include "base/Mutex.h"
 #include "logger/ListenerRecord.h"
 
 #include <ZyrLogger/Logger.h>
 
-#include <condition_variable>
 #include <list>
-#include <mutex>
 
 namespace Zyr {
 
@@ -16,8 +15,8 @@ namespace Zyr {
 class ListenerCalls
 {
 public:
-    /// The logger's list, and the lock of its fields, which guards that.
-    ListenerCalls(std::mutex& itsFieldsMutex, const QList<Logger::LogListener*>& itsListeners)
+    /// The logger's list, and the mutex of its fields, which guards that.
+    ListenerCalls(Mutex& itsFieldsMutex, const QList<Logger::LogListener*>& itsListeners)
         : fieldsMutex(itsFieldsMutex)
         , listeners(itsListeners)
     {
@@ -25,12 +24,12 @@ public:
     ListenerCalls(const ListenerCalls&) = delete;
     ListenerCalls& operator=(const ListenerCalls&) = delete;
 
-    /// Hands the record to each listener that is registered when its turn comes.
-    void tell(const ListenerRecord& record);
+    /// Calls each listener that is registered when its turn comes.
+    void callAll(const ListenerRecord& record) ZYR_EXCLUDES(fieldsMutex);
 
     /// Waits until no thread is inside `listener`; not at all from inside any listener's callback, since two that each
-    /// unregister the other would wait for each other for ever. `lock` is on the fields' mutex.
-    void waitUntilLeft(std::unique_lock<std::mutex>& lock, const Logger::LogListener* listener);
+    /// unregister the other would wait for each other for ever.
+    void waitUntilLeft(const Logger::LogListener* listener) ZYR_EXCLUDES(fieldsMutex);
 
     /// In the child of a fork.
     void renewInChild();
@@ -38,12 +37,12 @@ public:
 private:
     class Call;
 
-    bool isInside(const Logger::LogListener* listener) const;
+    bool isInside(const Logger::LogListener* listener) const ZYR_REQUIRES(fieldsMutex);
 
-    std::mutex& fieldsMutex;
-    const QList<Logger::LogListener*>& listeners;
-    std::condition_variable left; ///< with `fieldsMutex`
-    std::list<const Logger::LogListener*> underWay;
+    Mutex& fieldsMutex;
+    const QList<Logger::LogListener*>& listeners ZYR_GUARDED_BY(fieldsMutex);
+    Condition left; ///< with `fieldsMutex`
+    std::list<const Logger::LogListener*> underWay ZYR_GUARDED_BY(fieldsMutex);
 };
 
 } // namespace Zyr

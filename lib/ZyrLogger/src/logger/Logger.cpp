@@ -46,7 +46,7 @@ Logger::~Logger()
 void Logger::flushFinal()
 {
     instance().out(System, u"Logger shutdown"_s, OwnEntries::file, OwnEntries::shutdownLine).endl();
-    if (auto channel = d->chain.share(fileChannel))
+    if (auto channel = d->chain.shareFile())
         channel->close();
     if (d->isMainLogger() || LoggerRegistry::isShutDown())
         return;

@@ -2,7 +2,6 @@
 
 #include "logger/LoggerChain.h"
 
-#include "chain/LineFormatter.h"
 #include "chain/LineFormattingChannel.h"
 #include "chain/LineQueueChannel.h"
 #include "settings/SettingsGroup.h"
@@ -28,64 +27,88 @@ constexpr unsigned long endMilliseconds = 1000;
 
 } // namespace
 
-/// share() after `make` has made the link, if there was none.
-template <typename Link, typename Make>
-Poco::AutoPtr<Link> LoggerChain::ensure(Link*& link, Make make)
+Poco::AutoPtr<LogFileChannel> LoggerChain::shareFile() const
 {
-    if (isGone())
-        return nullptr;
-    const std::lock_guard lock(fieldsMutex);
-    if (!link && !isGone()) {
-        link = make();
-        publish();
-    }
-    return shareLocked(link);
+    const Guard guard(fieldsMutex);
+    return share<LogFileChannel>(links.file);
+}
+
+Poco::AutoPtr<LineFormatter> LoggerChain::shareFormatter() const
+{
+    const Guard guard(fieldsMutex);
+    return share<LineFormatter>(links.formatter);
+}
+
+Poco::AutoPtr<Poco::AsyncChannel> LoggerChain::shareQueue() const
+{
+    const Guard guard(fieldsMutex);
+    return share<Poco::AsyncChannel>(links.queue);
+}
+
+Poco::AutoPtr<Poco::FormattingChannel> LoggerChain::shareFormatting() const
+{
+    const Guard guard(fieldsMutex);
+    return share<Poco::FormattingChannel>(links.formatting);
+}
+
+Poco::AutoPtr<Poco::Logger> LoggerChain::shareLogger() const
+{
+    const Guard guard(fieldsMutex);
+    return share<Poco::Logger>(links.logger);
 }
 
 Poco::AutoPtr<LogFileChannel> LoggerChain::ensureFile()
 {
-    ensure(links.file, [] { return new LogFileChannel; });
-    return shareFile();
+    const Guard guard(fieldsMutex);
+    if (!links.file && !isGone()) {
+        links.file = new LogFileChannel;
+        publish();
+    }
+    return share<LogFileChannel>(links.file);
 }
 
-Poco::AutoPtr<Poco::PatternFormatter> LoggerChain::ensureFormatter()
+Poco::AutoPtr<LineFormatter> LoggerChain::ensureFormatter()
 {
-    return ensure(links.formatter, [] { return new LineFormatter; });
+    const Guard guard(fieldsMutex);
+    if (!links.formatter && !isGone())
+        links.formatter = new LineFormatter;
+    return share<LineFormatter>(links.formatter);
 }
 
 /// Each link gets a reference of its own before ours is released, so that a failure in between loses nothing.
-void LoggerChain::ensureQueueAndFormatting(const QString& loggerName)
+void LoggerChain::makeQueueAndFormatting(const std::string& loggerName)
 {
-    ensure(links.queue, [this] {
-        auto* made =
-            new LineQueueChannel(Poco::AutoPtr<LogFileChannel>(static_cast<LogFileChannel*>(links.file), true));
-        links.file->release();
-        return made;
-    });
-    ensure(links.formatting, [&] {
+    const Guard guard(fieldsMutex);
+    if (isGone())
+        return;
+    // A shutdown that begins now waits for the mutex before it releases anything.
+    const Poco::AutoPtr file(static_cast<LogFileChannel*>(links.file), true);
+    if (!links.queue) {
+        links.queue = new LineQueueChannel(file);
+        file->release();
+    }
+    if (!links.formatting) {
         const Poco::AutoPtr formatter(static_cast<LineFormatter*>(links.formatter), true);
-        auto& file = static_cast<LogFileChannel&>(*links.file);
-        file.writer().setLossFormat(loggerName.toStdString(), formatter->patterns());
-        auto* made = new LineFormattingChannel(
-            formatter, Poco::AutoPtr(static_cast<LineQueueChannel*>(links.queue), true), access);
-        links.formatter->release();
-        links.queue->release();
-        return made;
-    });
+        const Poco::AutoPtr queue(static_cast<LineQueueChannel*>(links.queue), true);
+        file->writer().setLossFormat(loggerName, formatter->patterns());
+        links.formatting = new LineFormattingChannel(formatter, queue, access);
+        formatter->release();
+        queue->release();
+    }
 }
 
 bool LoggerChain::complete(const QString& loggerName, const QString& level, const QString& settingsFile)
 {
-    ensureQueueAndFormatting(loggerName);
+    makeQueueAndFormatting(loggerName.toStdString());
     const std::string levelName = level.toStdString();
     const QString setting = describeSetting(LoggerKeys::group, LoggerKeys::level.name, level);
-    if (auto registered = share(links.logger)) {
+    if (auto registered = shareLogger()) {
         try {
             registered->setLevel(levelName);
         } catch (const Poco::Exception& error) {
             throw Poco::InvalidArgumentException(setting.toStdString(), error.message());
         }
-        const std::lock_guard lock(fieldsMutex);
+        const Guard guard(fieldsMutex);
         publish();
         return true;
     }
@@ -107,7 +130,7 @@ bool LoggerChain::complete(const QString& loggerName, const QString& level, cons
 /// entry that comes just after a shutdown is released by POCO at the end of the process.
 void LoggerChain::makeLogger(const std::string& loggerName, const std::string& level)
 {
-    const Poco::Channel::Ptr channel = share(links.formatting);
+    const Poco::Channel::Ptr channel = shareFormatting();
     if (!channel)
         return;
     const int parsed = Poco::Logger::parseLevel(level);
@@ -115,7 +138,7 @@ void LoggerChain::makeLogger(const std::string& loggerName, const std::string& l
         if (isGone())
             return;
         auto& made = Poco::Logger::create(loggerName, channel, parsed);
-        const std::lock_guard lock(fieldsMutex);
+        const Guard guard(fieldsMutex);
         links.logger = &made;
         links.formatting->release();
         publish();
@@ -142,8 +165,8 @@ bool LoggerChain::close(const QString& loggerName)
         channel->writer().finish();
     }
     // These end the chain when they go, after that lock has been left.
-    const auto link = share(links.formatting);
-    if (const auto registered = share(links.logger)) {
+    const auto link = shareFormatting();
+    if (const auto registered = shareLogger()) {
         access->close();
         keepUsed();
         try {
@@ -151,6 +174,7 @@ bool LoggerChain::close(const QString& loggerName)
         } catch (...) {
             // POCO knows no such logger any more.
         }
+        const Guard guard(fieldsMutex);
         forget();
         return true;
     }
@@ -162,7 +186,7 @@ void LoggerChain::keepUsed(ChainAccess::Clock::time_point limit)
 {
     if (access->waitForUses(limit))
         return;
-    const std::lock_guard lock(fieldsMutex);
+    const Guard guard(fieldsMutex);
     if (links.logger && !access->isReleased())
         links.logger->duplicate();
 }
@@ -170,17 +194,16 @@ void LoggerChain::keepUsed(ChainAccess::Clock::time_point limit)
 /// Releases the references that the logger still holds: those of a chain that POCO's registry never got.
 void LoggerChain::releaseIncomplete() noexcept
 {
+    Poco::AutoPtr<Poco::Channel> channel;
+    Poco::AutoPtr<Poco::Formatter> formatter;
+    const Guard guard(fieldsMutex);
     // Each link that is there took over the references to those before it.
     if (!links.logger) {
         if (links.formatting) {
-            links.formatting->release();
+            channel = links.formatting;
         } else {
-            if (links.queue)
-                links.queue->release();
-            else if (links.file)
-                links.file->release();
-            if (links.formatter)
-                links.formatter->release();
+            channel = links.queue ? static_cast<Poco::Channel*>(links.queue) : links.file;
+            formatter = links.formatter;
         }
     }
     forget();
@@ -188,7 +211,6 @@ void LoggerChain::releaseIncomplete() noexcept
 
 void LoggerChain::forget() noexcept
 {
-    const std::lock_guard lock(fieldsMutex);
     links.file = nullptr;
     links.formatter = nullptr;
     links.queue = nullptr;
@@ -199,7 +221,7 @@ void LoggerChain::forget() noexcept
 
 void LoggerChain::lockFile()
 {
-    lockedFile = shareLocked(links.file).unsafeCast<LogFileChannel>();
+    lockedFile = share<LogFileChannel>(links.file);
     if (lockedFile)
         lockedFile->lock();
 }

@@ -2,7 +2,9 @@
 
 #pragma once
 
+#include "base/Mutex.h"
 #include "chain/ChainAccess.h"
+#include "chain/LineFormatter.h"
 #include "chain/LogFileChannel.h"
 #include "logger/LoggerRegistry.h"
 #include "logger/LoggerRules.h"
@@ -11,12 +13,11 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
+#include <string>
 
 namespace Poco {
 class AsyncChannel;
 class FormattingChannel;
-class PatternFormatter;
 } // namespace Poco
 
 namespace Zyr {
@@ -24,8 +25,8 @@ namespace Zyr {
 /// The logger's links into POCO's framework, and who may follow them.
 ///
 /// A thread that logs takes no lock: it uses the chain through ChainAccess. Whoever else uses a link takes a reference
-/// to it under the lock of the logger's fields (share()). So a shutdown of POCO's logging, which releases the chain,
-/// cannot pull it away from either.
+/// to it under the mutex of the logger's fields. So a shutdown of POCO's logging, which releases the chain, cannot pull
+/// it away from either.
 class LoggerChain
 {
 public:
@@ -41,10 +42,8 @@ public:
         Poco::Logger*& logger;
     };
 
-    LoggerChain(const Links& itsLinks, std::mutex& itsFieldsMutex, const std::shared_ptr<ChainAccess>& itsAccess,
-                const LoggerRules& itsRules)
+    LoggerChain(const Links& itsLinks, const std::shared_ptr<ChainAccess>& itsAccess, const LoggerRules& itsRules)
         : links(itsLinks)
-        , fieldsMutex(itsFieldsMutex)
         , access(itsAccess)
         , rules(itsRules)
     {
@@ -52,30 +51,23 @@ public:
     LoggerChain(const LoggerChain&) = delete;
     LoggerChain& operator=(const LoggerChain&) = delete;
 
-    /// A counted reference to one of the links; null when there is none or the chain is gone.
-    template <typename Link>
-    Poco::AutoPtr<Link> share(Link* const& link) const
-    {
-        if (isGone())
-            return nullptr;
-        const std::lock_guard lock(fieldsMutex);
-        return shareLocked(link);
-    }
+    // A counted reference to one of the links; null when there is none or the chain is gone.
+    Poco::AutoPtr<LogFileChannel> shareFile() const ZYR_EXCLUDES(fieldsMutex);
+    Poco::AutoPtr<LineFormatter> shareFormatter() const ZYR_EXCLUDES(fieldsMutex);
+    Poco::AutoPtr<Poco::AsyncChannel> shareQueue() const ZYR_EXCLUDES(fieldsMutex);
 
-    /// share() of the file channel, as what it is.
-    Poco::AutoPtr<LogFileChannel> shareFile() const { return share(links.file).unsafeCast<LogFileChannel>(); }
-
-    /// share() of the file channel or the formatter, made before where there was none.
-    Poco::AutoPtr<LogFileChannel> ensureFile();
-    Poco::AutoPtr<Poco::PatternFormatter> ensureFormatter();
+    // The same, made before where there was none.
+    Poco::AutoPtr<LogFileChannel> ensureFile() ZYR_EXCLUDES(fieldsMutex);
+    Poco::AutoPtr<LineFormatter> ensureFormatter() ZYR_EXCLUDES(fieldsMutex);
 
     /// Makes the links that are still missing, each of which takes over the logger's references to the ones below it,
     /// and sets the level. Returns whether the logger is complete now; what it lacks is reported, with the settings
     /// file's path.
-    bool complete(const QString& loggerName, const QString& level, const QString& settingsFile);
+    bool complete(const QString& loggerName, const QString& level, const QString& settingsFile)
+        ZYR_EXCLUDES(fieldsMutex);
 
     /// Ends the chain. Returns whether it was complete.
-    bool close(const QString& loggerName);
+    bool close(const QString& loggerName) ZYR_EXCLUDES(fieldsMutex);
 
     /// Whether the chain must not be touched, since the pointers to it may dangle: after a shutdown, and when the
     /// application itself released it through POCO. Takes no lock.
@@ -84,40 +76,43 @@ public:
     /// Whether entries can be written. Takes no lock.
     bool isUsable() const noexcept { return hasFile.load(std::memory_order_acquire) && !isGone(); }
 
-    /// Lets the threads that log see what has changed of the links, the level or the rules. The caller holds the lock
-    /// of the fields.
-    void publish() noexcept;
+    /// Lets the threads that log see what has changed of the links, the level or the rules.
+    void publish() noexcept ZYR_REQUIRES(fieldsMutex);
 
     /// Before the chain is released: waits for the threads that are using it, after nobody can begin to. One that hangs
     /// keeps it for good.
-    void keepUsed(ChainAccess::Clock::time_point limit = ChainAccess::Clock::now() + ChainAccess::patience);
+    void keepUsed(ChainAccess::Clock::time_point limit = ChainAccess::Clock::now() + ChainAccess::patience)
+        ZYR_EXCLUDES(fieldsMutex);
 
-    // Around fork(); the caller holds the lock of the fields.
-    void lockFile();
+    // Around fork().
+    void lockFile() ZYR_REQUIRES(fieldsMutex);
     /// Returns the last reference, perhaps: to be released without a lock of this logger.
-    [[nodiscard]] Poco::AutoPtr<LogFileChannel> unlockFile();
-    void renewInChild();
+    [[nodiscard]] Poco::AutoPtr<LogFileChannel> unlockFile() ZYR_REQUIRES(fieldsMutex);
+    void renewInChild() ZYR_REQUIRES(fieldsMutex);
 
-    const Links links;
+    /// Guards the fields of the logger that may change while others use it: the links, the filters, the settings of
+    /// repeat suppression, and the listeners.
+    mutable Mutex fieldsMutex;
 
 private:
     template <typename Link>
-    Poco::AutoPtr<Link> shareLocked(Link* link) const
+    Poco::AutoPtr<Link> share(auto* link) const ZYR_REQUIRES(fieldsMutex)
     {
-        return Poco::AutoPtr<Link>(isGone() ? nullptr : link, true);
+        return Poco::AutoPtr<Link>(isGone() ? nullptr : static_cast<Link*>(link), true);
     }
-    template <typename Link, typename Make>
-    Poco::AutoPtr<Link> ensure(Link*& link, Make make);
-    void ensureQueueAndFormatting(const QString& loggerName);
-    void makeLogger(const std::string& loggerName, const std::string& level);
-    void releaseIncomplete() noexcept;
-    void forget() noexcept;
+    Poco::AutoPtr<Poco::FormattingChannel> shareFormatting() const ZYR_EXCLUDES(fieldsMutex);
+    Poco::AutoPtr<Poco::Logger> shareLogger() const ZYR_EXCLUDES(fieldsMutex);
+    void makeQueueAndFormatting(const std::string& loggerName) ZYR_EXCLUDES(fieldsMutex);
+    void makeLogger(const std::string& loggerName, const std::string& level) ZYR_EXCLUDES(fieldsMutex);
+    void releaseIncomplete() noexcept ZYR_EXCLUDES(fieldsMutex);
+    void forget() noexcept ZYR_REQUIRES(fieldsMutex);
 
-    std::mutex& fieldsMutex;
+    const Links links ZYR_GUARDED_BY(fieldsMutex);
     const std::shared_ptr<ChainAccess> access;
     const LoggerRules& rules;
     std::atomic<bool> hasFile = false;
-    Poco::AutoPtr<LogFileChannel> lockedFile; ///< by lockFile(); the chain may count as gone before it is unlocked
+    /// By lockFile(); the chain may count as gone before it is unlocked.
+    Poco::AutoPtr<LogFileChannel> lockedFile ZYR_GUARDED_BY(fieldsMutex);
 };
 
 } // namespace Zyr

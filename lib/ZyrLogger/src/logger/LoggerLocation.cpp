@@ -15,7 +15,7 @@ namespace Zyr {
 
 QString Logger::getLogFilePath()
 {
-    auto channel = d->chain.share(fileChannel);
+    auto channel = d->chain.shareFile();
     return channel ? QString::fromStdString(channel->getProperty(Poco::FileChannel::PROP_PATH)) : QString();
 }
 

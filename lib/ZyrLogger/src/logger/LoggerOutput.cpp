@@ -1,4 +1,4 @@
-// The last step of a record's road: to POCO and to the listeners; and who listens.
+// The last step of a record: to POCO and to the listeners; who listens.
 
 #include <ZyrLogger/Logger.h>
 
@@ -36,40 +36,41 @@ void LoggerPrivate::write(ChainUse& use, const PocoMessage& record)
         rules.current().hasListeners && use.logger() && record.getPriority() <= use.logger()->getLevel();
     use.leave();
     if (hasListeners)
-        tellListeners(record);
+        callListeners(record);
 }
 
-void LoggerPrivate::tellListeners(const PocoMessage& record)
+void LoggerPrivate::callListeners(const PocoMessage& record)
 {
-    const auto formatter = chain.share(chain.links.formatter).unsafeCast<LineFormatter>();
-    if (formatter)
-        listenerCalls.tell(ListenerRecord(record, formatter->patterns()->inForce()));
+    if (const auto formatter = chain.shareFormatter())
+        listenerCalls.callAll(ListenerRecord(record, formatter->patterns()->current()));
 }
 
 void Logger::registerLogListener(LogListener* listener)
 {
-    const std::lock_guard lock(d->fieldsMutex);
+    const Guard guard(d->chain.fieldsMutex);
     if (!listeners.contains(listener))
         d->append(listener, listeners);
 }
 
 void Logger::unregisterLogListener(LogListener* listener)
 {
-    std::unique_lock lock(d->fieldsMutex);
-    listeners.removeAll(listener);
-    try {
-        d->publishRules();
-    } catch (const std::bad_alloc&) {
-        // The rules may say that there are listeners where there are none.
+    {
+        const Guard guard(d->chain.fieldsMutex);
+        listeners.removeAll(listener);
+        try {
+            d->publishRules();
+        } catch (const std::bad_alloc&) {
+            // The rules may say that there are listeners where there are none.
+        }
     }
     // In a forked child nobody ends the calls that other threads were in.
     if (!d->isInherited())
-        d->listenerCalls.waitUntilLeft(lock, listener);
+        d->listenerCalls.waitUntilLeft(listener);
 }
 
 void Logger::addExcludeFilter(QString filter)
 {
-    const std::lock_guard lock(d->fieldsMutex);
+    const Guard guard(d->chain.fieldsMutex);
     d->append(filter, excludeFilters);
 }
 

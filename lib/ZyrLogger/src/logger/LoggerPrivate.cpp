@@ -24,9 +24,9 @@ using namespace Qt::StringLiterals;
 LoggerPrivate::LoggerPrivate(Logger& itsLogger)
     : chain({itsLogger.fileChannel, itsLogger.patternFormatter, itsLogger.asyncChannel, itsLogger.formattingChannel,
              itsLogger.pocoLogger},
-            fieldsMutex, access, rules)
+            access, rules)
     , repeats(*this, itsLogger.mutex, itsLogger.pendingMessages, itsLogger.repeatCounts)
-    , listenerCalls(fieldsMutex, itsLogger.listeners)
+    , listenerCalls(chain.fieldsMutex, itsLogger.listeners)
     , logger(itsLogger)
     , forks(LoggerRegistry::forksSoFar())
 {
@@ -106,31 +106,31 @@ try {
     if (const auto file = chain.shareFile())
         file->writer().loseForWantOfMemory();
 } catch (const std::exception&) {
-    // No thread to tell of it, which the next record tries to start again.
+    // There is no thread to report it; the next record tries again to start one.
 }
 
 void LoggerPrivate::lockForFork()
 {
     repeats.lock();
-    fieldsMutex.lock();
+    chain.fieldsMutex.lock();
     chain.lockFile();
 }
 
 void LoggerPrivate::unlockAfterFork()
 {
     const auto file = chain.unlockFile(); // which may end with this
-    fieldsMutex.unlock();
+    chain.fieldsMutex.unlock();
     repeats.unlock();
 }
 
-/// The locks that another thread may have held or waited with, and that nobody will ever leave, are made anew.
+/// Makes anew what another thread may have held or waited with, for it is not there to release it.
 void LoggerPrivate::renewInChild()
 {
     chain.renewInChild();
     repeats.renewInChild();
     listenerCalls.renewInChild();
     new (&reloadMutex) std::recursive_mutex;
-    fieldsMutex.unlock();
+    chain.fieldsMutex.unlock();
 }
 
 } // namespace Zyr

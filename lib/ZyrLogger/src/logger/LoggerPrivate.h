@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include "base/Mutex.h"
 #include "logger/ListenerCalls.h"
 #include "logger/LoggerChain.h"
 #include "logger/LoggerRules.h"
@@ -50,13 +51,12 @@ public:
     /// Counts a record that came to no line for want of memory as lost, if the level lets its priority through.
     void loseRecord(int priority);
 
-    /// Lets the threads that log see the present fields. Where it throws, nothing has changed for them. The caller
-    /// holds `fieldsMutex`.
-    void publishRules();
+    /// Lets the threads that log see the present fields. Where it throws, nothing has changed for them.
+    void publishRules() ZYR_REQUIRES(chain.fieldsMutex);
 
-    /// Appends to a field that rules are made of, and publishes; on exception neither. The caller holds `fieldsMutex`.
+    /// Appends to a field that rules are made of, and publishes; on exception neither.
     template <typename Item>
-    void append(const Item& item, QList<Item>& list)
+    void append(const Item& item, QList<Item>& list) ZYR_REQUIRES(chain.fieldsMutex)
     {
         list.append(item);
         try {
@@ -71,13 +71,14 @@ public:
     /// Applies the settings, making what is missing of the chain. `settingsChanged` stays false when it ends early.
     LoadOutcome applySettings(QSettings& settings, bool& settingsChanged);
 
-    // Around fork().
-    void lockForFork();
-    void unlockAfterFork();
-    void renewInChild();
+    // Around fork(), in functions that the check of locks cannot follow.
+    void lockForFork() ZYR_UNCHECKED_LOCKING;
+    void unlockAfterFork() ZYR_UNCHECKED_LOCKING;
+    void renewInChild() ZYR_UNCHECKED_LOCKING;
 
-    std::mutex fieldsMutex;           ///< for the chain pointers, filters, repeat settings and listeners
-    std::recursive_mutex reloadMutex; ///< recursive: a message handler of Qt may call back while settings are read
+    /// Keeps loads and changes of the location apart, and guards no field, so that there is nothing to check.
+    /// Recursive: a message handler of Qt may call back while settings are read.
+    std::recursive_mutex reloadMutex;
 
     const std::shared_ptr<ChainAccess> access = std::make_shared<ChainAccess>();
     LoggerRules rules{*access};
@@ -88,7 +89,7 @@ public:
 private:
     class SettingsLoad;
 
-    void tellListeners(const PocoMessage& record);
+    void callListeners(const PocoMessage& record);
 
     Logger& logger;
     const unsigned forks;                  ///< between the first logger's process and the one that made this logger

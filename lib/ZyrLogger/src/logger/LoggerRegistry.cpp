@@ -28,9 +28,9 @@ constinit std::atomic<unsigned> forks = 0;
 
 } // namespace
 
-constinit std::mutex LoggerRegistry::constructionMutex;
-constinit std::mutex LoggerRegistry::listMutex;
-constinit std::mutex LoggerRegistry::pocoRegistryMutex;
+constinit Mutex LoggerRegistry::pocoRegistryMutex;
+constinit Mutex LoggerRegistry::constructionMutex;
+constinit Mutex LoggerRegistry::listMutex;
 
 /// From the beginning, since another thread may fork while the first logger is made.
 const int LoggerRegistry::forkHandlers = pthread_atfork(&beforeFork, &afterFork, &afterForkInChild);
@@ -61,7 +61,7 @@ public:
     ProcessLife& operator=(const ProcessLife&) = delete;
 };
 
-/// Guarded by `listMutex`. Never destroyed: loggers live and die during static destruction too.
+/// Never destroyed: loggers live and die during static destruction too.
 std::vector<LoggerPrivate*>& LoggerRegistry::loggers()
 {
     static auto& all = *new std::vector<LoggerPrivate*>;
@@ -71,7 +71,7 @@ std::vector<LoggerPrivate*>& LoggerRegistry::loggers()
 std::vector<std::shared_ptr<ChainAccess>> LoggerRegistry::accesses()
 {
     std::vector<std::shared_ptr<ChainAccess>> all;
-    const std::lock_guard lock(listMutex);
+    const Guard guard(listMutex);
     for (const LoggerPrivate* logger : loggers())
         all.push_back(logger->access);
     return all;
@@ -80,14 +80,15 @@ std::vector<std::shared_ptr<ChainAccess>> LoggerRegistry::accesses()
 void LoggerRegistry::add(LoggerPrivate& logger)
 {
     static const ProcessLife life;
-    const std::lock_guard lock(listMutex);
+    const Guard guard(listMutex);
     loggers().push_back(&logger);
+    const Guard fieldsGuard(logger.chain.fieldsMutex);
     logger.chain.publish(); // there may have been a shutdown meanwhile
 }
 
 void LoggerRegistry::remove(LoggerPrivate& logger)
 {
-    const std::lock_guard lock(listMutex);
+    const Guard guard(listMutex);
     std::erase(loggers(), &logger);
 }
 
@@ -105,9 +106,9 @@ void LoggerRegistry::markShutDown()
 {
     pocoIsShutDown.store(true, std::memory_order_release);
     // Whoever asked before the mark holds its logger's lock until it has its own reference to the chain.
-    const std::lock_guard lock(listMutex);
+    const Guard guard(listMutex);
     for (LoggerPrivate* logger : loggers()) {
-        const std::lock_guard passed(logger->fieldsMutex);
+        const Guard passed(logger->chain.fieldsMutex);
         logger->access->close();
     }
 }
@@ -118,9 +119,9 @@ void LoggerRegistry::shutPocoDown()
     std::vector<Poco::AutoPtr<Poco::AsyncChannel>> chains;
     std::vector<Poco::AutoPtr<LogFileChannel>> files;
     {
-        const std::lock_guard lock(listMutex);
+        const Guard guard(listMutex);
         for (const LoggerPrivate* logger : loggers()) {
-            chains.push_back(logger->chain.share(logger->chain.links.queue));
+            chains.push_back(logger->chain.shareQueue());
             files.push_back(logger->chain.shareFile());
         }
     }
@@ -129,7 +130,7 @@ void LoggerRegistry::shutPocoDown()
     for (const auto& each : accesses()) // without the lock, which who is to leave may want
         each->waitForUses(limit);
     {
-        const std::lock_guard lock(listMutex);
+        const Guard guard(listMutex);
         for (LoggerPrivate* logger : loggers())
             logger->chain.keepUsed(limit);
     }

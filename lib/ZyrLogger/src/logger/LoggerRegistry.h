@@ -2,10 +2,11 @@
 
 #pragma once
 
+#include "base/Mutex.h"
+
 #include <QtCore/qglobal.h>
 
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace Zyr {
@@ -63,12 +64,12 @@ class LoggerPrivate;
 /// 6. constructionMutex: the main logger's construction, with listMutex.
 /// 7. listMutex: the fields' lock of each logger, one after the other.
 /// 8. Logger::mutex (POCO's): nothing. Only a fork goes on to the next with it.
-/// 9. LoggerPrivate::fieldsMutex: making a link takes the writer's lock.
+/// 9. LoggerChain::fieldsMutex: making a link takes the writer's lock.
 /// 10. LogFileChannel's lock of its properties: the writer's.
 /// 11. LogWriter's lock: ForkClosedFile's list.
 /// 12. ForkClosedFile's list, StandardOutput, LinePatterns' lock for writers: nothing.
 ///
-/// Listeners are called and records are written with none of these but 5.
+/// Listeners are called and records are written with none of 4 and 6 to 12.
 ///
 /// ZyrTools has three more, which the first load takes under 3: the watcher's for walks, its one for clients, and the
 /// one with which QSettings objects are made and destroyed, but not read: then Qt's message handler may run. A fork
@@ -95,34 +96,37 @@ public:
 
     /// Calls POCO's registry, which has a lock that a forked child must not find locked.
     template <typename Call>
-    static decltype(auto) callPocoRegistry(Call call)
+    static void callPocoRegistry(Call call) ZYR_EXCLUDES(pocoRegistryMutex)
     {
-        const std::lock_guard lock(pocoRegistryMutex);
-        return call();
+        const Guard guard(pocoRegistryMutex);
+        call();
     }
 
     /// Calls what makes the main logger, which a fork does not interrupt: a child would wait for the rest of it for
     /// ever.
     template <typename Call>
-    static void callWithoutFork(Call call)
+    static void callWithoutFork(Call call) ZYR_EXCLUDES(constructionMutex)
     {
-        const std::lock_guard lock(constructionMutex);
+        const Guard guard(constructionMutex);
         call();
     }
 
 private:
     class ProcessLife;
 
-    static std::vector<LoggerPrivate*>& loggers();
-    static std::vector<std::shared_ptr<ChainAccess>> accesses();
-    static void beforeFork();
-    static void afterFork() noexcept; // NOLINT(bugprone-exception-escape): unlocking throws nothing
-    static void afterForkInChild() noexcept;
+    static std::vector<LoggerPrivate*>& loggers() ZYR_REQUIRES(listMutex);
+    static std::vector<std::shared_ptr<ChainAccess>> accesses() ZYR_EXCLUDES(listMutex);
+
+    // In functions that the check of locks cannot follow.
+    static void beforeFork() ZYR_UNCHECKED_LOCKING;
+    // NOLINTNEXTLINE(bugprone-exception-escape): unlocking throws nothing
+    static void afterFork() noexcept ZYR_UNCHECKED_LOCKING;
+    static void afterForkInChild() noexcept ZYR_UNCHECKED_LOCKING;
 
     static const int forkHandlers;
-    static std::mutex constructionMutex;
-    static std::mutex listMutex;
-    static std::mutex pocoRegistryMutex;
+    static Mutex pocoRegistryMutex; ///< for POCO's registry of loggers
+    static Mutex constructionMutex; ///< for the main logger's object
+    static Mutex listMutex;
 };
 
 } // namespace Zyr

@@ -30,7 +30,7 @@ struct CompletionRules
     bool hasListeners;
 };
 
-/// The current rules of a logger. Reading takes no lock; replace() needs the lock of the logger's fields.
+/// The current rules of a logger. Reading takes no lock; replace() and what it changes need LoggerChain::fieldsMutex.
 class LoggerRules
 {
 public:

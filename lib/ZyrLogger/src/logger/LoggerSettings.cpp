@@ -137,7 +137,7 @@ LoggerPrivate::LoadOutcome LoggerPrivate::SettingsLoad::apply(bool& settingsChan
     if (outcome != LoadOutcome::Applied)
         return outcome;
 
-    const bool isNew = !chain.share(chain.links.formatter);
+    const bool isNew = !chain.shareFormatter();
     auto formatter = chain.ensureFormatter();
     const bool formatted = formatter && applyFormat(*formatter, isNew, group);
     const bool queued = applyQueue(group);
@@ -163,7 +163,7 @@ QString LoggerPrivate::SettingsLoad::applyRules(bool& keysAdded, bool& accepted)
     accepted = group.read(LoggerKeys::maxRepeatedMsgCounter, maximum) && accepted;
     group.reportUnknown();
 
-    const std::lock_guard lock(d.fieldsMutex);
+    const Guard guard(d.chain.fieldsMutex);
     logger.textFilters = filters;
     logger.checkRepeatedMsg = check;
     logger.amountRepeatedMsg = amount;

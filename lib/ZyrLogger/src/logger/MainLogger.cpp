@@ -2,13 +2,13 @@
 
 #include "logger/MainLogger.h"
 
+#include "base/Mutex.h"
 #include "logger/LoggerPrivate.h"
 #include "writer/ShutdownDeadline.h"
 
 #include <QtCore/QScopedValueRollback>
 
 #include <atomic>
-#include <mutex>
 #include <new>
 
 namespace Zyr {
@@ -41,8 +41,8 @@ void MainLogger::start()
     static constinit thread_local bool starting = false;
     if (starting || logger().d->isInherited())
         return;
-    static constinit std::mutex startMutex;
-    const std::lock_guard lock(startMutex);
+    static constinit Mutex startMutex; // guards no field
+    const Guard guard(startMutex);
     if (Logger::mainLogger.load(std::memory_order_relaxed))
         return;
     const QScopedValueRollback mark(starting, true);

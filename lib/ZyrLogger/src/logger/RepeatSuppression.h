@@ -16,9 +16,11 @@ namespace Zyr {
 
 class LoggerPrivate;
 
-/// Keeps the logger's fields for it. Invariant while their mutex is free: `counts` has one key for each element of
-/// `pending` and no other. Nothing is written while it is held; it is unlocked explicitly: an unlock that fails is an
-/// exception, and then nothing is written.
+/// Keeps the logger's fields for it, all guarded by Logger::mutex. Invariant while that is free: `counts` has one key
+/// for each element of `pending` and no other. Nothing is written while it is held; it is unlocked explicitly: an
+/// unlock that fails is an exception, and then nothing is written.
+///
+/// The check of locks does not know POCO's mutexes.
 class RepeatSuppression
 {
 public:

@@ -1,4 +1,5 @@
 // File descriptors that are closed in a forked child.
+
 #include "system/ForkClosedFile.h"
 
 #include "system/Descriptor.h"
@@ -8,7 +9,6 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <mutex>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -16,19 +16,15 @@
 
 namespace Zyr {
 
-namespace {
+constinit Mutex ForkClosedFile::listMutex;
+constinit ForkClosedFile* ForkClosedFile::first = nullptr;
+constinit unsigned ForkClosedFile::forks = 0;
 
-constinit std::mutex listMutex;
-constinit ForkClosedFile* first = nullptr;
-constinit unsigned forks = 0; // that this process has made
-
-unsigned forksSoFar() noexcept
+unsigned ForkClosedFile::forksSoFar() noexcept
 {
-    const std::lock_guard lock(listMutex);
+    const Guard guard(listMutex);
     return forks;
 }
-
-} // namespace
 
 bool ForkClosedFile::open(int directory, const char* name, int flags, CallWatch& watch, mode_t mode)
 {
@@ -73,7 +69,7 @@ bool ForkClosedFile::take(CallWatch& watch, Call call)
         if (opened < 0)
             return false;
         {
-            const std::lock_guard lock(listMutex);
+            const Guard guard(listMutex);
             if (forks == before) {
                 fd = opened;
                 enlist();
@@ -96,7 +92,7 @@ void ForkClosedFile::close(CallWatch& watch) noexcept
     if (fd < 0)
         return;
     {
-        const std::lock_guard lock(listMutex);
+        const Guard guard(listMutex);
         delist();
     }
     watch([file = std::exchange(fd, -1)] { return ::close(file), 0; });
@@ -104,7 +100,7 @@ void ForkClosedFile::close(CallWatch& watch) noexcept
 
 void ForkClosedFile::swap(ForkClosedFile& other) noexcept
 {
-    const std::lock_guard lock(listMutex);
+    const Guard guard(listMutex);
     for (ForkClosedFile* file : {this, &other}) {
         if (file->fd >= 0)
             file->delist();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Mutex.h"
 #include "system/CallWatch.h"
 
 #include <utility>
@@ -34,22 +35,28 @@ public:
     int get() const noexcept { return fd; }
     explicit operator bool() const noexcept { return fd >= 0; }
 
-    /// To be called around fork(). Their lock is never held during a system call of the store.
-    static void beforeFork() noexcept;
-    static void afterFork() noexcept;
-    static void afterForkInChild() noexcept;
+    /// To be called around fork(): the first takes the list's mutex, which is never held during a system call of the
+    /// store, and the others release it.
+    static void beforeFork() noexcept ZYR_UNCHECKED_LOCKING;
+    static void afterFork() noexcept ZYR_UNCHECKED_LOCKING;
+    static void afterForkInChild() noexcept ZYR_UNCHECKED_LOCKING;
 
 private:
     bool duplicateOwn(const TrustedPath& entry, CallWatch& watch);
     template <typename Call>
     bool take(CallWatch& watch, Call call);
-    void swap(ForkClosedFile& other) noexcept;
-    void enlist() noexcept;
-    void delist() noexcept;
+    void swap(ForkClosedFile& other) noexcept ZYR_EXCLUDES(listMutex);
+    void enlist() noexcept ZYR_REQUIRES(listMutex);
+    void delist() noexcept ZYR_REQUIRES(listMutex);
+    static unsigned forksSoFar() noexcept ZYR_EXCLUDES(listMutex);
 
-    int fd = -1;
-    ForkClosedFile* previous = nullptr;
-    ForkClosedFile* next = nullptr;
+    static Mutex listMutex;
+    static ForkClosedFile* first ZYR_GUARDED_BY(listMutex);
+    static unsigned forks ZYR_GUARDED_BY(listMutex); ///< that this process has made
+
+    int fd = -1; ///< the owner's; set together with the entry in the list
+    ForkClosedFile* previous ZYR_GUARDED_BY(listMutex) = nullptr;
+    ForkClosedFile* next ZYR_GUARDED_BY(listMutex) = nullptr;
 };
 
 } // namespace Zyr

@@ -1,12 +1,13 @@
 // Lines on standard output.
+
 #include "system/StandardOutput.h"
 
+#include "base/Mutex.h"
 #include "system/HeldSignals.h"
 
 #include <QtCore/QTextStream>
 
 #include <cstdio>
-#include <mutex>
 #include <new>
 #include <utility>
 
@@ -14,15 +15,15 @@ namespace Zyr::StandardOutput {
 
 namespace {
 
-constinit std::mutex streamMutex;
+constinit Mutex streamMutex;
 
 /// Never destroyed, since destructors of static objects log too. Nothing is lost by that: every line is flushed.
-QTextStream* stream = nullptr;
+QTextStream* stream ZYR_GUARDED_BY(streamMutex) = nullptr;
 
 template <typename Print>
 void printWhole(Print print)
 {
-    const std::lock_guard guard(streamMutex);
+    const Guard guard(streamMutex);
     if (!stream)
         stream = new QTextStream(stdout);
     const HeldSignals held; // also of what the application has left in the buffer
@@ -46,7 +47,8 @@ void printParagraph(const QString& line)
 
 void afterForkInChild() noexcept
 {
-    new (&streamMutex) std::mutex;
+    new (&streamMutex) Mutex;
+    const Guard guard(streamMutex);
     stream = nullptr;
 }
 

@@ -138,7 +138,7 @@ void LogWriter::writeLoss()
         if (lossLine.empty()) {
             LineBuffer line;
             if (format)
-                format->inForce().format(Poco::Message(source, text, Poco::Message::PRIO_WARNING), line);
+                format->current().format(Poco::Message(source, text, Poco::Message::PRIO_WARNING), line);
             else
                 line.append(text);
             line.append("\n");
