@@ -12,11 +12,10 @@
 namespace Zyr {
 
 LineFormattingChannel::LineFormattingChannel(const Poco::AutoPtr<LineFormatter>& itsFormatter,
-                                             const Poco::AutoPtr<LineQueueChannel>& target,
+                                             const Poco::AutoPtr<LineQueueChannel>& queue,
                                              std::shared_ptr<ChainAccess> itsAccess)
-    : Poco::FormattingChannel(itsFormatter, target)
-    , patterns(itsFormatter->patterns())
-    , handle(target->writerHandle())
+    : Poco::FormattingChannel(itsFormatter, queue)
+    , target(new Target{itsFormatter->patterns(), queue->writerHandle()})
     , access(std::move(itsAccess))
 {
 }
@@ -25,22 +24,21 @@ LineFormattingChannel::~LineFormattingChannel()
 {
     access->close();
     access->markReleased();
-    // Those that found the way open, where it was the application that released the chain. What a thread that stays in
-    // its use is working with outlives the chain.
+    // For the uses that began before, where it was the application that released the chain.
     if (!access->waitForUses())
-        // NOLINTNEXTLINE(bugprone-unhandled-exception-at-new): rather the end than a use of memory that is freed
-        static_cast<void>(new std::pair(patterns, handle));
+        static_cast<void>(target.release());
 }
 
 void LineFormattingChannel::log(const Poco::Message& message)
 {
+    const Target& used = *target; // may outlive this channel
     LineBuffer line;
     try {
-        patterns->current().format(message, line);
+        used.patterns->current().format(message, line);
     } catch (const std::bad_alloc&) {
-        return handle->writer->loseForWantOfMemory(); // as a line that the queue has no memory for
+        return used.handle->writer->loseForWantOfMemory(); // as a line that the queue has no memory for
     }
-    handle->writer->push(line.view());
+    used.handle->writer->push(line.view());
 }
 
 void LineFormattingChannel::setProperty(const std::string& name, const std::string& value)

@@ -16,7 +16,7 @@ class LineFormattingChannel : public Poco::FormattingChannel
 public:
     /// `itsAccess` is closed and marked when the chain ends.
     LineFormattingChannel(const Poco::AutoPtr<LineFormatter>& itsFormatter,
-                          const Poco::AutoPtr<LineQueueChannel>& target, std::shared_ptr<ChainAccess> itsAccess);
+                          const Poco::AutoPtr<LineQueueChannel>& queue, std::shared_ptr<ChainAccess> itsAccess);
 
     void log(const Poco::Message& message) override;
     void setProperty(const std::string& name, const std::string& value) override;
@@ -25,8 +25,14 @@ protected:
     ~LineFormattingChannel() override;
 
 private:
-    const std::shared_ptr<const LinePatterns> patterns;
-    const std::shared_ptr<const LogFileChannel::WriterHandle> handle;
+    /// In one piece, which is left behind when the chain ends while a thread stays in its use. Made beforehand, since a
+    /// destructor must not need memory.
+    struct Target
+    {
+        std::shared_ptr<const LinePatterns> patterns;
+        std::shared_ptr<const LogFileChannel::WriterHandle> handle;
+    };
+    std::unique_ptr<const Target> target;
     const std::shared_ptr<ChainAccess> access;
 };
 
