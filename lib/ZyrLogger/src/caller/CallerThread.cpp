@@ -45,13 +45,13 @@ CallerThread* CallerThread::begin() noexcept
     auto made = std::unique_ptr<CallerThread>(new (std::nothrow) CallerThread);
     if (!made || !hasKey || ::pthread_setspecific(key, made.get()) != 0)
         return nullptr;
-    ReaderSlot::take();
+    ReaderSlot::acquire();
     return mine = made.release();
 }
 
 void CallerThread::end(void*) noexcept
 {
-    ReaderSlot::giveBack();
+    ReaderSlot::release();
     delete std::exchange(mine, nullptr);
 }
 

@@ -1,3 +1,5 @@
+// How uses of a chain are waited for, and told apart from later ones.
+
 #include "chain/ChainAccess.h"
 
 #include <algorithm>
@@ -63,8 +65,8 @@ bool ChainAccess::haveLeft(const Users& then) const noexcept
     });
 }
 
-/// Unless the forking thread may be in such a use itself; then those of others count as well, and are waited for in
-/// vain.
+/// Where the forking thread may be in a use without a slot itself, those of others go on counting: better to wait for
+/// them in vain than not for its own.
 void ChainAccess::afterForkInChild() noexcept
 {
     if (ReaderSlot::mine && !ReaderSlot::mine->inUse.load(std::memory_order_relaxed))

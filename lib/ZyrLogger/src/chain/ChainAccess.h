@@ -14,8 +14,8 @@ class Logger;
 
 namespace Zyr {
 
-/// The way of the threads that log to a logger's chain, without a lock: open while the chain is complete, closed for
-/// good before it ends, whoever ends it. Shared by the logger and its chain.
+/// How threads that log reach a logger's chain without a lock. Open while the chain is complete; closed for good before
+/// it ends, whoever ends it. Shared by the logger and its chain.
 class ChainAccess
 {
 public:
@@ -26,8 +26,8 @@ public:
     /// Without effect after close().
     void set(Poco::Logger* logger, int enabledPriority) noexcept;
 
-    /// What a use has read of the logger's level just now. True when that was news: then it is to be read again, since
-    /// what set() was told meanwhile may be newer.
+    /// Caches the logger's level, as a use has just read it. True if that changed it: read it again, since set() may
+    /// have got a newer one meanwhile.
     bool noteLevel(int level) noexcept
     {
         int known = enabled.load(std::memory_order_relaxed);
@@ -37,19 +37,20 @@ public:
 
     /// From now on no use finds the chain.
     void close() noexcept;
+
+    using Clock = std::chrono::steady_clock;
     /// Waits for the uses by other threads that found it before; not for ever, since one may hang. Returns whether none
     /// is left.
-    using Clock = std::chrono::steady_clock;
     bool waitForUses(Clock::time_point limit = Clock::now() + patience) const noexcept;
 
-    /// Longer than a record waits for room in a queue whose store hangs.
+    /// How long: more than a record waits for room in a queue whose store hangs.
     static constexpr std::chrono::seconds patience{5};
 
-    /// Those who were in a use at one moment.
+    /// The uses that were under way at one moment.
     class Users
     {
         friend class ChainAccess;
-        std::vector<std::pair<const ReaderSlot*, unsigned>> slots; ///< and which of its uses it was
+        std::vector<std::pair<const ReaderSlot*, unsigned>> slots; ///< with ReaderSlot::uses at that moment
         bool withoutSlot = false;
     };
     Users users() const;
@@ -70,10 +71,10 @@ private:
     std::atomic<int> enabled = always;
     std::atomic<bool> closed = false;
     std::atomic<bool> released = false;
-    std::atomic<unsigned> usesWithoutSlot = 0; ///< of threads that use another chain already, or are ending
+    std::atomic<unsigned> usesWithoutSlot = 0; ///< by threads whose slot shows another chain, or that have none
 };
 
-/// One thread's use of a chain: while it lives, what it found stays.
+/// One thread's use of a chain: the logger that it found stays valid while this lives.
 class ChainUse
 {
 public:
@@ -81,8 +82,7 @@ public:
         : used(&access)
         , slot(ReaderSlot::mine)
     {
-        // In one order with close(), as all accesses here that do not name another: either it is seen here that the
-        // way is closed, or seen there that somebody is on it.
+        // seq_cst like close(): the mark goes up before `closed` is read, so a use sees `closed` or is waited for.
         if (slot && !slot->inUse.load(std::memory_order_relaxed)) {
             slot->uses.store(slot->uses.load(std::memory_order_relaxed) + 1, std::memory_order_release);
             slot->inUse.store(used);
@@ -96,8 +96,8 @@ public:
     ChainUse(const ChainUse&) = delete;
     ChainUse& operator=(const ChainUse&) = delete;
 
-    /// Null where there is no chain to log to. To be asked again after code of the application ran: the thread itself
-    /// may have ended the chain there, or others after they waited long enough.
+    /// Null where there is no chain to log to. Ask again after code of the application has run: the thread itself may
+    /// have ended the chain there, or another one that waited for this use until its patience ended.
     Poco::Logger* logger() const noexcept
     {
         return found && !used->closed.load(std::memory_order_acquire) ? found : nullptr;

@@ -1,3 +1,5 @@
+// The list of slots, which threads take over from one another.
+
 #include "chain/ReaderSlot.h"
 
 #include <new>
@@ -15,13 +17,14 @@ constinit thread_local ReaderSlot* ReaderSlot::mine = nullptr;
 
 ReaderSlot* ReaderSlot::first() noexcept
 {
-    return slots.load(); // in one order with the marks in the slots
+    return slots.load(); // seq_cst: the thread of a slot that is missed here sees what came before, as `closed`
 }
 
-void ReaderSlot::take() noexcept
+void ReaderSlot::acquire() noexcept
 {
     for (ReaderSlot* slot = first(); slot; slot = slot->next) {
-        if (!slot->taken.load(std::memory_order_relaxed) && !slot->taken.exchange(true, std::memory_order_acquire)) {
+        if (!slot->isTaken.load(std::memory_order_relaxed) &&
+            !slot->isTaken.exchange(true, std::memory_order_acquire)) {
             mine = slot;
             return;
         }
@@ -35,11 +38,11 @@ void ReaderSlot::take() noexcept
     mine = made;
 }
 
-void ReaderSlot::giveBack() noexcept
+void ReaderSlot::release() noexcept
 {
     if (ReaderSlot* const slot = std::exchange(mine, nullptr)) {
         slot->inUse.store(nullptr, std::memory_order_release);
-        slot->taken.store(false, std::memory_order_release);
+        slot->isTaken.store(false, std::memory_order_release);
     }
 }
 
@@ -49,7 +52,7 @@ void ReaderSlot::afterForkInChild() noexcept
         if (slot == mine)
             continue;
         slot->inUse = nullptr;
-        slot->taken = false;
+        slot->isTaken = false;
     }
 }
 
