@@ -3,6 +3,7 @@
 #include <ZyrLogger/Logger.h>
 
 #include "logger/LoggerPrivate.h"
+#include "logger/MainLogger.h"
 #include "logger/OwnEntries.h"
 #include "writer/ShutdownDeadline.h"
 
@@ -19,6 +20,15 @@
 namespace Zyr {
 
 using namespace Qt::StringLiterals;
+
+// What instance(), which is inline, relies on. Beside the destructor, since the check of the ABI sees the types of
+// those members alone that are defined where the class's vtable is.
+constinit std::atomic<Logger*> Logger::mainLogger = nullptr;
+
+Logger& Logger::makeInstance()
+{
+    return MainLogger::instance();
+}
 
 Logger::Logger(QString name, QString logFileName, QString settingsFileName)
     : Logger(std::move(name), logFileName, settingsFileName, NotStarted())

@@ -13,7 +13,6 @@
 
 namespace Zyr {
 
-constinit std::atomic<Logger*> Logger::mainLogger = nullptr;
 alignas(Logger) constinit std::byte MainLogger::storage[sizeof(Logger)] = {};
 
 MainLogger::MainLogger()
@@ -61,11 +60,6 @@ Logger& MainLogger::instance()
     }
     start();
     return logger();
-}
-
-Logger& Logger::makeInstance()
-{
-    return MainLogger::instance();
 }
 
 } // namespace Zyr
