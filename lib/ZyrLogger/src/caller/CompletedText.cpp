@@ -19,7 +19,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-/// What goes before the text.
+/// What the level puts before the text.
 void appendMark(unsigned char level, LineBuffer& line)
 {
     if (level <= Trace)

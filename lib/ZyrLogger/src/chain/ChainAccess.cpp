@@ -1,4 +1,4 @@
-// How uses of a chain are waited for, and told apart from later ones.
+// How the uses of a chain are waited for, and distinguished from later ones.
 
 #include "chain/ChainAccess.h"
 

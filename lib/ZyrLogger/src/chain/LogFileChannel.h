@@ -12,8 +12,8 @@ namespace Zyr {
 
 /// The last link of the chain: the log file's properties, and requests to the thread that writes it.
 ///
-/// open() opens the file on the calling thread, to tell whether it can be opened, and hands it on. Nothing else waits
-/// for a system call: the worker thread takes up what was asked for between two writes.
+/// open() opens the file on the calling thread, to report at once whether it can be opened, and hands it on. Nothing
+/// else waits for a system call: the worker thread takes up requests between two writes.
 class LogFileChannel : public Poco::FileChannel
 {
 public:

@@ -19,8 +19,8 @@ constinit thread_local int callsHere = 0; // of listeners of any logger
 class ListenerCalls::Call
 {
 public:
-    /// Picks the first listener that is not in `served`, and adds it there. Going by who was served instead of by index
-    /// keeps a listener that unregisters itself, or others, from making the record miss somebody.
+    /// Picks the first listener that is not in `served`, and adds it there. By an index the record would miss a
+    /// listener when another one unregisters itself.
     Call(ListenerCalls& itsCalls, std::vector<const Logger::LogListener*>& served);
     ~Call();
     Call(const Call&) = delete;
@@ -59,7 +59,7 @@ ListenerCalls::Call::~Call()
     --callsHere;
     const Guard guard(calls.fieldsMutex);
     calls.underWay.erase(entry);
-    calls.left.notifyAll();
+    calls.callEnded.notifyAll();
 }
 
 bool ListenerCalls::Call::isStillRegistered() const
@@ -88,7 +88,7 @@ void ListenerCalls::waitUntilLeft(const Logger::LogListener* listener)
         return;
     const Guard guard(fieldsMutex);
     while (isInside(listener))
-        left.wait(fieldsMutex);
+        callEnded.wait(fieldsMutex);
 }
 
 bool ListenerCalls::isInside(const Logger::LogListener* listener) const
@@ -99,7 +99,7 @@ bool ListenerCalls::isInside(const Logger::LogListener* listener) const
 /// A copied condition variable may count threads that wait, and are not there.
 void ListenerCalls::renewInChild()
 {
-    new (&left) Condition;
+    new (&callEnded) Condition;
 }
 
 } // namespace Zyr

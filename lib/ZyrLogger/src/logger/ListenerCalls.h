@@ -41,7 +41,7 @@ private:
 
     Mutex& fieldsMutex;
     const QList<Logger::LogListener*>& listeners ZYR_GUARDED_BY(fieldsMutex);
-    Condition left; ///< with `fieldsMutex`
+    Condition callEnded; ///< with `fieldsMutex`
     std::list<const Logger::LogListener*> underWay ZYR_GUARDED_BY(fieldsMutex);
 };
 

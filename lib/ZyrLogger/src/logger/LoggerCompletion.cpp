@@ -47,7 +47,7 @@ void Logger::completeMessage(LogMessage& message)
             return;
     }
 
-    bool isGiven = false; // to the chain, which counts what it loses itself; whatever fails then fails behind it
+    bool isHandedOn = false; // to the chain, which counts what it loses itself
     try {
         CallerThread* const thread = CallerThread::current();
         Record record(thread, target->name());
@@ -62,17 +62,17 @@ void Logger::completeMessage(LogMessage& message)
         poco.setSourceLine(message.line);
 
         if (!rules.suppressRepeats) {
-            isGiven = true;
+            isHandedOn = true;
             return d->write(use, poco);
         }
         const RepeatLimits limits = rules.limits;
         use.leave();
         if (!d->repeats.admit(poco, sourceFile, limits))
             return;
-        isGiven = true;
+        isHandedOn = true;
         writeMsgToLog(poco);
     } catch (const std::bad_alloc&) {
-        if (!isGiven)
+        if (!isHandedOn)
             d->loseRecord(priority);
         throw;
     }

@@ -19,7 +19,7 @@ namespace Zyr {
 /// What Logger does behind its public functions. Its fields stay the public class's, under the names that are fixed.
 ///
 /// A thread that logs takes no lock to reach the chain, but that of repeat suppression where that is on: it uses the
-/// chain through `access` and goes by the current rules. LoggerRegistry.h tells the order of the locks.
+/// chain through `access` and goes by the current rules. LoggerRegistry.h has the order of the locks.
 class LoggerPrivate
 {
 public:
@@ -32,7 +32,7 @@ public:
     /// The part of construction that may call the application: the first load of the settings, and watching them.
     void start(const QString& logFileName);
 
-    /// For whoever changes the logger's settings himself: tries again to watch their file, where that failed.
+    /// Tries again to watch the settings file, where that failed: before the application changes settings itself.
     void watchSettings();
 
     /// What the destructor does; the object is whole afterwards, without a chain.

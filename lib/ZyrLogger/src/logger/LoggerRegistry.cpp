@@ -115,7 +115,7 @@ void LoggerRegistry::markShutDown()
 
 void LoggerRegistry::shutPocoDown()
 {
-    // Held until POCO has let go of its lock, so that no chain ends under it.
+    // Held until POCO has released its lock, so that no chain ends under it.
     std::vector<Poco::AutoPtr<Poco::AsyncChannel>> chains;
     std::vector<Poco::AutoPtr<LogFileChannel>> files;
     {

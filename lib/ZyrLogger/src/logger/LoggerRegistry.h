@@ -41,8 +41,9 @@ class LoggerPrivate;
 /// 1. takes a reference to every queue and file, so that no chain ends while POCO holds its lock;
 /// 2. sets the flag, then closes every ChainAccess under the lock of that logger's fields: whoever asked before the
 ///    flag has a reference when that lock is free, whoever asks later finds no chain;
-/// 3. waits for the uses under way, of all loggers together ChainAccess::patience, with no lock, for they may want any;
-/// 4. keeps for good the chains that somebody is still inside;
+/// 3. waits for the uses under way, of all loggers together ChainAccess::patience, with no lock, since they may take
+/// any;
+/// 4. keeps for good the chains that are still in use;
 /// 5. has every queue written, or given up where the store does not take it;
 /// 6. calls Poco::Logger::shutdown(), in a forked child not, and then drops the references, which ends the chains.
 ///
@@ -55,12 +56,13 @@ class LoggerPrivate;
 ///
 /// 1. QtSettings' lock of loads: a load on the watcher's thread, so all below.
 /// 2. startMutex (MainLogger.cpp): the first load of the main logger's settings, so all below.
-/// 3. LoggerPrivate::reloadMutex: a load's or a location call's changes, so those from 6 on. It is recursive, and only
-///    as long as settings are read may the application run in it: Qt's message handler, which may log, and so make the
-///    main logger. 2 and 6 then come behind that of another logger, which the main logger's start never takes.
+/// 3. LoggerPrivate::reloadMutex: a load's or a location call's changes, so 4 and those from 8 on. It is recursive, and
+///    only as long as settings are read may the application run in it: Qt's message handler, which may log, and so make
+///    the main logger. 2 and 6 then come behind that of another logger, which the main logger's start never takes.
 /// 4. pocoRegistryMutex: POCO's lock of its registry; the lock of the fields, for the entry just made there.
 /// 5. POCO's lock, where the application has POCO release a channel of its own or a logger: what that logs, and the
-///    writer's lock, since the chain ends under POCO's. This library keeps references meanwhile.
+///    writer's lock, since the chain ends under POCO's. (This library keeps references meanwhile.) Such a channel must
+///    not make a logger there, which would take 4.
 /// 6. constructionMutex: the main logger's construction, with listMutex.
 /// 7. listMutex: the fields' lock of each logger, one after the other.
 /// 8. Logger::mutex (POCO's): nothing. Only a fork goes on to the next with it.

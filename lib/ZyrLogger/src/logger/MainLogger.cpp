@@ -32,8 +32,8 @@ Logger& MainLogger::logger()
     return *std::launder(reinterpret_cast<Logger*>(storage));
 }
 
-/// Once per process, or until it does not throw; never in a child that was forked before. The thread that is in it
-/// already passes: while the settings are loaded, a message handler of Qt may log, and finds a logger that is not
+/// Takes place once per process, or until it does not throw; never in a child that was forked before. A nested call
+/// returns at once: while the settings are loaded, a message handler of Qt may log, and finds a logger that is not
 /// usable yet.
 void MainLogger::start()
 {

@@ -62,7 +62,7 @@ bool RepeatSuppression::admit(const PocoMessage& record, const QByteArray& sourc
     return true;
 }
 
-/// One that there is no memory for is lost alone, and what comes behind it is written.
+/// A summary that there is no memory for is counted as lost, and the records behind it are written.
 void RepeatSuppression::writeSummary(const PocoMessage& record, int count)
 {
     std::optional<PocoMessage> summary;
