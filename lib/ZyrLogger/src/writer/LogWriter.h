@@ -98,9 +98,7 @@ private:
     std::string_view stuckReason() const ZYR_REQUIRES(mutex);
     void request() ZYR_REQUIRES(mutex);
     bool returnMemory() ZYR_REQUIRES(mutex);
-    template <typename MakeText>
-    void report(MakeText text) noexcept ZYR_REQUIRES(mutex);
-    void reportFailure(const char* problem) noexcept ZYR_REQUIRES(mutex);
+    void report(const char* problem, std::uint64_t records = 0) noexcept ZYR_REQUIRES(mutex);
 
     // Of the thread's life.
     void start() ZYR_REQUIRES(mutex);

@@ -13,7 +13,6 @@
 
 namespace Zyr {
 
-using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
 namespace {
@@ -45,7 +44,7 @@ void LogWriter::start()
     const auto now = Clock::now();
     health.failed({error, std::system_category()}, now);
     if (health.shouldReport(now))
-        reportFailure("no thread to write it, records wait: ");
+        report("no thread to write it, records wait: ");
 }
 
 /// For callers that wait for lines to be written: pauses when the system had no thread the last time. Returns when to
@@ -131,10 +130,7 @@ void LogWriter::giveUp()
     }
     progress.notifyAll();
     if (count > 0)
-        report([&] {
-            return QString::number(count) + (count == 1 ? u" record was"_s : u" records were"_s) + u" given up: "_s +
-                   QString::fromStdString(std::string(stuckReason()));
-        });
+        report(count == 1 ? " record was given up: " : " records were given up: ", count);
 }
 
 void LogWriter::finish()
@@ -184,23 +180,18 @@ void LogWriter::finish()
     ::pthread_join(last, nullptr);
 }
 
-/// Says what is wrong on standard error, as far as there is memory for that.
-template <typename MakeText>
-void LogWriter::report(MakeText text) noexcept
+/// Says the problem and its reason on standard error, as far as there is memory for that. The number of records, if
+/// any, comes first.
+void LogWriter::report(const char* problem, std::uint64_t records) noexcept
 {
     try {
         const std::string path = settings.path;
-        const QString problem = text();
+        const std::string text = (records > 0 ? std::to_string(records) : "") + problem + std::string(stuckReason());
         const Unlocked unlocked(mutex);
-        reportLogProblem(path, problem);
+        reportLogProblem(path, QString::fromStdString(text));
     } catch (const std::bad_alloc&) {
         // Then not.
     }
-}
-
-void LogWriter::reportFailure(const char* problem) noexcept
-{
-    report([&] { return QString::fromStdString(problem + std::string(health.reason())); });
 }
 
 } // namespace Zyr

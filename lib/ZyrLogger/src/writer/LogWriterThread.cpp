@@ -175,7 +175,7 @@ void LogWriter::afterWrite(const std::error_code& error) noexcept
     if (waiting > 0)
         progress.notifyAll();
     if (reports)
-        reportFailure("cannot be written, records wait: ");
+        report("cannot be written, records wait: ");
 }
 
 /// Whether lines may wait for the next write: nobody waits for them.
