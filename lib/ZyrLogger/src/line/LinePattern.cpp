@@ -125,7 +125,8 @@ void LinePattern::checkGrowth() const
     std::size_t texts = 0; // of any length: each repeats a long one
     for (const Field& field : fields) {
         widths += field.letter == 'v' ? field.argument : 0;
-        texts += std::string_view("tsvpUOTN[").find(field.letter) != std::string_view::npos;
+        texts += std::string_view("tsvpUOTN[") // what format() shows by text() or padded()
+                     .find(field.letter) != std::string_view::npos;
     }
     if (widths > std::size_t(maxBytes))
         throw Poco::InvalidArgumentException("the widths of the pattern add up to more than 4096 bytes");

@@ -1,26 +1,12 @@
 #pragma once
 
+#include "settings/RotationRule.h"
+
 #include <chrono>
-#include <cstdint>
 #include <optional>
 #include <string>
 
 namespace Zyr {
-
-/// When the log file is rotated.
-struct RotationRule
-{
-    enum class Kind { Never, Size, Interval, TimeOfDay };
-
-    Kind kind = Kind::Never;
-    std::uint64_t size = 0;           ///< Size: rotated before a record if it has this many bytes or more
-    std::chrono::seconds interval{0}; ///< Interval: up to 100 years
-    std::optional<int> weekday;       ///< TimeOfDay: 0 is Sunday; every day without one
-    std::optional<int> hour;          ///< TimeOfDay: every hour without one
-    int minute = 0;                   ///< TimeOfDay
-
-    bool operator==(const RotationRule&) const = default;
-};
 
 /// The file channel's properties, parsed for the worker thread.
 struct FileSettings

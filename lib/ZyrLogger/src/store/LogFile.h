@@ -10,6 +10,9 @@
 namespace Zyr {
 
 /// The log file and its archives, used by the worker thread only.
+///
+/// It has an ActiveFile (which file that is), which has a LineAppender (its bytes and lines), which has an AppendFile
+/// (the open file); and a Rotation, which has the Archives.
 class LogFile final : public LineStore
 {
 public:

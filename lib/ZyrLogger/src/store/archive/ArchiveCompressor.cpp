@@ -2,6 +2,7 @@
 
 #include "store/archive/ArchiveCompressor.h"
 
+#include "store/archive/ArchiveNames.h"
 #include "system/FileCalls.h"
 #include "system/FileLocks.h"
 
@@ -187,7 +188,7 @@ ArchiveCompressor::Result ArchiveCompressor::finish(const std::string& archive)
     // Another process may have removed the temporary file as a leftover.
     if (!FileCalls::status(output, status, watch) || status.st_nlink == 0)
         return Result::Failed;
-    if (log.renameToFree(work->temporary, archive + ".gz", watch))
+    if (log.renameToFree(work->temporary, archive + std::string(gzipEnding), watch))
         return Result::Failed;
     work->output.file.close(watch); // so that abandon() removes nothing
     log.synchronize(watch);         // before the plain file is removed

@@ -15,7 +15,6 @@ namespace {
 
 using namespace std::chrono;
 
-constexpr std::string_view gzipEnding = ".gz";
 constexpr std::size_t stampDigits = 17;
 constexpr std::size_t wholeSecondDigits = 14;
 constexpr std::size_t maxNumberDigits = 9;

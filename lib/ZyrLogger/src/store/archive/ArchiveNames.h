@@ -8,6 +8,8 @@
 
 namespace Zyr {
 
+inline constexpr std::string_view gzipEnding = ".gz";
+
 /// The varying part of an archive's name: "app.log.3", "app.log.20260131235959999", both also with ".gz".
 struct ArchiveName
 {

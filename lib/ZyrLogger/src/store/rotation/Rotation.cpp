@@ -70,7 +70,7 @@ void Rotation::begin(const ActiveFile& active, Time now)
     const bool hasLines = active.size() > 0;
     const IntervalStart start(watch);
     Time began = now;
-    if (settings.rotation.kind != RotationRule::Kind::Interval) {
+    if (!settings.rotation.keepsStart()) {
         start.remove(place);
     } else if (const auto kept = hasLines ? start.read(place) : std::nullopt) {
         began = *kept;
@@ -87,7 +87,7 @@ void Rotation::begin(const ActiveFile& active, Time now)
 /// For an empty file.
 void Rotation::restartTimer(const ActiveFile& active, Time now)
 {
-    if (settings.rotation.kind == RotationRule::Kind::Interval)
+    if (settings.rotation.keepsStart())
         IntervalStart(watch).write(*active.foundAt(), now);
     timer.start(settings.rotation, settings.localTimes, now, now, now);
 }
@@ -96,15 +96,15 @@ bool Rotation::isDue(const ActiveFile& active, Time now)
 {
     if (!active.isRotatedHere())
         return false;
-    const bool tooLarge = settings.rotation.kind == RotationRule::Kind::Size && active.size() >= settings.rotation.size;
+    const bool tooLarge = active.size() >= settings.rotation.sizeLimit();
     return (tooLarge || wanted || timer.isDue(now)) && Steady::now() >= nextTry;
 }
 
 std::size_t Rotation::linesFitting(const ActiveFile& active, const LineBatch& batch) const noexcept
 {
-    const bool limited = settings.rotation.kind == RotationRule::Kind::Size && active.isRotatedHere() &&
-                         active.size() < settings.rotation.size;
-    return limited ? batch.linesReaching(settings.rotation.size - active.size()) : batch.lines();
+    const std::uint64_t limit = settings.rotation.sizeLimit();
+    const bool limited = active.isRotatedHere() && active.size() < limit;
+    return limited ? batch.linesReaching(limit - active.size()) : batch.lines();
 }
 
 std::error_code Rotation::rotateIfDue(ActiveFile& active, Time now)

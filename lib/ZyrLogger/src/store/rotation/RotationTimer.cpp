@@ -31,16 +31,24 @@ void RotationTimer::start(const RotationRule& newRule, bool localTimes, Time beg
     inLocalTime = localTimes;
     earliest = Time::min();
     due = Time::max();
-    if (rule.kind == RotationRule::Kind::Interval) {
+    switch (rule.kind) {
+    case RotationRule::Kind::Never:
+    case RotationRule::Kind::Size:
+        break;
+    case RotationRule::Kind::Interval: {
         const Time base = std::min(began, now);
         earliest = base;
         due = sum(base, rule.interval);
-    } else if (rule.kind == RotationRule::Kind::TimeOfDay) {
+        break;
+    }
+    case RotationRule::Kind::TimeOfDay: {
         // Not before the epoch, where clocks without a battery start, so that sums do not overflow.
         const Time base = std::clamp(written, Time{}, std::max(now, Time{}));
         earliest = base - clockTolerance;
         const auto second = std::chrono::floor<seconds>(base);
         due = sum(Time(second), firstReached(rule, inLocalTime, second.time_since_epoch()) - second.time_since_epoch());
+        break;
+    }
     }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "settings/FileSettings.h"
+#include "settings/RotationRule.h"
 
 #include <chrono>
 
