@@ -11,7 +11,8 @@ namespace Zyr {
 /// The chain's queue: hands lines to the log file's worker thread.
 ///
 /// It keeps POCO's interface, with the worker thread of the file channel in place of its own. The property "queueSize"
-/// bounds the number of lines as in POCO, beyond setBound()'s memory; another target cannot be set.
+/// bounds the number of lines, as in POCO; the key of that name in the settings bounds their memory
+/// (LogWriter::setLimits()), and both hold. Another target cannot be set.
 class LineQueueChannel : public Poco::AsyncChannel
 {
 public:

@@ -122,11 +122,11 @@ bool LogWriter::pushLocked(std::string_view line)
                 continue;
             const bool othersHold = queue.isUsed() || returningMemory > 0;
             const OnRefusal next = onRefusedMemory(othersHold, othersHeld, Clock::now(), memoryLimit);
-            if (overflow == QueueLimits::Overflow::Drop || next == OnRefusal::Lose)
+            if (queueLimits.overflow == QueueLimits::Overflow::Drop || next == OnRefusal::Lose)
                 return loseLine(std::strerror(ENOMEM));
             if (next == OnRefusal::Retry)
                 continue;
-        } else if (overflow == QueueLimits::Overflow::Drop) {
+        } else if (queueLimits.overflow == QueueLimits::Overflow::Drop) {
             return loseLine(queueIsFull);
         }
         if (!waitForRoom())

@@ -158,7 +158,7 @@ private:
     unsigned returningMemory ZYR_GUARDED_BY(mutex) = 0;
 
     LineQueue queue ZYR_GUARDED_BY(mutex){QueueLimits().bytes}; ///< but for the fast path
-    QueueLimits::Overflow overflow ZYR_GUARDED_BY(mutex) = QueueLimits().overflow;
+    QueueLimits queueLimits ZYR_GUARDED_BY(mutex);
     std::size_t lineLimit ZYR_GUARDED_BY(mutex) = 0;
     std::uint64_t written ZYR_GUARDED_BY(mutex) = 0; ///< lines
 

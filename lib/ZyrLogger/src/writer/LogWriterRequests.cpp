@@ -9,14 +9,14 @@ namespace Zyr {
 QueueLimits LogWriter::limits() const
 {
     const Guard guard(mutex);
-    return {queue.bound(), overflow};
+    return queueLimits;
 }
 
 void LogWriter::setLimits(const QueueLimits& wanted)
 {
     const Guard guard(mutex);
     queue.setBound(wanted.bytes);
-    overflow = wanted.overflow;
+    queueLimits = wanted;
     returnMemory();
     progress.notifyAll();
 }
@@ -129,7 +129,7 @@ std::shared_ptr<LogWriter> LogWriter::copyForChild() const
 {
     auto copy = std::make_shared<LogWriter>(makeStore);
     copy->queue.setBound(queue.bound());
-    copy->overflow = overflow;
+    copy->queueLimits = queueLimits;
     copy->lineLimit = lineLimit;
     copy->settings = settings;
     copy->requests.configure = true;
