@@ -41,10 +41,10 @@ public:
     using Clock = std::chrono::steady_clock;
     /// Waits for the uses by other threads that found it before; not for ever, since one may hang. Returns whether none
     /// is left.
-    bool waitForUses(Clock::time_point limit = Clock::now() + patience) const noexcept;
+    bool waitForUses(Clock::time_point limit = Clock::now() + maxWait) const noexcept;
 
     /// How long: more than a record waits for room in a queue whose store hangs.
-    static constexpr std::chrono::seconds patience{5};
+    static constexpr std::chrono::seconds maxWait{5};
 
     /// The uses that were under way at one moment.
     class Users
@@ -97,7 +97,7 @@ public:
     ChainUse& operator=(const ChainUse&) = delete;
 
     /// Null where there is no chain to log to. Ask again after code of the application has run: the thread itself may
-    /// have ended the chain there, or another one that waited for this use until its patience ended.
+    /// have ended the chain there, or another one that waited for this use as long as maxWait.
     Poco::Logger* logger() const noexcept
     {
         return found && !used->closed.load(std::memory_order_acquire) ? found : nullptr;

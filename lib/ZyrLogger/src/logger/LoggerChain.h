@@ -81,7 +81,7 @@ public:
 
     /// Before the chain is released: waits for the threads that are using it, after nobody can begin to. One that hangs
     /// keeps it for good.
-    void keepUsed(ChainAccess::Clock::time_point limit = ChainAccess::Clock::now() + ChainAccess::patience)
+    void keepUsed(ChainAccess::Clock::time_point limit = ChainAccess::Clock::now() + ChainAccess::maxWait)
         ZYR_EXCLUDES(fieldsMutex);
 
     // Around fork().

@@ -49,7 +49,7 @@ public:
     ~ProcessLife()
     {
         markShutDown();
-        const auto limit = ChainAccess::Clock::now() + ChainAccess::patience;
+        const auto limit = ChainAccess::Clock::now() + ChainAccess::maxWait;
         try {
             for (const auto& each : accesses()) // who renders a text needs Qt's static objects
                 each->waitForUses(limit);
@@ -126,7 +126,7 @@ void LoggerRegistry::shutPocoDown()
         }
     }
     markShutDown();
-    const auto limit = ChainAccess::Clock::now() + ChainAccess::patience;
+    const auto limit = ChainAccess::Clock::now() + ChainAccess::maxWait;
     for (const auto& each : accesses()) // without the lock, which who is to leave may want
         each->waitForUses(limit);
     {

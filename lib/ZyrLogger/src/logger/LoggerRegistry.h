@@ -41,7 +41,7 @@ class LoggerPrivate;
 /// 1. takes a reference to every queue and file, so that no chain ends while POCO holds its lock;
 /// 2. sets the flag, then closes every ChainAccess under the lock of that logger's fields: whoever asked before the
 ///    flag has a reference when that lock is free, whoever asks later finds no chain;
-/// 3. waits for the uses under way, of all loggers together ChainAccess::patience, with no lock, since they may take
+/// 3. waits for the uses under way, of all loggers together ChainAccess::maxWait, with no lock, since they may take
 /// any;
 /// 4. keeps for good the chains that are still in use;
 /// 5. has every queue written, or given up where the store does not take it;

@@ -48,7 +48,7 @@ StoreHealth::Clock::time_point StoreHealth::waitLimit(Clock::time_point now) noe
 {
     if (!fullSince)
         fullSince = now;
-    return *fullSince + callerPatience;
+    return *fullSince + maxCallerWait;
 }
 
 } // namespace Zyr

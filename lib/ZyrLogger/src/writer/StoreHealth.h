@@ -20,7 +20,7 @@ public:
 
     static constexpr std::chrono::milliseconds minBackoff{2};
     static constexpr std::chrono::milliseconds maxBackoff{1000};
-    static constexpr std::chrono::seconds callerPatience{2};
+    static constexpr std::chrono::seconds maxCallerWait{2};
     static constexpr std::chrono::seconds quietTime{10}; ///< between two reports
     static constexpr std::size_t maxReason = 256;        ///< bytes; of the system, in any language
 
